@@ -1,0 +1,20 @@
+// The board's utilities library (libboardutils.so) as this system uses it: the
+// hardware version of the board. Used by PowerFileHandler::compareHwVersions.
+#pragma once
+
+class boardUtils {
+public:
+    boardUtils();
+    ~boardUtils();
+    boardUtils(const boardUtils&) = delete;
+    boardUtils& operator=(const boardUtils&) = delete;
+
+    /// Stores the board's hardware version in `version`. Returns non-zero on
+    /// success; 0 if the version can't be had, `version` is then as it was.
+    int getVersion(int& version);
+
+private:
+    // Room for the members of the board's own class: callers allocate the
+    // object by this declaration.
+    [[maybe_unused]] void* m_reserved[16] = {};
+};

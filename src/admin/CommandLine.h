@@ -1,0 +1,43 @@
+// The command line of the tool: one action and, where it needs one, the path of
+// the PM data file. main reads the result.
+#pragma once
+
+#include <string>
+
+/// What a run does.
+enum class Action {
+    None, ///< no option selected an action
+    Compare,
+    Write,
+    Save,
+    HwVersionCheck,
+    PrintVersion,
+    AccessibilityCheck,
+    Upgrade,
+    FileVersionCheck, ///< no option selects it
+};
+
+/// Parses the arguments once, when built. An unacceptable command line is told to
+/// the operator, usage included, and leaves the object invalid.
+class CommandLine {
+public:
+    CommandLine(int argc, char* const argv[]);
+
+    bool isValid() const { return m_valid; }
+    Action getAction() const { return m_action; }
+    /// Path of the PM data file; empty if the action takes none.
+    std::string getFileName() const { return m_fileName; }
+
+protected:
+    /// Writes the usage text to standard error.
+    void printUsage() const;
+
+    std::string m_programName;
+    std::string m_fileName;
+    Action m_action;
+    bool m_valid;
+    std::string m_options; ///< for getopt
+
+private:
+    bool parseOptions(int argc, char* const argv[]);
+};

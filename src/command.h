@@ -1,0 +1,214 @@
+// The PMBus command model: one object per register of the MAX34460, which holds
+// its data and moves it over the bus. The device, the parser and the handler of
+// the PM data file work with these. Including this file brings in the catalogue.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "commandCatalogue.h"
+
+/// The page that stands for the device as a whole (PMBus standard, PAGE).
+inline constexpr std::uint8_t ALL_PAGES = 255;
+
+/// A PMBus register or action. It holds no page: the page is an argument of each
+/// transfer, and callers select it on the chip by writing a `Page` first.
+class Command {
+public:
+    virtual ~Command() = default;
+
+    /// The data as lower-case hexadecimal text.
+    virtual std::string dataToString() const = 0;
+
+    /// Whether `other` is of the same data-size class and holds the same data.
+    /// A null pointer is different (but equal to a command without data).
+    virtual bool compare(const Command* other) const = 0;
+
+    /// Loads the data from `bytes`, at least getDataSize() of them, words low byte first.
+    virtual void setData(const std::uint8_t* bytes) = 0;
+
+    /// Copies the data to `bytes`, with room for getDataSize() of them. Returns
+    /// getStatus(); the data is copied in any case.
+    virtual bool getData(std::uint8_t* bytes) const = 0;
+
+    /// Writes the data to the chip behind `fd`, an I2C device bound to the chip's
+    /// address. `page` (0 to 11, 13 to 17 or 255) decides whether that is allowed.
+    /// Makes up to three attempts; false when refused or when all have failed.
+    virtual bool write(int fd, std::uint8_t page) = 0;
+
+    /// Reads the data from the chip; otherwise as write(). On failure the data
+    /// stays as it was.
+    virtual bool read(int fd, std::uint8_t page) = 0;
+
+    std::uint8_t getCode() const { return m_code; }
+    /// Number of data bytes, 0 to 255.
+    std::uint8_t getDataSize() const { return m_dataSize; }
+    /// Whether the last transfer succeeded; false before the first.
+    bool getStatus() const { return m_status; }
+    void setStatus(bool status) { m_status = status; }
+
+    /// Whether `access` (ACCESS_READ or ACCESS_WRITE) is allowed on `page`.
+    /// False, with a message, for a page that does not exist.
+    bool isValid(std::uint32_t access, std::uint8_t page) const;
+
+    /// Whether constants and data are equal; the last transfer doesn't matter.
+    bool operator==(const Command& other) const;
+
+    /// Whether the data differs. Not the negation of ==: two commands of different
+    /// codes with equal data are neither equal nor unequal.
+    bool operator!=(const Command& other) const;
+
+    /// The constants and the data as two or more lines of text.
+    std::string toString() const;
+
+    /// Makes the command with `code`, its data all zero. Returns null, with a
+    /// message, if the catalogue has none. The caller owns the result.
+    static Command* create(unsigned int code);
+
+    /// Number of data bytes of the command with `code`; empty if there is none.
+    static std::optional<std::uint8_t> findDataSize(unsigned int code);
+
+    /// The twelve monitored supply channels.
+    static bool isChannelPage(std::uint8_t page) { return page <= 11; }
+    /// The five temperature sensors.
+    static bool isTemperaturePage(std::uint8_t page) { return page >= 13 && page <= 17; }
+    static bool isAllPages(std::uint8_t page) { return page == ALL_PAGES; }
+
+protected:
+    Command(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
+            std::uint32_t temperatureAccess, std::uint32_t allPagesAccess);
+    Command(const Command&) = default;
+    Command& operator=(const Command&) = default;
+
+    /// Starts a transfer: false if `access` is not allowed on `page`.
+    bool begin(std::uint32_t access, std::uint8_t page);
+
+    /// Ends a transfer that went well; returns true.
+    bool succeed();
+
+    /// Accounts for a failed attempt on behalf of `caller`, and pauses. Returns
+    /// whether another attempt is due.
+    bool retry(const char* caller);
+
+    std::int32_t m_retries; ///< attempts left in the transfer under way
+    std::uint8_t m_code;
+    std::uint8_t m_dataSize;
+    std::uint32_t m_channelAccess;
+    std::uint32_t m_temperatureAccess;
+    std::uint32_t m_allPagesAccess;
+    bool m_status;
+};
+
+/// A command without data: writing it makes the chip act (SMBus Send Byte).
+class NullCommand : public Command {
+public:
+    NullCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
+                std::uint32_t allPagesAccess);
+
+    std::string dataToString() const override;
+    bool compare(const Command* other) const override;
+    void setData(const std::uint8_t* bytes) override;
+    bool getData(std::uint8_t* bytes) const override;
+    bool write(int fd, std::uint8_t page) override;
+    /// Transfers nothing: the result says whether reading is allowed.
+    bool read(int fd, std::uint8_t page) override;
+};
+
+/// A register of one byte (SMBus Read Byte, Write Byte).
+class ByteCommand : public Command {
+public:
+    ByteCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
+                std::uint32_t allPagesAccess);
+
+    std::string dataToString() const override;
+    bool compare(const Command* other) const override;
+    void setData(const std::uint8_t* bytes) override;
+    bool getData(std::uint8_t* bytes) const override;
+    bool write(int fd, std::uint8_t page) override;
+    bool read(int fd, std::uint8_t page) override;
+
+    std::uint8_t getByte() const { return m_byte; }
+    void setByte(std::uint8_t byte) { m_byte = byte; }
+
+protected:
+    std::uint8_t m_byte = 0;
+};
+
+/// A register of 16 bits (SMBus Read Word, Write Word).
+class WordCommand : public Command {
+public:
+    WordCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
+                std::uint32_t allPagesAccess);
+
+    std::string dataToString() const override;
+    bool compare(const Command* other) const override;
+    void setData(const std::uint8_t* bytes) override;
+    bool getData(std::uint8_t* bytes) const override;
+    bool write(int fd, std::uint8_t page) override;
+    bool read(int fd, std::uint8_t page) override;
+
+    std::uint16_t getWord() const { return m_word; }
+    void setWord(std::uint16_t word) { m_word = word; }
+
+protected:
+    std::uint16_t m_word = 0; ///< the number, whatever the order of its bytes outside
+};
+
+/// A register of up to 255 bytes, moved as they are: no byte count is added or
+/// removed.
+class BlockCommand : public Command {
+public:
+    /// Room for the largest block.
+    static constexpr std::size_t MAX_DATA_SIZE = 255;
+
+    BlockCommand(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
+                 std::uint32_t temperatureAccess, std::uint32_t allPagesAccess);
+
+    /// Two digits and a blank per byte, a line end after every 32nd byte.
+    std::string dataToString() const override;
+    bool compare(const Command* other) const override;
+    void setData(const std::uint8_t* bytes) override;
+    bool getData(std::uint8_t* bytes) const override;
+    /// Sends at most the 32 bytes of an SMBus block.
+    bool write(int fd, std::uint8_t page) override;
+    /// Addresses the chip itself: the address bound to `fd` has no part in it.
+    bool read(int fd, std::uint8_t page) override;
+
+protected:
+    std::uint8_t m_data[MAX_DATA_SIZE] = {}; ///< bytes behind m_dataSize stay 0
+};
+
+// The classes of the catalogue, each with its code as CODE. Page puts the page number into its data
+// before it is written, so that writing it selects that page on the chip.
+#define PAGE_CLASS(code, name, channels, temperatures, device)                                     \
+    class name : public ByteCommand {                                                              \
+    public:                                                                                        \
+        static constexpr std::uint8_t CODE = code;                                                 \
+        name() : ByteCommand(CODE, rights::channels, rights::temperatures, rights::device) {}      \
+        bool write(int fd, std::uint8_t page) override;                                            \
+    };
+#define COMMAND_CLASS(code, name, base, ...)                                                       \
+    class name : public base {                                                                     \
+    public:                                                                                        \
+        static constexpr std::uint8_t CODE = code;                                                 \
+        name() : base(CODE, __VA_ARGS__) {}                                                        \
+    };
+#define NULL_CLASS(code, name, channels, temperatures, device)                                     \
+    COMMAND_CLASS(code, name, NullCommand, rights::channels, rights::temperatures, rights::device)
+#define BYTE_CLASS(code, name, channels, temperatures, device)                                     \
+    COMMAND_CLASS(code, name, ByteCommand, rights::channels, rights::temperatures, rights::device)
+#define WORD_CLASS(code, name, channels, temperatures, device)                                     \
+    COMMAND_CLASS(code, name, WordCommand, rights::channels, rights::temperatures, rights::device)
+#define BLOCK_CLASS(code, name, size, channels, temperatures, device)                              \
+    COMMAND_CLASS(code, name, BlockCommand, size, rights::channels, rights::temperatures,          \
+                  rights::device)
+
+COMMAND_CATALOGUE(PAGE_CLASS, NULL_CLASS, BYTE_CLASS, WORD_CLASS, BLOCK_CLASS)
+
+#undef PAGE_CLASS
+#undef COMMAND_CLASS
+#undef NULL_CLASS
+#undef BYTE_CLASS
+#undef WORD_CLASS
+#undef BLOCK_CLASS

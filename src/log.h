@@ -1,0 +1,72 @@
+// The log statement: one syslog message with the source file, line and function
+// before its text, if the current trace level admits its tag. Every file of the
+// system reports its diagnostics through it.
+#pragma once
+
+#include <syslog.h>
+
+#include <cstdint>
+
+#include "trace.h"
+
+/// A level tag: the least trace level at which its statements are emitted, and
+/// the priority with which syslog gets them.
+struct LogLevel {
+    std::int32_t threshold;
+    int priority;
+};
+
+inline constexpr LogLevel LOG_LEVEL_ERROR{3, LOG_ERR};
+inline constexpr LogLevel LOG_LEVEL_WARNING{4, LOG_WARNING};
+inline constexpr LogLevel LOG_LEVEL_INFO{6, LOG_INFO};
+inline constexpr LogLevel LOG_LEVEL_DEBUG{7, LOG_DEBUG};
+inline constexpr LogLevel LOG_LEVEL_DEBUG1{7, LOG_DEBUG};
+inline constexpr LogLevel LOG_LEVEL_DEBUG2{8, LOG_DEBUG};
+inline constexpr LogLevel LOG_LEVEL_DEBUG3{9, LOG_DEBUG};
+
+/// Whether the trace object admits `level` now. Read afresh by every statement:
+/// the level may change while the process runs.
+inline bool logAdmits(const LogLevel& level)
+{
+    return g_traceObject != nullptr && g_traceObject->m_settings != nullptr
+           && g_traceObject->m_settings->level >= level.threshold;
+}
+
+/// The part of `path` behind its last slash.
+constexpr const char* logBaseName(const char* path)
+{
+    const char* name = path;
+    for (const char* at = path; *at != '\0'; ++at) {
+        if (*at == '/') {
+            name = at + 1;
+        }
+    }
+    return name;
+}
+
+/// LOG(tag, "literal format", arguments...) logs on behalf of the function that
+/// holds it. The arguments are evaluated only if the trace level admits the tag.
+#define LOG(tag, ...)                                                                              \
+    LOG_STATEMENT("[" #tag "] %s:%d (%s) - ", LOG_LEVEL_##tag, __func__, __VA_ARGS__)
+
+/// The same on behalf of `function` (a string), for helpers of that function.
+#define LOG_AS(function, tag, ...)                                                                 \
+    LOG_STATEMENT("[" #tag "] %s:%d (%s) - ", LOG_LEVEL_##tag, function, __VA_ARGS__)
+
+#define LOG_STATEMENT(prefix, level, function, ...)                                                \
+    do {                                                                                           \
+        if (logAdmits(level)) {                                                                    \
+            static constexpr const char* logFile = logBaseName(__FILE__);                          \
+            LOG_FORM(__VA_ARGS__, LOG_FORMAT, LOG_FORMAT, LOG_FORMAT, LOG_FORMAT, LOG_FORMAT,      \
+                     LOG_TEXT, )                                                                   \
+            (prefix, level, function, __VA_ARGS__);                                                \
+        }                                                                                          \
+    } while (false)
+
+// C++17 can't drop the comma before an empty __VA_ARGS__, so a message without
+// arguments takes a form of its own. LOG_FORM picks it, for up to five arguments.
+#define LOG_FORM(message, a1, a2, a3, a4, a5, form, ...) form
+#define LOG_TEXT(prefix, level, function, message)                                                 \
+    syslog((level).priority, prefix message, logFile, __LINE__, function)
+#define LOG_FORMAT(prefix, level, function, message, ...)                                          \
+    syslog((level).priority, prefix message, logFile, __LINE__, function, __VA_ARGS__)

@@ -1,0 +1,80 @@
+#include "pmMutexLock.h"
+
+#include <sys/sem.h>
+#include <unistd.h>
+
+#include "log.h"
+
+namespace {
+
+/// Fourth argument of semctl. The program has to define it, and to pass it whole:
+/// where unions travel in memory a bare int would be taken for an address.
+union semun {
+    int val;
+    semid_ds* buf;
+    unsigned short* array;
+};
+
+constexpr int ALL_MAY_USE = 0666;
+constexpr int FREE = 1;
+constexpr int TAKEN = 0;
+constexpr int MAX_ATTEMPTS = 5;
+constexpr unsigned int ATTEMPT_PAUSE_S = 5;
+
+void setValue(int semId, int value)
+{
+    semun argument{};
+    argument.val = value;
+    semctl(semId, 0, SETVAL, argument);
+}
+
+/// Adds `change` to the semaphore, without waiting. Without SEM_UNDO as well: the
+/// other users of the chip recover a dead holder's lock as this class does.
+bool tryToChange(int semId, short change)
+{
+    sembuf operation{0, change, IPC_NOWAIT};
+    return semop(semId, &operation, 1) == 0;
+}
+
+} // namespace
+
+PmMutexLock::PmMutexLock(const char* owner)
+    : m_semId(semget(PM_MUTEX_KEY, 1, IPC_CREAT | IPC_EXCL | ALL_MAY_USE)),
+      m_owner(owner)
+{
+    if (m_semId >= 0) {
+        // Only its creator gives a set its first value.
+        setValue(m_semId, FREE);
+    } else {
+        m_semId = semget(PM_MUTEX_KEY, 1, IPC_CREAT | ALL_MAY_USE);
+        if (m_semId < 0) {
+            LOG(ERROR, "Cannot get semaphore for %s", m_owner.c_str());
+            LOG(DEBUG, "Cannot acquire semaphore for %s", m_owner.c_str());
+            return;
+        }
+    }
+
+    for (int attempt = 1; attempt <= MAX_ATTEMPTS; ++attempt) {
+        if (tryToChange(m_semId, -1)) {
+            LOG(DEBUG, "Semaphore acquired by %s", m_owner.c_str());
+            return;
+        }
+        if (attempt < MAX_ATTEMPTS) {
+            sleep(ATTEMPT_PAUSE_S);
+        }
+    }
+    setValue(m_semId, TAKEN);
+    LOG(ERROR, "Semaphore locked a long time - continue without the lock");
+}
+
+PmMutexLock::~PmMutexLock()
+{
+    // Raised only from 0: a forced taker and a slow holder both give back, and the
+    // value must not grow beyond 1. A failed GETVAL is not 0 either.
+    if (semctl(m_semId, 0, GETVAL) == TAKEN) {
+        tryToChange(m_semId, +1);
+    } else {
+        LOG(DEBUG, "Cannot unlock Semaphore");
+    }
+    LOG(DEBUG, "Semaphore released by %s", m_owner.c_str());
+}

@@ -1,0 +1,29 @@
+// The lock between the processes that use the power monitor: a System V semaphore
+// that PowerFileHandler takes for each of its operations.
+#pragma once
+
+#include <sys/ipc.h>
+
+#include <string>
+
+/// Key of the semaphore set that all users of the chip share.
+inline constexpr key_t PM_MUTEX_KEY = 0x9F39B;
+
+/// Holds the lock from the end of its construction to its destruction. It never
+/// fails towards its caller: without a semaphore, or when the lock stays taken for
+/// about 20 s, it says so in the log and the caller goes on without the lock.
+class PmMutexLock {
+public:
+    /// Waits for the lock; `owner` names its holder in the log.
+    explicit PmMutexLock(const char* owner);
+
+    /// Gives the lock back, also a stale one that was taken over.
+    ~PmMutexLock();
+
+    PmMutexLock(const PmMutexLock&) = delete;
+    PmMutexLock& operator=(const PmMutexLock&) = delete;
+
+protected:
+    int m_semId; ///< of the semaphore set; negative when none could be had
+    std::string m_owner;
+};
