@@ -1,0 +1,179 @@
+#include "board.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/ipc.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+
+namespace virtualboard {
+
+namespace {
+
+constexpr std::array<char, 16> MAGIC{"virtual-board\n"};
+constexpr std::uint8_t FORMAT = 1;
+constexpr int FACTORY_HARDWARE_VERSION = 3;
+
+std::array<std::uint8_t, 4> toBytes(std::uint32_t number)
+{
+    return {static_cast<std::uint8_t>(number >> 24), static_cast<std::uint8_t>(number >> 16),
+            static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
+}
+
+std::uint32_t toNumber(const std::array<std::uint8_t, 4>& bytes)
+{
+    return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16
+           | std::uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+// FNV-1a, enough to tell a damaged file.
+std::array<std::uint8_t, 4> checksumOf(const BoardState& state)
+{
+    std::uint32_t sum = 2166136261U;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(&state);
+    for (std::size_t i = 0; i < offsetof(BoardState, checksum); ++i) {
+        sum = (sum ^ bytes[i]) * 16777619U;
+    }
+    return toBytes(sum);
+}
+
+bool writeState(int fd, BoardState& state)
+{
+    state.checksum = checksumOf(state);
+    ssize_t written = -1;
+    do {
+        written = pwrite(fd, &state, sizeof state, 0);
+    } while (written < 0 && errno == EINTR);
+    if (written >= 0 && written != static_cast<ssize_t>(sizeof state)) {
+        errno = ENOSPC;
+    }
+    return written == static_cast<ssize_t>(sizeof state);
+}
+
+BoardState makeFactoryState()
+{
+    BoardState state{};
+    state.magic = MAGIC;
+    state.format = FORMAT;
+    state.hardwareKnown = 1;
+    state.hardwareVersion = toBytes(FACTORY_HARDWARE_VERSION);
+    state.id = toBytes(std::random_device{}());
+    makeFactoryMemory(state.chip);
+    return state;
+}
+
+// Writes a new board to the temporary file and gives it its name, if that is
+// still free: of several processes one makes the board, all find it whole.
+bool publish(int fd, const std::string& temporary, const std::string& path)
+{
+    BoardState state = makeFactoryState();
+    const mode_t mask = umask(0);
+    umask(mask);
+    return fchmod(fd, 0666 & ~mask) == 0 && writeState(fd, state)
+           && (link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST);
+}
+
+} // namespace
+
+bool createBoard(const std::string& path, std::string& error)
+{
+    if (access(path.c_str(), F_OK) == 0) {
+        return true;
+    }
+    std::string temporary = path + ".XXXXXX";
+    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    const bool made = fd >= 0 && publish(fd, temporary, path);
+    if (!made) {
+        error = "cannot make the board " + path + ": " + std::strerror(errno);
+    }
+    if (fd >= 0) {
+        unlink(temporary.c_str());
+        close(fd);
+    }
+    return made;
+}
+
+BoardAccess::BoardAccess(const char* path) : m_path(path)
+{
+    m_fd = open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    int locked = -1;
+    while (m_fd >= 0 && (locked = flock(m_fd, LOCK_EX)) != 0 && errno == EINTR) {
+    }
+    if (locked != 0) {
+        m_error = "cannot use the board " + m_path + ": " + std::strerror(errno);
+        return;
+    }
+    load(path);
+}
+
+BoardAccess::~BoardAccess()
+{
+    if (m_fd >= 0) {
+        // Said aloud, for a child forked meanwhile may hold the descriptor too.
+        flock(m_fd, LOCK_UN);
+        close(m_fd);
+    }
+}
+
+void BoardAccess::load(const char* path)
+{
+    struct stat status = {};
+    ssize_t count = -1;
+    if (fstat(m_fd, &status) == 0 && S_ISREG(status.st_mode)) {
+        count = pread(m_fd, &m_state, sizeof m_state, 0);
+    }
+    if (count != static_cast<ssize_t>(sizeof m_state) || status.st_size != count
+        || m_state.magic != MAGIC) {
+        m_error = std::string(path) + " is not a virtual board's memory";
+    } else if (m_state.format != FORMAT) {
+        m_error = std::string(path) + " is a board's memory of another version of virtual-board";
+    } else if (m_state.checksum != checksumOf(m_state) || m_state.hardwareKnown > 1
+               || !isPage(*bytesOf(m_state.chip.ram, code::PAGE, ALL_PAGES))) {
+        m_error = std::string(path) + " is a virtual board's memory, but damaged";
+    }
+    m_saved = m_state;
+}
+
+bool BoardAccess::hardwareVersion(int& version) const
+{
+    if (m_state.hardwareKnown == 0) {
+        return false;
+    }
+    version = static_cast<std::int32_t>(toNumber(m_state.hardwareVersion));
+    return true;
+}
+
+void BoardAccess::setHardwareVersion(bool known, int version)
+{
+    m_state.hardwareKnown = known ? 1 : 0;
+    m_state.hardwareVersion = toBytes(static_cast<std::uint32_t>(version));
+}
+
+key_t BoardAccess::privateKey(key_t key) const
+{
+    // A multiplicative hash, so that neighbouring keys land far apart.
+    const auto number = static_cast<std::uint32_t>(key) * 2654435761U ^ toNumber(m_state.id);
+    const auto own = static_cast<key_t>(number);
+    return own == IPC_PRIVATE || own == key ? key + 1 : own;
+}
+
+bool BoardAccess::save()
+{
+    if (std::memcmp(&m_state, &m_saved, sizeof m_state) == 0) {
+        return true;
+    }
+    if (!writeState(m_fd, m_state)) {
+        m_error = "cannot save the board " + m_path + ": " + std::strerror(errno);
+        return false;
+    }
+    m_saved = m_state;
+    return true;
+}
+
+} // namespace virtualboard

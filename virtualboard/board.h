@@ -1,0 +1,69 @@
+// The board's memory file: made with factory settings on first use, locked and
+// loaded for one transfer, written back whole. Used by the bus, the launcher
+// and tests that look into a board.
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "chip.h"
+
+namespace virtualboard {
+
+/// The file's content. Bytes alone, numbers with the high byte first, so that
+/// every machine reads every board. It fits into one page of memory: a kill
+/// can't cut the write that puts it back.
+struct BoardState {
+    std::array<char, 16> magic;
+    std::uint8_t format;
+    std::uint8_t hardwareKnown; ///< 0: the hardware version can't be had
+    std::array<std::uint8_t, 4> hardwareVersion;
+    std::array<std::uint8_t, 4> id; ///< random, makes the lock's key the board's own
+    Memory chip;
+    std::array<std::uint8_t, 4> checksum; ///< of everything before it
+};
+static_assert(alignof(BoardState) == 1 && sizeof(BoardState) <= 4096);
+
+/// Makes the file with factory settings unless it exists. On failure returns
+/// false with the reason in `error`.
+bool createBoard(const std::string& path, std::string& error);
+
+/// Holds a board for as long as the object lives: no other process does.
+class BoardAccess {
+public:
+    /// Waits for the board, then loads it. Ask `isOpen` for the outcome.
+    explicit BoardAccess(const char* path);
+    ~BoardAccess();
+    BoardAccess(const BoardAccess&) = delete;
+    BoardAccess& operator=(const BoardAccess&) = delete;
+
+    bool isOpen() const { return m_error.empty(); }
+    /// Why the board could not be had or saved, with the file's name.
+    const std::string& error() const { return m_error; }
+
+    Memory& chip() { return m_state.chip; }
+
+    /// False: the board doesn't tell its hardware version.
+    bool hardwareVersion(int& version) const;
+    void setHardwareVersion(bool known, int version);
+
+    /// The System V key that stands for `key` on this board. Never IPC_PRIVATE.
+    key_t privateKey(key_t key) const;
+
+    /// Puts changes back into the file. False with `error` set if it can't.
+    bool save();
+
+private:
+    void load(const char* path);
+
+    BoardState m_state{};
+    BoardState m_saved{}; ///< what the file holds
+    std::string m_path;
+    std::string m_error;
+    int m_fd = -1;
+};
+
+} // namespace virtualboard

@@ -1,0 +1,203 @@
+#include "chip.h"
+
+#include <algorithm>
+
+namespace virtualboard {
+
+namespace {
+
+// PMBus standard: STATUS_CML's bits, and CML in the low byte of STATUS_WORD.
+constexpr std::uint8_t CML_INVALID_COMMAND = 0x80;
+constexpr std::uint8_t CML_INVALID_DATA = 0x40;
+constexpr std::uint8_t STATUS_CML_SUMMARY = 0x02;
+
+// PMBus standard: WRITE_PROTECT's three levels.
+constexpr std::uint8_t PROTECT_ALL = 0x80;
+constexpr std::uint8_t PROTECT_ALL_BUT_OPERATION = 0x40;
+constexpr std::uint8_t PROTECT_ALL_BUT_ON_OFF = 0x20;
+
+void copyRegister(const Register& reg, const Image& from, Image& to)
+{
+    std::copy_n(from.begin() + reg.offset, reg.size * reg.copies, to.begin() + reg.offset);
+}
+
+void copyConfiguration(const Image& from, Image& to)
+{
+    for (const Register& reg : REGISTERS) {
+        if (reg.storage == Storage::CONFIGURATION) {
+            copyRegister(reg, from, to);
+        }
+    }
+}
+
+void fillFactory(const Register& reg, Image& image)
+{
+    for (int copy = 0; copy < reg.copies; ++copy) {
+        factoryValue(reg, copy, image.data() + reg.offset + copy * reg.size);
+    }
+}
+
+} // namespace
+
+std::uint8_t* bytesOf(Image& image, int code, int page)
+{
+    const Register* reg = findRegister(code);
+    if (reg == nullptr || reg->copies == 0 || !isPage(page) || reg->accessOn(page) == rights::NO) {
+        return nullptr;
+    }
+    return image.data() + reg->positionOn(page);
+}
+
+void makeFactoryMemory(Memory& memory)
+{
+    for (const Register& reg : REGISTERS) {
+        fillFactory(reg, memory.ram);
+    }
+    memory.flash = memory.ram;
+}
+
+void powerUp(Memory& memory)
+{
+    for (const Register& reg : REGISTERS) {
+        if (reg.storage == Storage::VOLATILE) {
+            fillFactory(reg, memory.ram);
+        }
+    }
+    copyConfiguration(memory.flash, memory.ram);
+}
+
+std::uint8_t& Chip::byteOf(int code)
+{
+    return *bytesOf(m_memory.ram, code, ALL_PAGES);
+}
+
+int Chip::page() const
+{
+    return *bytesOf(m_memory.ram, code::PAGE, ALL_PAGES);
+}
+
+void Chip::fault(std::uint8_t cmlBit)
+{
+    byteOf(code::STATUS_CML) |= cmlBit;
+    byteOf(code::STATUS_WORD) |= STATUS_CML_SUMMARY;
+}
+
+std::size_t Chip::receive(const std::uint8_t* bytes, std::size_t count, bool readFollows)
+{
+    m_named = nullptr;
+    if (count == 0) {
+        return 0;
+    }
+    const Register* reg = findRegister(bytes[0]);
+    const std::uint32_t mask = reg == nullptr ? rights::NO : reg->accessOn(page());
+    if (mask == rights::NO) {
+        fault(CML_INVALID_COMMAND);
+        return 0;
+    }
+    if (count > 1 && (mask & ACCESS_WRITE) == 0) {
+        fault(CML_INVALID_DATA);
+        return 1;
+    }
+    if (!readFollows) {
+        execute(*reg, bytes + 1, count - 1);
+    } else if (count == 1) {
+        m_named = reg;
+    }
+    return count;
+}
+
+void Chip::send(std::uint8_t* bytes, std::size_t count, std::size_t from)
+{
+    const bool readable = m_named != nullptr && (m_named->accessOn(page()) & ACCESS_READ) != 0;
+    const std::size_t size = readable ? m_named->size : 0;
+    const std::size_t known = from < size ? std::min(count, size - from) : 0;
+    if (known > 0) {
+        std::copy_n(m_memory.ram.data() + m_named->positionOn(page()) + from, known, bytes);
+    }
+    if (known < count) {
+        std::fill_n(bytes + known, count - known, std::uint8_t{0xFF});
+        fault(CML_INVALID_DATA);
+    }
+}
+
+void Chip::execute(const Register& reg, const std::uint8_t* data, std::size_t count)
+{
+    if (count < reg.size) {
+        return;
+    }
+    if (count > reg.size) {
+        fault(CML_INVALID_DATA);
+        return;
+    }
+    if (isProtected(reg.code)) {
+        return;
+    }
+    switch (reg.code) {
+    case code::PAGE:
+        selectPage(data[0]);
+        return;
+    case code::CLEAR_FAULTS:
+        for (const Register& status : REGISTERS) {
+            if (status.code >= code::STATUS_WORD && status.code <= code::STATUS_MFR_SPECIFIC) {
+                std::fill_n(m_memory.ram.begin() + status.offset, status.size * status.copies,
+                            std::uint8_t{0});
+            }
+        }
+        return;
+    case code::STORE_DEFAULT_ALL:
+        copyConfiguration(m_memory.ram, m_memory.flash);
+        return;
+    case code::RESTORE_DEFAULT_ALL:
+        copyConfiguration(m_memory.flash, m_memory.ram);
+        return;
+    case code::OPERATION:
+        if (page() == ALL_PAGES) {
+            std::fill_n(m_memory.ram.begin() + reg.offset, reg.copies, data[0]);
+            return;
+        }
+        break;
+    case code::MFR_STORE_SINGLE:
+        storeSingle(data[0], data[1]);
+        break;
+    default:
+        break;
+    }
+    std::copy_n(data, count, m_memory.ram.data() + reg.positionOn(page()));
+}
+
+void Chip::selectPage(std::uint8_t page)
+{
+    if (!isPage(page)) {
+        fault(CML_INVALID_DATA);
+        return;
+    }
+    byteOf(code::PAGE) = page;
+}
+
+void Chip::storeSingle(std::uint8_t command, std::uint8_t page)
+{
+    const std::uint8_t* from = bytesOf(m_memory.ram, command, page);
+    if (from == nullptr || storageOf(command) != Storage::CONFIGURATION) {
+        fault(CML_INVALID_DATA);
+        return;
+    }
+    std::copy_n(from, findRegister(command)->size, bytesOf(m_memory.flash, command, page));
+}
+
+bool Chip::isProtected(int code)
+{
+    const std::uint8_t level = byteOf(code::WRITE_PROTECT);
+    const bool spared = code == code::OPERATION || code == code::PAGE;
+    if (code == code::WRITE_PROTECT) {
+        return false;
+    }
+    if ((level & PROTECT_ALL) != 0) {
+        return true;
+    }
+    if ((level & PROTECT_ALL_BUT_OPERATION) != 0) {
+        return !spared;
+    }
+    return (level & PROTECT_ALL_BUT_ON_OFF) != 0 && !spared && code != code::ON_OFF_CONFIG;
+}
+
+} // namespace virtualboard

@@ -1,0 +1,221 @@
+#include "faults.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace virtualboard {
+
+const char* const FAULT_HELP = R"(Faults: RULE is one of
+  WHEN:WHAT             transfers fail. WHEN is
+                          N or N-M or N-    the N-th transfer of the run, a range
+                          /K                every K-th
+                          code=XX[@PAGE]    those of command code XX (on one page)
+                        each with *TIMES behind it: only the first TIMES of them.
+                        WHAT is nack, arbitration, timeout, eintr, kill-before or
+                        kill-after (SIGKILL before or after it reaches the chip)
+  stuck=XX[@PAGE]:MASK=VALUE
+                        the register's bits in MASK read as in VALUE
+  keep=XX[@PAGE]        the register acknowledges writes and keeps its value
+  open=ERRNO[*TIMES]    the bus can't be opened, for example open=EINTR*2
+  busy                  the chip's address is taken by a driver (EBUSY)
+  absent                the chip never answers
+  silent-after=N        the chip answers nothing after transfer N
+  store-silent=MS       after STORE_DEFAULT_ALL it answers nothing for MS ms
+XX, MASK and VALUE are hexadecimal. Time passes by sleeps, at their full length
+whatever the time scale, and by transfers on a 100 kHz bus.
+)";
+
+namespace {
+
+// Reads a rule from left to right; after the first thing that doesn't fit,
+// nothing fits any more.
+class Scanner {
+public:
+    explicit Scanner(const std::string& text) : m_at(text.c_str()) {}
+
+    bool skip(const char* word)
+    {
+        const std::size_t length = std::strlen(word);
+        if (std::strncmp(m_at, word, length) != 0) {
+            return false;
+        }
+        m_at += length;
+        return true;
+    }
+
+    bool number(int base, std::uint64_t least, std::uint64_t most, std::uint64_t& number)
+    {
+        const auto first = static_cast<unsigned char>(*m_at);
+        char* end = nullptr;
+        errno = 0;
+        const unsigned long long parsed = std::strtoull(m_at, &end, base);
+        // strtoull would take a sign, blanks and "0x" as well.
+        const bool digits = base == 16
+                                ? std::isxdigit(first) != 0 && m_at[1] != 'x' && m_at[1] != 'X'
+                                : std::isdigit(first) != 0;
+        if (!digits || errno != 0 || parsed < least || parsed > most) {
+            return false;
+        }
+        number = parsed;
+        m_at = end;
+        return true;
+    }
+
+    std::string word(const char* endings)
+    {
+        const std::size_t length = std::strcspn(m_at, endings);
+        m_at += length;
+        return {m_at - length, length};
+    }
+
+    bool atEnd() const { return *m_at == '\0'; }
+
+private:
+    const char* m_at;
+};
+
+// Behind "code=", "stuck=" or "keep=": XX[@PAGE].
+bool parseRegister(Scanner& scan, Fault& fault)
+{
+    std::uint64_t code = 0;
+    if (!scan.number(16, 0, 0xFF, code)) {
+        return false;
+    }
+    fault.code = static_cast<int>(code);
+    if (std::uint64_t page = 0; scan.skip("@")) {
+        if (!scan.number(10, 0, 255, page)) {
+            return false;
+        }
+        fault.page = static_cast<int>(page);
+    }
+    return true;
+}
+
+bool parseTimes(Scanner& scan, Fault& fault)
+{
+    return !scan.skip("*") || scan.number(10, 1, ALWAYS - 1, fault.times);
+}
+
+bool parseWhen(Scanner& scan, Fault& fault)
+{
+    if (scan.skip("code=")) {
+        return parseRegister(scan, fault);
+    }
+    if (scan.skip("/")) {
+        return scan.number(10, 1, ALWAYS - 1, fault.every);
+    }
+    if (!scan.number(10, 1, ALWAYS - 1, fault.first)) {
+        return false;
+    }
+    if (!scan.skip("-")) {
+        fault.last = fault.first;
+    } else {
+        // Without a number behind it the range is open.
+        scan.number(10, fault.first, ALWAYS - 1, fault.last);
+    }
+    return true;
+}
+
+bool parseTransferFault(Scanner& scan, Fault& fault)
+{
+    static constexpr struct {
+        const char* name;
+        Effect effect;
+    } WHATS[] = {
+        {"nack", Effect::NACK},
+        {"arbitration", Effect::ARBITRATION},
+        {"timeout", Effect::TIMEOUT},
+        {"eintr", Effect::INTERRUPT},
+        {"kill-before", Effect::KILL_BEFORE},
+        {"kill-after", Effect::KILL_AFTER},
+    };
+    if (!parseWhen(scan, fault) || !parseTimes(scan, fault) || !scan.skip(":")) {
+        return false;
+    }
+    const std::string name = scan.word("");
+    for (const auto& what : WHATS) {
+        if (name == what.name) {
+            fault.effect = what.effect;
+        }
+    }
+    return fault.effect != Effect::NONE;
+}
+
+// The errno that the C library knows by this name, 0 if none.
+int errnoByName(const std::string& name)
+{
+    constexpr int LAST_ERRNO = 4095; // the kernel's largest
+    for (int error = 1; error <= LAST_ERRNO; ++error) {
+        const char* known = strerrorname_np(error);
+        if (known != nullptr && name == known) {
+            return error;
+        }
+    }
+    return 0;
+}
+
+bool parseBody(Scanner& scan, Fault& fault)
+{
+    if (scan.skip("stuck=")) {
+        fault.kind = FaultKind::STUCK;
+        return parseRegister(scan, fault) && scan.skip(":")
+               && scan.number(16, 1, UINT64_MAX, fault.mask) && scan.skip("=")
+               && scan.number(16, 0, UINT64_MAX, fault.value);
+    }
+    if (scan.skip("keep=")) {
+        fault.kind = FaultKind::KEEP;
+        return parseRegister(scan, fault);
+    }
+    if (scan.skip("open=")) {
+        fault.kind = FaultKind::OPEN;
+        fault.error = errnoByName(scan.word("*"));
+        return fault.error != 0 && parseTimes(scan, fault);
+    }
+    if (scan.skip("busy")) {
+        fault.kind = FaultKind::BUSY;
+        return true;
+    }
+    if (scan.skip("store-silent=")) {
+        fault.kind = FaultKind::STORE_SILENT;
+        const bool fits = scan.number(10, 1, UINT32_MAX, fault.silence);
+        fault.silence *= 1000;
+        return fits;
+    }
+    if (scan.skip("absent")) {
+        fault.effect = Effect::NACK;
+        return true;
+    }
+    if (scan.skip("silent-after=")) {
+        fault.effect = Effect::NACK;
+        const bool fits = scan.number(10, 0, ALWAYS - 2, fault.first);
+        ++fault.first;
+        return fits;
+    }
+    return parseTransferFault(scan, fault);
+}
+
+} // namespace
+
+bool parseFault(const std::string& rule, Fault& fault)
+{
+    fault = Fault{};
+    Scanner scan(rule);
+    return parseBody(scan, fault) && scan.atEnd();
+}
+
+bool strikes(Fault& fault, FaultKind kind, std::uint64_t transfer, int code, int page)
+{
+    if (fault.kind != kind || transfer < fault.first || transfer > fault.last
+        || transfer % fault.every != 0 || (fault.code != ANY && fault.code != code)
+        || (fault.page != ANY && fault.page != page) || fault.times == 0) {
+        return false;
+    }
+    if (fault.times != ALWAYS) {
+        --fault.times;
+    }
+    return true;
+}
+
+} // namespace virtualboard

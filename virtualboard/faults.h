@@ -1,0 +1,52 @@
+// Fault rules: their grammar and which of them meets a transfer. Used by the
+// launcher, which parses them, and by the bus and the shim, which obey them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace virtualboard {
+
+/// The grammar of the rules, as --help shows it.
+extern const char* const FAULT_HELP;
+
+enum class FaultKind : std::uint8_t { TRANSFER, STUCK, KEEP, OPEN, BUSY, STORE_SILENT };
+
+/// What happens to a transfer.
+enum class Effect : std::uint8_t {
+    NONE,
+    NACK,        ///< the address isn't acknowledged, ENXIO
+    ARBITRATION, ///< arbitration lost, EAGAIN
+    TIMEOUT,     ///< ETIMEDOUT
+    INTERRUPT,   ///< EINTR
+    KILL_BEFORE, ///< the process dies before the transfer reaches the chip
+    KILL_AFTER,  ///< ... after it
+};
+
+inline constexpr int ANY = -1;
+inline constexpr std::uint64_t ALWAYS = UINT64_MAX;
+
+/// One rule, plain data for the session's shared memory.
+struct Fault {
+    FaultKind kind = FaultKind::TRANSFER;
+    Effect effect = Effect::NONE;
+    int code = ANY;          ///< of the register that it concerns
+    int page = ANY;          ///< that the chip has selected
+    std::uint64_t first = 0; ///< transfers, counted from 1 over the run
+    std::uint64_t last = ALWAYS;
+    std::uint64_t every = 1;      ///< only multiples of it
+    std::uint64_t times = ALWAYS; ///< how often it may still strike
+    std::uint64_t mask = 0;       ///< STUCK: these bits of the number read ...
+    std::uint64_t value = 0;      ///< ... show this
+    int error = 0;                ///< OPEN: the errno
+    std::uint64_t silence = 0;    ///< STORE_SILENT: microseconds
+};
+
+/// Parses RULE as FAULT_HELP says; false if it is none.
+bool parseFault(const std::string& rule, Fault& fault);
+
+/// Whether a fault of this kind strikes here: at this transfer, with this code
+/// on the selected page. Counts the strike.
+bool strikes(Fault& fault, FaultKind kind, std::uint64_t transfer, int code, int page);
+
+} // namespace virtualboard

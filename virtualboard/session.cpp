@@ -1,0 +1,124 @@
+#include "session.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace virtualboard {
+
+namespace {
+
+Session* mapSession(int fd)
+{
+    void* memory = mmap(nullptr, sizeof(Session), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    return memory == MAP_FAILED ? nullptr : static_cast<Session*>(memory);
+}
+
+Session* openSession(const char* path)
+{
+    const int fd = open(path, O_RDWR | O_CLOEXEC);
+    if (fd < 0) {
+        return nullptr;
+    }
+    struct stat status = {};
+    Session* session = nullptr;
+    errno = EINVAL; // what stands there isn't a session of this version
+    if (fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(sizeof(Session))) {
+        session = mapSession(fd);
+    }
+    const int reason = errno;
+    close(fd);
+    errno = reason;
+    return session;
+}
+
+// Returns 0 or the errno. A line cut short is a full disk.
+int writeWhole(int fd, const std::string& line)
+{
+    ssize_t written = -1;
+    do {
+        written = write(fd, line.data(), line.size());
+    } while (written < 0 && errno == EINTR);
+    if (written < 0) {
+        return errno;
+    }
+    return static_cast<std::size_t>(written) == line.size() ? 0 : ENOSPC;
+}
+
+} // namespace
+
+Fault* strikingFault(Session& session, FaultKind kind, int code, int page)
+{
+    for (int i = 0; i < session.faultCount; ++i) {
+        if (strikes(session.faults[i], kind, session.transfers, code, page)) {
+            return &session.faults[i];
+        }
+    }
+    return nullptr;
+}
+
+Session* shareSession(const Session& session, std::string& path, std::string& error)
+{
+    const char* folder = std::getenv("TMPDIR");
+    path = std::string(folder != nullptr && *folder != '\0' ? folder : "/tmp")
+           + "/virtual-board.XXXXXX";
+    const int fd = mkostemp(path.data(), O_CLOEXEC);
+    Session* shared = nullptr;
+    if (fd >= 0 && ftruncate(fd, sizeof(Session)) == 0) {
+        shared = mapSession(fd);
+    }
+    if (shared == nullptr) {
+        error = "cannot share the session " + path + ": " + std::strerror(errno);
+    } else {
+        *shared = session;
+    }
+    if (fd >= 0) {
+        close(fd);
+    }
+    return shared;
+}
+
+Session* joinSession()
+{
+    static Session* const joined = [] {
+        const char* path = std::getenv(SESSION_VARIABLE);
+        Session* session = path == nullptr ? nullptr : openSession(path);
+        if (path != nullptr && session == nullptr) {
+            std::fprintf(stderr, "virtual-board: cannot use the session %s: %s\n", path,
+                         std::strerror(errno));
+            _exit(EXIT_FAILURE);
+        }
+        return session;
+    }();
+    return joined;
+}
+
+void appendLine(const Session& session, const char* log, const std::string& line)
+{
+    std::string text = line + '\n';
+    if (session.showPid) {
+        text.insert(0, "[" + std::to_string(getpid()) + "] ");
+    }
+    if (std::strcmp(log, "-") == 0) {
+        writeWhole(STDERR_FILENO, text);
+        return; // a closed stderr has nowhere to complain
+    }
+    const int fd = open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int error = fd < 0 ? errno : writeWhole(fd, text);
+    if (fd >= 0) {
+        close(fd);
+    }
+    static bool complained = false;
+    if (error != 0 && !complained) {
+        complained = true;
+        std::fprintf(stderr, "virtual-board: cannot write %s: %s\n", log, std::strerror(error));
+    }
+}
+
+} // namespace virtualboard
