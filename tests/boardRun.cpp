@@ -1,0 +1,82 @@
+#include "boardRun.h"
+
+#include <sys/sem.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "board.h"
+#include "pmMutexLock.h"
+
+BoardRun::BoardRun()
+{
+    m_folder = testing::TempDir() + "board.XXXXXX";
+    if (mkdtemp(m_folder.data()) == nullptr) {
+        std::abort();
+    }
+    std::string error;
+    EXPECT_TRUE(virtualboard::createBoard(path("board"), error)) << error;
+    setenv("PMADMIN", EMULATOR " " PMADMIN, 1);
+    setenv("EXAMPLES", EXAMPLES, 1);
+}
+
+BoardRun::~BoardRun()
+{
+    if (lockSet() >= 0) {
+        semctl(lockSet(), 0, IPC_RMID);
+    }
+    std::filesystem::remove_all(m_folder);
+}
+
+Outcome BoardRun::run(const std::string& command, const std::string& boardOptions) const
+{
+    for (const char* name : {"log", "bus"}) {
+        std::filesystem::remove(path(name));
+    }
+    const std::string line = "cd " + m_folder
+                             + " && " EMULATOR " " VIRTUAL_BOARD
+                               " --board board --log log --bus-log bus --time-scale 0 "
+                             + boardOptions + " -- " + command + " >output 2>errors </dev/null";
+    const int status = std::system(line.c_str());
+    static const std::regex LINE_NUMBER(":[0-9]+ \\(");
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(path("output")),
+            readFile(path("errors")), std::regex_replace(readFile(path("log")), LINE_NUMBER, " ("),
+            readFile(path("bus"))};
+}
+
+std::string BoardRun::write(const std::string& name, const std::string& content) const
+{
+    std::ofstream(path(name), std::ios::binary) << content;
+    return path(name);
+}
+
+virtualboard::Memory BoardRun::memory() const
+{
+    virtualboard::BoardAccess board(path("board").c_str());
+    EXPECT_TRUE(board.isOpen()) << board.error();
+    return board.chip();
+}
+
+void BoardRun::setMemory(const virtualboard::Memory& memory) const
+{
+    virtualboard::BoardAccess board(path("board").c_str());
+    board.chip() = memory;
+    EXPECT_TRUE(board.save()) << board.error();
+}
+
+int BoardRun::lockSet() const
+{
+    const virtualboard::BoardAccess board(path("board").c_str());
+    return semget(board.privateKey(PM_MUTEX_KEY), 1, 0);
+}
+
+std::string readFile(const std::string& path)
+{
+    std::ostringstream content;
+    content << std::ifstream(path).rdbuf();
+    return content.str();
+}
