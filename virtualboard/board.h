@@ -31,7 +31,8 @@ static_assert(alignof(BoardState) == 1 && sizeof(BoardState) <= 4096);
 /// false with the reason in `error`.
 bool createBoard(const std::string& path, std::string& error);
 
-/// Holds a board for as long as the object lives: no other process does.
+/// Holds a board for as long as the object lives. Everyone else waits, a transfer
+/// of the same process too.
 class BoardAccess {
 public:
     /// Waits for the board, then loads it. Ask `isOpen` for the outcome.

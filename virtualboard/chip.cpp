@@ -33,7 +33,8 @@ void copyConfiguration(const Image& from, Image& to)
 void fillFactory(const Register& reg, Image& image)
 {
     for (int copy = 0; copy < reg.copies; ++copy) {
-        factoryValue(reg, copy, image.data() + reg.offset + copy * reg.size);
+        const auto from = reg.offset + static_cast<std::size_t>(copy) * reg.size;
+        factoryValue(reg, copy, image.data() + from);
     }
 }
 

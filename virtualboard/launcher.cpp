@@ -154,7 +154,7 @@ void addFault(Session& session, const char* rule)
 }
 
 enum OptionId {
-    // From 1 on: getopt_long returns 0 for nothing else, but '?' and ':' for errors.
+    // Clear of what getopt_long itself returns: -1, '?' and ':'.
     BOARD = 1,
     POWER_CYCLE,
     HW_VERSION,

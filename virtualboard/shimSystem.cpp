@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -167,7 +168,7 @@ INTERPOSED unsigned sleep(unsigned seconds)
     }
     double rest = 0;
     scaledSleep(*session, seconds, rest);
-    return static_cast<unsigned>(rest + 0.5);
+    return static_cast<unsigned>(std::lround(rest));
 }
 
 INTERPOSED int usleep(useconds_t microseconds)
