@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "board.h"
+#include "lineNumbers.h"
 #include "pmMutexLock.h"
 
 BoardRun::BoardRun()
@@ -42,9 +42,8 @@ Outcome BoardRun::run(const std::string& command, const std::string& boardOption
                                " --board board --log log --bus-log bus --time-scale 0 "
                              + boardOptions + " -- " + command + " >output 2>errors </dev/null";
     const int status = std::system(line.c_str());
-    static const std::regex LINE_NUMBER(":[0-9]+ \\(");
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(path("output")),
-            readFile(path("errors")), std::regex_replace(readFile(path("log")), LINE_NUMBER, " ("),
+            readFile(path("errors")), withoutLineNumbers(readFile(path("log"))),
             readFile(path("bus"))};
 }
 

@@ -12,9 +12,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 
 #include "boardUtils.h"
+#include "lineNumbers.h"
 
 FakeSystem fakeSystem;
 
@@ -112,8 +112,7 @@ void noteSyslog(int priority, const char* format, va_list arguments)
 {
     char text[2048];
     std::vsnprintf(text, sizeof(text), format, arguments);
-    static const std::regex LINE_NUMBER(":[0-9]+ \\(");
-    note("<%d>%s", priority, std::regex_replace(text, LINE_NUMBER, " (").c_str());
+    note("<%d>%s", priority, withoutLineNumbers(text).c_str());
     errno = 0; // as any call may change it
 }
 
