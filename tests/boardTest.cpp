@@ -1,0 +1,311 @@
+// The virtual board itself: the chip, fault rules, what other programs see of the bus,
+// the board's file, and the launcher.
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+#include "board.h"
+#include "boardRun.h"
+#include "i2cDevice.h"
+#include "pmMutexLock.h"
+
+namespace {
+
+using namespace virtualboard;
+
+/// Carries out one transfer: "42 FF 7F" is a write, "42 r2" one with a read of two bytes
+/// behind it. Returns the bytes read, "" if there are none, or the errno's name.
+std::string carryOut(Session& session, const std::string& transfer)
+{
+    std::uint8_t out[16] = {};
+    std::uint8_t in[16] = {};
+    i2c_msg messages[] = {{0x74, 0, 0, out}, {0x74, I2C_M_RD, 0, in}};
+    std::istringstream words(transfer);
+    for (std::string word; words >> word;) {
+        if (word[0] == 'r') {
+            messages[1].len = static_cast<__u16>(std::stoi(word.substr(1)));
+        } else {
+            out[messages[0].len++] = static_cast<__u8>(std::stoi(word, nullptr, 16));
+        }
+    }
+    const bool both = messages[0].len > 0 && messages[1].len > 0;
+    i2c_rdwr_ioctl_data request{messages + (messages[0].len > 0 ? 0 : 1), both ? 2U : 1U};
+    int address = 0;
+    if (deviceRequest(session, I2C_RDWR, &request, address) < 0) {
+        return strerrorname_np(errno);
+    }
+    std::string answer;
+    for (int i = 0; i < messages[1].len; ++i) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%02X", in[i]);
+        answer += digits;
+    }
+    return answer;
+}
+
+class BoardTest : public BoardRun {
+protected:
+    BoardTest()
+    {
+        std::strcpy(m_session.board, path("board").c_str());
+        std::strcpy(m_session.busLog, path("bus").c_str());
+    }
+
+    /// One step of a story: a transfer, or "cml", which answers STATUS_CML and clears it,
+    /// "fault RULE", or "wait MS".
+    std::string step(const std::string& text)
+    {
+        if (text == "cml") {
+            const std::string cml = carryOut(m_session, "7E r1");
+            EXPECT_EQ(cml == "00" ? "0000" : "0200", carryOut(m_session, "79 r2"));
+            return cml + carryOut(m_session, "03");
+        }
+        if (text.rfind("fault ", 0) == 0) {
+            return parseFault(text.substr(6), m_session.faults[m_session.faultCount++]) ? "" : "?";
+        }
+        if (text.rfind("wait ", 0) == 0) {
+            m_session.clock += std::stoul(text.substr(5));
+            return "";
+        }
+        return carryOut(m_session, text);
+    }
+
+    /// Carries out steps, separated by "; ". The answer of each stands behind " = ".
+    void tell(const std::string& story)
+    {
+        for (std::size_t at = 0; at < story.size();) {
+            const std::size_t end = std::min(story.find("; ", at), story.size());
+            const std::string text = story.substr(at, end - at);
+            const std::size_t sign = text.find(" = ");
+            const std::string answer = sign == std::string::npos ? "" : text.substr(sign + 3);
+            EXPECT_EQ(answer, step(text.substr(0, sign))) << text << " in: " << story;
+            at = end + 2;
+        }
+    }
+
+    Session m_session;
+};
+
+// Each line begins with factory settings and page 0, an indented one continues.
+const char* const STORIES = R"(
+98 r1 = 11; 99 r1 = 4D; 9A r1 = 5A; 9B r2 = 3030; 9C r8 = 3130313031303130; 02 r1 = 1A
+8B r2 = E02E; D4 r2 = 1C2F; 00 0B; 8B r2 = 8403; D7 r2 = 8003; 00 11; 8D r2 = 420E; cml = 00
+# What it doesn't know, on any page or on this one.
+05 = EREMOTEIO; cml = 80; 00 FF; 42 r2 = EREMOTEIO; cml = 80; E0 r2 = 0100; 00 0B; cml = 00
+51 00 00 = EREMOTEIO; E0 r2 = EREMOTEIO; 00 0D; 42 00 00 = EREMOTEIO; cml = 80
+# Too few bytes, too many, and those of a read-only register.
+42; 42 05; 9D 01; 42 r2 = FF7F; 43 r1 = 00; 9D r1 = 31; cml = 00
+42 05 06 07; 42 r2 = FF7F; cml = 40; 03 07; cml = 40
+99 4E = EREMOTEIO; 99 r1 = 4D; cml = 40; 79 00 00 = EREMOTEIO; cml = 40
+# Reads beyond the data, of write-only commands, and of none.
+43 r4 = 0000FFFF; cml = 40; 11 r1 = FF; cml = 40; r2 = FFFF; cml = 40; 43 01 02 r2 = FFFF; cml = 40
+05 = EREMOTEIO; 99 FF = EREMOTEIO; cml = C0; cml = 00
+# Pages.
+00 03; 00 0C; cml = 40; 00 12; cml = 40; 00 FE; cml = 40; 00 r1 = 03
+00 05; D1 34 12; 00 0D; D1 r2 = 3412; 00 FF; D1 r2 = 3412; cml = 00
+00 FF; 01 80; 01 r1 = FF; cml = 40; 00 04; 01 40; 00 0B; 01 r1 = 80; 00 00; 01 r1 = 80
+00 00; 43 A0 07; 00 01; 43 A1 07; 00 02; 43 A2 07; 00 03; 43 A3 07; 00 04; 43 A4 07
+  00 05; 43 A5 07; 00 06; 43 A6 07; 00 07; 43 A7 07; 00 08; 43 A8 07; 00 09; 43 A9 07
+  00 0A; 43 AA 07; 00 0B; 43 AB 07; 00 0D; 51 AD 07; 00 0E; 51 AE 07; 00 0F; 51 AF 07
+  00 10; 51 B0 07; 00 11; 51 B1 07
+  00 00; 43 r1 = A0; 00 01; 43 r1 = A1; 00 02; 43 r1 = A2; 00 03; 43 r1 = A3; 00 04; 43 r1 = A4
+  00 05; 43 r1 = A5; 00 06; 43 r1 = A6; 00 07; 43 r1 = A7; 00 08; 43 r1 = A8; 00 09; 43 r1 = A9
+  00 0A; 43 r1 = AA; 00 0B; 43 r1 = AB; 00 0D; 51 r1 = AD; 00 0E; 51 r1 = AE; 00 0F; 51 r1 = AF
+  00 10; 51 r1 = B0; 00 11; 51 r1 = B1
+# RAM and flash.
+42 11 11; 12; 42 r2 = FF7F; 42 22 22; 11; 42 33 33; 12; 42 r2 = 2222
+43 11 11; 00 0B; 43 22 22; FC 43 0B; FC r2 = 430B; 12; 43 r2 = 2222; 00 00; 43 r2 = 0000
+FC 42 FF; cml = 40; FC 99 FF; cml = 40; FC 05 00; cml = 40; FC 42 0C; cml = 40
+01 80; 11; 01 40; 00 01; 12; 00 r1 = 01; 00 00; 01 r1 = 40; cml = 00
+# Write protection: all but this and PAGE and OPERATION and ON_OFF_CONFIG.
+10 20; 00 01; 01 80; 02 1B; 42 11 11; 00 r1 = 01; 01 r1 = 80; 02 r1 = 1B; 42 r2 = FF7F; cml = 00
+10 40; 00 01; 01 80; 02 1B; 42 11 11; 00 r1 = 01; 01 r1 = 80; 02 r1 = 1A; 42 r2 = FF7F; cml = 00
+10 80; 00 01; 01 80; 02 1B; 42 11 11; 00 r1 = 00; 01 r1 = 00; 02 r1 = 1A; 42 r2 = FF7F; cml = 00
+42 11 11; 10 80; 11; 10 00; 12; 42 r2 = FF7F; 42 22 22; 42 r2 = 2222
+# Fault rules.
+fault 2-3:nack; 42 r2 = FF7F; 42 11 11 = ENXIO; 42 r2 = ENXIO; 42 r2 = FF7F
+fault 2:arbitration; 42 r2 = FF7F; 42 11 11 = EAGAIN; 42 r2 = FF7F
+fault 3-:timeout; 42 r2 = FF7F; 42 11 11; 42 r2 = ETIMEDOUT; 42 r2 = ETIMEDOUT
+fault /2:eintr; 42 r2 = FF7F; 42 11 11 = EINTR; 42 r2 = FF7F; 11 = EINTR
+fault code=42*2:nack; 43 r2 = 0000; 42 r2 = ENXIO; 42 r2 = ENXIO; 42 r2 = FF7F
+fault code=42@1:nack; 42 r2 = FF7F; 00 01; 42 r2 = ENXIO; 43 r2 = 0000
+fault silent-after=2; 42 r2 = FF7F; 42 r2 = FF7F; 42 r2 = ENXIO; 99 r1 = ENXIO
+fault store-silent=1; 42 r2 = FF7F; 11; 42 r2 = ENXIO; wait 680; 42 r2 = ENXIO; 42 r2 = FF7F
+fault keep=42@1; 42 11 11; 42 r2 = 1111; 00 01; 42 11 11; 42 r2 = FF7F; 43 22 22; 43 r2 = 2222
+fault stuck=42:F0FF=F034; 42 01 02; 42 r2 = 34F2; 43 r2 = 0000
+)";
+
+TEST_F(BoardTest, Stories)
+{
+    const Memory factory = memory();
+    std::istringstream lines(STORIES + 1);
+    for (std::string line; std::getline(lines, line);) {
+        if (line[0] != ' ') {
+            setMemory(factory);
+            m_session.transfers = 0;
+            m_session.faultCount = 0;
+        }
+        tell(line[0] == '#' ? "" : line);
+    }
+}
+
+TEST_F(BoardTest, OtherProgramsOfTheBus)
+{
+    if (*EMULATOR != '\0' || access("/usr/sbin/i2cget", X_OK) != 0) {
+        GTEST_SKIP() << "i2c-tools are not there";
+    }
+    const char* const cases[][2] = {
+        {"i2cget -y 0 0x74 0x99", "0x4d\nS 74w 99 Sr 74r 4D P\n"},
+        {"i2cget -y 0 0x74 0x8b w", "0x2ee0\nS 74w 8B Sr 74r E0 2E P\n"},
+        {"i2cget -y 0 0x74 0x03 c", "0xff\nS 74w 03 P\nS 74r FF P\n"},
+        {"i2cget -y 0 0x74 0x05", "S 74w 05 N P ! EREMOTEIO\n"},
+        {"i2cset -y 0 0x74 0x99 7", "S 74w 99 07 N P ! EREMOTEIO\n"},
+        {"i2cset -y 0 0x74 0x42 0x1234 w", "S 74w 42 34 12 P\n"},
+        {"i2cset -y 0 0x74 0xdd 3 2 1 4 i", "S 74w DD 03 02 01 04 P\n"},
+        {"i2cset -y 0 0x74 0xdd 2 1 4 s", "S 74w DD 03 02 01 04 P\n"},
+        {"i2cget -y 0 0x74 0xdd i 4", "0x03 0x02 0x01 0x04\nS 74w DD Sr 74r 03 02 01 04 P\n"},
+        {"i2cget -y 0 0x74 0xdd s", "0x02 0x01 0x04\nS 74w DD Sr 74r 03 02 01 04 P\n"},
+        {"i2cget -y 0 0x74 0xd1 s", "S 74w D1 Sr 74r 00 P ! EPROTO\n"},
+        {"i2ctransfer -y 0 w1@0x74 0xdd r?",
+         "0x03 0x02 0x01 0x04\nS 74w DD Sr 74r 03 02 01 04 P\n"},
+        {"i2ctransfer -y 0 w1@0x74 0x9d r3", "0x31 0x30 0x31\nS 74w 9D Sr 74r 31 30 31 P\n"},
+        {"i2ctransfer -y 0 w2@0x73 0x9d 1", "S 73w N P ! ENXIO\n"},
+        {"i2cget -y 1 0x74 0x99", ""},
+    };
+    for (const auto& [command, expected] : cases) {
+        const Outcome outcome = run(std::string("/usr/sbin/") + command);
+        EXPECT_EQ(expected, outcome.output + outcome.bus) << command << outcome.errors;
+    }
+    std::string found = run("/usr/sbin/i2cdetect -y 0").output;
+    found.erase(0, found.find("\n00:"));
+    EXPECT_NE(std::string::npos, found.find("\n70: -- -- -- -- 74 -- -- --"));
+    EXPECT_EQ(111 * 2, std::count(found.begin(), found.end(), '-')) << found;
+}
+
+TEST_F(BoardTest, TheLauncher)
+{
+    std::string tooMany;
+    for (int i = 0; i <= MAX_FAULTS; ++i) {
+        tooMany += "--fault busy ";
+    }
+    const std::string number = " needs a number from -2147483648 to 2147483647, not ";
+    const struct {
+        std::string options;
+        const char* command;
+        int status;
+        std::string reason;
+    } cases[] = {
+        {"--bord x", "true", 2, "wrong option '--bord' (see --help)"},
+        {"-x", "true", 2, "wrong option '-x' (see --help)"},
+        {"--pid=3", "true", 2, "wrong option '--pid=3' (see --help)"},
+        {"--board ''", "true", 2, "a file needs a name"},
+        {"--board /no/b", "true", 2, "cannot make the board /no/b: No such file or directory"},
+        {"--log /no/log", "true", 2, "cannot write /no/log: No such file or directory"},
+        {"--hw-version 3x", "true", 2, "--hw-version" + number + "'3x'"},
+        {"--trace-level ''", "true", 2, "--trace-level" + number + "''"},
+        {"--model 256", "true", 2, "--model needs a number from 0 to 255, not '256'"},
+        {"--time-scale -1", "true", 2, "--time-scale needs a decimal number from 0 on, not '-1'"},
+        {tooMany, "true", 2, "more than 64 rules of --fault"},
+        {"", "", 2, "no command to run (see --help)"},
+        {"", "no-such", 127, "cannot run 'no-such': No such file or directory"},
+        {"", "./board", 126, "cannot run './board': Permission denied"},
+        {"", "sh -c 'exit 3'", 3, ""},
+        {"", "sh -c 'kill -9 $$'", 128 + 9, ""},
+        // A signal that is to end the launcher reaches the command.
+        {"", "sh -c 'trap \"exit 5\" TERM; kill $PPID; for i in $(seq 300000); do :; done'", 5, ""},
+    };
+    for (const auto& [options, command, status, reason] : cases) {
+        const Outcome outcome = run(command, options);
+        EXPECT_EQ(status, outcome.status) << options << command;
+        EXPECT_EQ(reason.empty() ? "" : "virtual-board: " + reason + "\n", outcome.errors);
+    }
+    std::istringstream rules("nack 1 1: 1:nak 1:nack*2 0:nack 5-3:nack 1*0:nack /0:nack x:nack "
+                             "code=:nack code=1FF:nack code=0x42:nack code=42@256:nack stuck=42 "
+                             "stuck=42:0=1 stuck=42:1 keep= keep=42x busyx absent=1 open= "
+                             "open=ENOTHING open=EINTR*x silent-after=-1 store-silent=0 -1:nack");
+    for (std::string rule; rules >> rule;) {
+        const Outcome outcome = run("true", "--fault " + rule);
+        EXPECT_EQ(2, outcome.status) << rule;
+        EXPECT_EQ("virtual-board: --fault doesn't know the rule '" + rule + "' (see --help)\n",
+                  outcome.errors);
+    }
+    EXPECT_EQ(0, run("", "--version").output.find("virtual-board 1."));
+    const Outcome help = run("", "--help");
+    EXPECT_EQ(0, help.status);
+    EXPECT_NE(std::string::npos, help.output.find("store-silent=MS"));
+}
+
+TEST_F(BoardTest, TheFile)
+{
+    const std::string good = readFile(path("board"));
+    std::string damaged = good;
+    std::string newer = good;
+    ++damaged[100];
+    ++newer[16];
+    const std::string cases[][2] = {
+        {"", "not a virtual board's memory"},
+        {good + "x", "not a virtual board's memory"},
+        {good.substr(1), "not a virtual board's memory"},
+        {damaged, "a virtual board's memory, but damaged"},
+        {newer, "a board's memory of another version of virtual-board"},
+    };
+    for (const auto& [content, reason] : cases) {
+        const std::string file = write("other", content);
+        const Outcome outcome = run("true", "--board other --power-cycle --model 1");
+        EXPECT_EQ(2, outcome.status);
+        EXPECT_EQ("virtual-board: " + file + " is " + reason + "\n", outcome.errors);
+        EXPECT_EQ(content, readFile(file));
+    }
+
+    tell("01 80; 00 01; 42 11 11; D7 00 00; 11; 42 22 22; 05 = EREMOTEIO");
+    EXPECT_EQ(0, run("true", "--board second --model 0x57 --hw-version 7").status);
+    EXPECT_EQ(0, run("true", "--power-cycle --hw-version none").status);
+    EXPECT_EQ(0, run("true", "--board second --power-cycle").status);
+    tell("00 r1 = 00; 01 r1 = 00; 7E r1 = 00; 00 01; 42 r2 = 1111; D7 r2 = 6F13");
+    BoardAccess first(path("board").c_str());
+    BoardAccess second(path("second").c_str());
+    int version = 0;
+    EXPECT_FALSE(first.hardwareVersion(version));
+    EXPECT_TRUE(second.hardwareVersion(version));
+    EXPECT_EQ(7, version);
+    EXPECT_EQ(0x57, *bytesOf(second.chip().ram, code::MFR_MODEL, ALL_PAGES));
+    EXPECT_NE(first.privateKey(PM_MUTEX_KEY), second.privateKey(PM_MUTEX_KEY));
+    EXPECT_NE(PM_MUTEX_KEY, first.privateKey(PM_MUTEX_KEY));
+}
+
+TEST_F(BoardTest, SeveralProcessesAtOnce)
+{
+    std::string file;
+    std::string error;
+    Session* const shared = shareSession(m_session, file, error);
+    ASSERT_NE(nullptr, shared) << error;
+    unlink(file.c_str());
+    for (const char* block : {"9D 1 1 1 1 1 1 1 1", "9D 2 2 2 2 2 2 2 2", "9D 3 3 3 3 3 3 3 3"}) {
+        if (fork() == 0) {
+            for (int i = 0; i < 100; ++i) {
+                carryOut(*shared, block);
+                carryOut(*shared, "9D r8");
+            }
+            _exit(0);
+        }
+    }
+    while (wait(nullptr) > 0) {
+    }
+    std::istringstream lines(readFile(path("bus")));
+    int whole = 0;
+    std::string written = " 31 30 31 30 31 30 31 30 P";
+    for (std::string line; std::getline(lines, line);) {
+        const std::string data = line.substr(line.size() - written.size());
+        whole += line.find('r') == std::string::npos || data == written ? 1 : 0;
+        written = data;
+    }
+    EXPECT_EQ(600, whole);
+    EXPECT_EQ(600U, shared->transfers);
+}
+
+} // namespace
