@@ -8,6 +8,13 @@
 
 #include "chip.h"
 
+/// Whether a run takes ten times as long as usual: under a sanitizer or an emulator.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool SLOW = true;
+#else
+inline constexpr bool SLOW = EMULATOR[0] != '\0';
+#endif
+
 /// What a run did.
 struct Outcome {
     int status;
@@ -34,10 +41,13 @@ protected:
     virtualboard::Memory memory() const;
     void setMemory(const virtualboard::Memory& memory) const;
 
-    /// The set of the board's lock; -1 if there is none.
-    int lockSet() const;
+    /// The value of the board's lock: 1 free, 0 taken, -1 if nobody has used it yet.
+    int lockValue() const;
+    void setLockValue(int value) const;
 
 private:
+    int lockSet() const;
+
     std::string m_folder;
 };
 

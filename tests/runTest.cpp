@@ -1,6 +1,4 @@
 // Whole runs of the tool on a virtual board.
-#include <sys/sem.h>
-
 #include <vector>
 
 #include "boardRun.h"
@@ -173,14 +171,14 @@ TEST_F(RunTest, TheLargeExampleSurvivesAPowerCycle)
 TEST_F(RunTest, ALockThatIsNeverGivenBackIsTakenOver)
 {
     EXPECT_EQ("", run("$PMADMIN -a", "--trace-level 4").log);
-    ASSERT_EQ(1, semctl(lockSet(), 0, GETVAL));
-    semctl(lockSet(), 0, SETVAL, 0);
+    ASSERT_EQ(1, lockValue());
+    setLockValue(0);
     const Outcome outcome = run("$PMADMIN -a", "--trace-level 4");
     EXPECT_EQ(0, outcome.status);
     EXPECT_EQ("err: [ERROR] pmMutexLock.cpp (PmMutexLock) - "
               "Semaphore locked a long time - continue without the lock\n",
               outcome.log);
-    EXPECT_EQ(1, semctl(lockSet(), 0, GETVAL));
+    EXPECT_EQ(1, lockValue());
 }
 
 TEST_F(RunTest, TheExamplesAreWhatTheirListsGive)

@@ -1,0 +1,258 @@
+// Whole runs in which every transfer fails in its turn, and in which the process is
+// killed at every transfer.
+#include <sstream>
+
+#include "boardRun.h"
+
+namespace {
+
+using virtualboard::Memory;
+
+/// Every how manieth transfer is made to fail.
+constexpr int STRIDE = SLOW ? 7 : 1;
+
+/// The lines of `text` that contain `part` or, without `having`, that don't.
+std::string lines(const std::string& text, const std::string& part, bool having)
+{
+    std::istringstream stream(text);
+    std::string kept;
+    for (std::string line; std::getline(stream, line);) {
+        if ((line.find(part) != std::string::npos) == having) {
+            kept += line + "\n";
+        }
+    }
+    return kept;
+}
+
+std::size_t count(const std::string& text, const std::string& part)
+{
+    std::size_t found = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
+        ++found;
+    }
+    return found;
+}
+
+/// The memory without what every run changes: the selected page and the status.
+Memory settings(Memory memory)
+{
+    for (auto* image : {&memory.ram, &memory.flash}) {
+        for (const int code : {0x00, 0x79, 0x7E}) {
+            const virtualboard::Register* reg = virtualboard::findRegister(code);
+            std::fill_n(image->begin() + reg->offset, reg->size, std::uint8_t{0});
+        }
+    }
+    return memory;
+}
+
+/// Whether `image` differs from `before` only where `after` does: a PAGE entry that
+/// could not be written sends what follows it to another register of the file.
+bool changedOnlyWith(const virtualboard::Image& image, const virtualboard::Image& before,
+                     const virtualboard::Image& after)
+{
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        if (image[i] != before[i] && before[i] == after[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// One command line on a board in a known state, and how it goes without a fault.
+class FaultTest : public BoardRun, public testing::WithParamInterface<const char*> {
+protected:
+    FaultTest()
+    {
+        m_isUpgrade = GetParam() == std::string("-u");
+        m_isWrite = GetParam() == std::string("-r");
+        if (!m_isUpgrade && !m_isWrite) {
+            run("$PMADMIN -u $EXAMPLES/small.hex");
+        }
+        m_start = memory();
+        m_good = runAction("");
+        m_end = settings(memory());
+    }
+
+    Outcome runAction(const std::string& options) const
+    {
+        return run(std::string("$PMADMIN ") + GetParam() + " $EXAMPLES/small.hex",
+                   "--trace-level 6 " + options);
+    }
+
+    /// Flash is the old or the new one, whole; and only registers of the file changed.
+    void checkMemory(const std::string& name) const
+    {
+        const Memory now = settings(memory());
+        const Memory start = settings(m_start);
+        EXPECT_TRUE(now.flash == start.flash || now.flash == m_end.flash) << name;
+        EXPECT_TRUE(changedOnlyWith(now.ram, start.ram, m_end.ram)) << name;
+    }
+
+    bool m_isUpgrade;
+    bool m_isWrite;
+    Memory m_start;
+    Memory m_end;
+    Outcome m_good;
+};
+
+TEST_P(FaultTest, ATransferThatFailsOnceOrTwiceChangesNothing)
+{
+    ASSERT_EQ(0, m_good.status);
+    const auto transfers = static_cast<int>(count(m_good.bus, "\n"));
+    const std::pair<const char*, const char*> KINDS[] = {
+        {"nack", "No such device or address"},
+        {"arbitration", "Resource temporarily unavailable"},
+        {"timeout", "Connection timed out"},
+        {"eintr", "Interrupted system call"}};
+    for (int n = 1; n <= transfers; n += STRIDE) {
+        for (int times = 1; times <= 2; ++times) {
+            const auto& [kind, error] = KINDS[(n + times) % 4];
+            const std::string name =
+                std::to_string(n) + "-" + std::to_string(n + times - 1) + ":" + kind;
+            setMemory(m_start);
+            const Outcome outcome = runAction("--fault " + name);
+            EXPECT_EQ(0, outcome.status) << name;
+            EXPECT_EQ(m_good.output, outcome.output) << name;
+            EXPECT_EQ(m_good.bus, lines(outcome.bus, " ! ", false)) << name;
+            EXPECT_EQ(m_good.log, lines(outcome.log, "warning: ", false)) << name;
+            const std::string warnings = lines(outcome.log, "warning: ", true);
+            const bool isStore = warnings.find("command 11 ") != std::string::npos;
+            EXPECT_EQ(isStore ? 0 : times,
+                      static_cast<int>(count(warnings, std::string(" failed, ") + error + "\n")))
+                << name;
+            EXPECT_EQ(1U, count(warnings, "retry 1\n")) << name;
+            EXPECT_EQ(times == 2 ? 1U : 0U, count(warnings, "retry 2\n")) << name;
+            EXPECT_EQ(2 * times, static_cast<int>(count(warnings, "\n"))) << name;
+            EXPECT_EQ(1, lockValue()) << name;
+            EXPECT_EQ(m_end.ram, settings(memory()).ram) << name;
+            EXPECT_EQ(m_end.flash, settings(memory()).flash) << name;
+        }
+    }
+}
+
+// What the tool says it did, it did: whatever fails for good, a status of 0 means
+// that the chip holds the file, and any other is told.
+TEST_P(FaultTest, ATransferThatFailsThreeTimesIsNeverConcealed)
+{
+    const auto transfers = static_cast<int>(count(m_good.bus, "\n"));
+    for (int n = 1; n <= transfers; n += STRIDE) {
+        const std::string name = std::to_string(n) + "-" + std::to_string(n + 2) + ":nack";
+        setMemory(m_start);
+        const Outcome outcome = runAction("--fault " + name);
+        checkMemory(name);
+        EXPECT_LE(1U, count(outcome.log, "retry 3\n")) << name;
+        EXPECT_EQ(1, lockValue()) << name;
+        if (outcome.status == 0) {
+            EXPECT_EQ(m_end.ram, settings(memory()).ram) << name;
+            EXPECT_EQ(m_end.flash, settings(memory()).flash) << name;
+            continue;
+        }
+        EXPECT_EQ(1, outcome.status) << name;
+        EXPECT_LT(6, n) << name << ": a start-up that fails keeps nothing from being done";
+        const bool failed = count(outcome.log, m_isWrite     ? "Writing power monitor file: failed"
+                                               : m_isUpgrade ? "[ERROR] main.cpp (main)"
+                                                             : "contents differs from")
+                            == 1;
+        EXPECT_TRUE(failed) << name << outcome.log;
+        EXPECT_EQ(0U, count(outcome.log, "successfully")) << name;
+    }
+}
+
+TEST_P(FaultTest, AfterAKillTheNextRunsComplete)
+{
+    const auto transfers = static_cast<int>(count(m_good.bus, "\n"));
+    for (int n = 1; n <= transfers; n += STRIDE) {
+        for (const char* when : {"before", "after"}) {
+            const std::string name = std::to_string(n) + ":kill-" + when;
+            setMemory(m_start);
+            EXPECT_EQ(128 + 9, runAction("--fault " + name).status) << name;
+            checkMemory(name);
+            const bool lockLeft = lockValue() == 0;
+            // Start-up takes no lock, all behind it happens under it.
+            EXPECT_EQ(n > 6, lockLeft) << name;
+
+            Outcome next = runAction("");
+            EXPECT_EQ(lockLeft ? 1U : 0U, count(next.log, "continue without the lock")) << name;
+            EXPECT_EQ(1, lockValue()) << name;
+            if (m_isUpgrade && next.status == 1) {
+                // Killed between writing and storing: the working registers hold the
+                // file, so there is nothing to upgrade; storing is what is left.
+                EXPECT_NE(std::string::npos, next.output.find("RAM registers are up-to-date"))
+                    << name;
+                next = run("$PMADMIN -e $EXAMPLES/small.hex");
+            }
+            EXPECT_EQ(0, next.status) << name;
+            EXPECT_EQ(m_end.ram, settings(memory()).ram) << name;
+            EXPECT_EQ(m_end.flash, settings(memory()).flash) << name;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Actions, FaultTest, testing::Values("-u", "-r", "-E"));
+
+using LastingFaultTest = BoardRun;
+
+TEST_F(LastingFaultTest, WhatTheOperatorSeesAndTheChipHolds)
+{
+    enum Holds { OLD, NEW, MIXED };
+    const std::string writeFailed = "[ERROR] main.cpp (main) - Write power file to RAM failed";
+    const std::string saveFailed = "[ERROR] main.cpp (main) - Save/compare failed";
+    const std::string notOpened = "Cannot open I2C driver /dev/i2c-0: ";
+    const struct {
+        const char* fault;
+        const char* action;
+        int status;
+        std::string log;
+        Holds ram;
+        Holds flash;
+    } cases[] = {
+        {"stuck=42@0:0001=0001", "-u", 1, saveFailed, NEW, NEW},
+        {"stuck=42@0:0001=0001", "-E", 1, "Target data: 7fff", OLD, OLD},
+        {"keep=42@0", "-u", 1, saveFailed, MIXED, MIXED},
+        {"keep=42@0", "-r", 0, "Writing power monitor file: success", MIXED, OLD},
+        {"store-silent=500", "-u", 1, saveFailed, NEW, NEW},
+        {"silent-after=15", "-u", 1, writeFailed, MIXED, OLD},
+        {"silent-after=21", "-u", 1, saveFailed, NEW, OLD},
+        {"silent-after=22", "-u", 1, saveFailed, NEW, NEW},
+        {"code=11:timeout", "-u", 1, "Storing power monitor file to flash: failed", NEW, OLD},
+        {"code=11:timeout", "-e", 1, "Storing power monitor file to flash: failed", OLD, OLD},
+        {"code=42@1:arbitration", "-u", 1, writeFailed, MIXED, OLD},
+        {"code=42@1:arbitration", "-E", 1, "Data of command 42 differs", OLD, OLD},
+        {"absent", "-u", 1, writeFailed, OLD, OLD},
+        {"busy", "-a", 1, "Cannot access I2C driver: Device or resource busy", OLD, OLD},
+        {"open=EACCES", "-u", 1, notOpened + "Permission denied", OLD, OLD},
+        {"open=ENOENT", "-r", 1, notOpened + "No such file or directory", OLD, OLD},
+        {"/2:nack", "-u", 0, "successfully upgraded", NEW, NEW},
+    };
+    const Memory start = memory();
+    run("$PMADMIN -u $EXAMPLES/small.hex");
+    const Memory end = settings(memory());
+    const auto holds = [&](const virtualboard::Image& image) {
+        return image == end.ram || image == end.flash                           ? NEW
+               : image == settings(start).ram || image == settings(start).flash ? OLD
+                                                                                : MIXED;
+    };
+    for (const auto& [fault, action, status, log, ram, flash] : cases) {
+        const std::string name = std::string(fault) + " " + action;
+        setMemory(start);
+        const Outcome outcome = run(std::string("$PMADMIN ") + action + " $EXAMPLES/small.hex",
+                                    "--trace-level 6 --fault " + std::string(fault));
+        EXPECT_EQ(status, outcome.status) << name;
+        EXPECT_NE(std::string::npos, outcome.log.find(log)) << name << "\n" << outcome.log;
+        EXPECT_EQ(ram, holds(settings(memory()).ram)) << name;
+        EXPECT_EQ(flash, holds(settings(memory()).flash)) << name;
+        EXPECT_EQ(1, lockValue()) << name;
+    }
+}
+
+TEST_F(LastingFaultTest, AWriteProtectedChipKeepsWhatItHas)
+{
+    Memory start = memory();
+    *virtualboard::bytesOf(start.ram, virtualboard::code::WRITE_PROTECT, 0) = 0x40;
+    setMemory(start);
+    EXPECT_EQ(1, run("$PMADMIN -u $EXAMPLES/small.hex").status);
+    EXPECT_EQ(settings(start).ram, settings(memory()).ram);
+    EXPECT_EQ(start.flash, memory().flash);
+}
+
+} // namespace
