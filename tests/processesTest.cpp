@@ -79,10 +79,8 @@ TEST_F(ProcessesTest, TwentyAtOnceKeepTheirSectionsApart)
         std::string("--trace-level 7 --time-scale ") + (SLOW ? "0.4" : "0.04");
     std::string script = "for i in 1 2 3 4 5; do ";
     for (const char* action : {"-E", "-r", "-u", "-E"}) {
-        script += "{ "
-                  + tool("--time-scale 0.01 --trace-level 7",
-                         std::string(action) + " $EXAMPLES/small.hex")
-                  + "; echo $?; } & ";
+        script +=
+            "{ " + tool(options, std::string(action) + " $EXAMPLES/small.hex") + "; echo $?; } & ";
     }
     const Outcome outcome = run("sh -c '" + script + "done; wait'");
     std::istringstream log(readFile(path("all")));
