@@ -22,19 +22,12 @@ constexpr std::size_t MESSAGE_SIZE_MAX = 8192; // the kernel's limit in I2C_RDWR
 
 constexpr unsigned long FUNCTIONS = I2C_FUNC_I2C | I2C_FUNC_SMBUS_QUICK | I2C_FUNC_SMBUS_BYTE
                                     | I2C_FUNC_SMBUS_BYTE_DATA | I2C_FUNC_SMBUS_WORD_DATA
-                                    | I2C_FUNC_SMBUS_PROC_CALL | I2C_FUNC_SMBUS_BLOCK_DATA
-                                    | I2C_FUNC_SMBUS_BLOCK_PROC_CALL | I2C_FUNC_SMBUS_I2C_BLOCK;
+                                    | I2C_FUNC_SMBUS_BLOCK_DATA | I2C_FUNC_SMBUS_I2C_BLOCK;
 
 int fail(int error)
 {
     errno = error;
     return -1;
-}
-
-// No process has anything in its first page; the kernel says EFAULT.
-bool isBadPointer(const void* pointer)
-{
-    return reinterpret_cast<std::uintptr_t>(pointer) < 4096;
 }
 
 int bind(Session& session, unsigned long request, unsigned long wanted, int& address)
@@ -52,150 +45,101 @@ int bind(Session& session, unsigned long request, unsigned long wanted, int& add
     return 0;
 }
 
-// An SMBus transaction as the messages that the kernel makes of it for a bus
-// that knows plain I2C: one that is written, then one that is read.
-struct Smbus {
-    std::array<std::uint8_t, I2C_SMBUS_BLOCK_MAX + 2> out{};
-    std::array<std::uint8_t, I2C_SMBUS_BLOCK_MAX + 2> in{};
-    std::size_t outSize = 1; // the command code
-    std::size_t inSize = 0;
-    bool countFirst = false;
-};
-
-// Appends the first `count` bytes of a block, its count byte the first of them.
-void appendBlock(Smbus& smbus, const std::uint8_t* block, std::size_t from, std::size_t count)
-{
-    std::copy_n(block + from, count, smbus.out.data() + smbus.outSize);
-    smbus.outSize += count;
-}
-
-void appendWord(Smbus& smbus, std::uint16_t word)
-{
-    smbus.out[smbus.outSize++] = static_cast<std::uint8_t>(word);
-    smbus.out[smbus.outSize++] = static_cast<std::uint8_t>(word >> 8);
-}
-
-// Fills the messages for all transactions with data; false: a block too long.
-bool makeSmbus(Smbus& smbus, std::uint32_t size, bool read, const i2c_smbus_data& data)
-{
-    const std::size_t count = data.block[0];
-    switch (size) {
-    case I2C_SMBUS_BYTE_DATA:
-        if (read) {
-            smbus.inSize = 1;
-        } else {
-            smbus.out[smbus.outSize++] = data.byte;
-        }
-        return true;
-    case I2C_SMBUS_WORD_DATA:
-        if (read) {
-            smbus.inSize = 2;
-        } else {
-            appendWord(smbus, data.word);
-        }
-        return true;
-    case I2C_SMBUS_PROC_CALL:
-        appendWord(smbus, data.word);
-        smbus.inSize = 2;
-        return true;
-    case I2C_SMBUS_I2C_BLOCK_BROKEN:
-        if (read) {
-            smbus.inSize = I2C_SMBUS_BLOCK_MAX; // the older form asks for no count
-            return true;
-        }
-        [[fallthrough]];
-    case I2C_SMBUS_I2C_BLOCK_DATA:
-        if (count > I2C_SMBUS_BLOCK_MAX) {
-            return false;
-        }
-        if (read) {
-            smbus.inSize = count;
-        } else {
-            appendBlock(smbus, data.block, 1, count);
-        }
-        return true;
-    default: // I2C_SMBUS_BLOCK_DATA, I2C_SMBUS_BLOCK_PROC_CALL
-        if (size == I2C_SMBUS_BLOCK_DATA && read) {
-            smbus.countFirst = true;
-            return true;
-        }
-        if (count > I2C_SMBUS_BLOCK_MAX) {
-            return false;
-        }
-        appendBlock(smbus, data.block, 0, count + 1);
-        smbus.countFirst = size == I2C_SMBUS_BLOCK_PROC_CALL;
-        return true;
-    }
-}
-
-void takeAnswer(const Smbus& smbus, std::uint32_t size, i2c_smbus_data& data)
-{
-    switch (size) {
-    case I2C_SMBUS_BYTE_DATA:
-        data.byte = smbus.in[0];
-        return;
-    case I2C_SMBUS_WORD_DATA:
-    case I2C_SMBUS_PROC_CALL:
-        data.word = static_cast<std::uint16_t>(smbus.in[0] | smbus.in[1] << 8);
-        return;
-    case I2C_SMBUS_I2C_BLOCK_BROKEN:
-    case I2C_SMBUS_I2C_BLOCK_DATA:
-        data.block[0] = static_cast<std::uint8_t>(smbus.inSize);
-        std::copy_n(smbus.in.begin(), smbus.inSize, data.block + 1);
-        return;
-    default:
-        std::copy_n(smbus.in.begin(), smbus.in[0] + 1, data.block);
-        return;
-    }
-}
-
-int finishSmbus(Session& session, Message* messages, std::size_t count)
+// Returns 0, or -1 with errno.
+int carryOut(Session& session, Message* messages, std::size_t count)
 {
     const int error = transfer(session, messages, count);
     return error == 0 ? 0 : fail(error);
 }
 
-// The transactions of a single message: quick command, send and receive byte.
-int shortSmbus(Session& session, const i2c_smbus_ioctl_data& request, int address)
+// SMBus transactions become the messages that the kernel makes of them for a bus
+// that knows plain I2C: one that is written, then one that is read.
+
+int writeSmbus(Session& session, const i2c_smbus_ioctl_data& request, int address)
 {
-    const bool read = request.read_write == I2C_SMBUS_READ;
-    std::uint8_t byte = request.command;
-    Message message{address, read, &byte, request.size == I2C_SMBUS_QUICK ? 0U : 1U};
-    const int result = finishSmbus(session, &message, 1);
-    if (result == 0 && read && request.size == I2C_SMBUS_BYTE) {
-        request.data->byte = byte;
+    std::array<std::uint8_t, I2C_SMBUS_BLOCK_MAX + 2> bytes{request.command};
+    Message message{address, false, bytes.data(), 1};
+    const i2c_smbus_data* data = request.data;
+    switch (request.size) {
+    case I2C_SMBUS_BYTE:
+        break;
+    case I2C_SMBUS_BYTE_DATA:
+        message.size += 1;
+        bytes[1] = data->byte;
+        break;
+    case I2C_SMBUS_WORD_DATA:
+        message.size += 2;
+        bytes[1] = static_cast<std::uint8_t>(data->word);
+        bytes[2] = static_cast<std::uint8_t>(data->word >> 8);
+        break;
+    case I2C_SMBUS_BLOCK_DATA:
+        message.size += data->block[0] + 1U;
+        std::copy_n(data->block, data->block[0] + 1, bytes.begin() + 1);
+        break;
+    default: // I2C_SMBUS_I2C_BLOCK_DATA and its older form
+        message.size += data->block[0];
+        std::copy_n(data->block + 1, data->block[0], bytes.begin() + 1);
+        break;
     }
-    return result;
+    return carryOut(session, &message, 1);
+}
+
+int readSmbus(Session& session, const i2c_smbus_ioctl_data& request, int address)
+{
+    std::uint8_t code = request.command;
+    i2c_smbus_data data = {};
+    Message messages[] = {{address, false, &code, 1}, {address, true, data.block, 1}};
+    Message& answer = messages[1];
+    switch (request.size) {
+    case I2C_SMBUS_BYTE:
+    case I2C_SMBUS_BYTE_DATA:
+        break;
+    case I2C_SMBUS_WORD_DATA:
+        answer.size = 2;
+        break;
+    case I2C_SMBUS_BLOCK_DATA:
+        answer.countFirst = true;
+        break;
+    default: // the older form asks for no count
+        data.block[0] =
+            request.size == I2C_SMBUS_I2C_BLOCK_DATA ? request.data->block[0] : I2C_SMBUS_BLOCK_MAX;
+        answer.bytes = data.block + 1;
+        answer.size = data.block[0];
+        break;
+    }
+    const bool named = request.size > I2C_SMBUS_BYTE;
+    if (carryOut(session, named ? messages : &answer, named ? 2 : 1) != 0) {
+        return -1;
+    }
+    if (request.size == I2C_SMBUS_WORD_DATA) {
+        request.data->word = static_cast<std::uint16_t>(data.block[0] | data.block[1] << 8);
+    } else {
+        std::copy(data.block, answer.bytes + answer.size, request.data->block);
+    }
+    return 0;
 }
 
 int smbusRequest(Session& session, const i2c_smbus_ioctl_data& request, int address)
 {
-    const bool read = request.read_write == I2C_SMBUS_READ;
-    const bool bare = request.size == I2C_SMBUS_QUICK || (request.size == I2C_SMBUS_BYTE && !read);
-    if (request.size > I2C_SMBUS_I2C_BLOCK_DATA || (!read && request.read_write != I2C_SMBUS_WRITE)
+    const bool reads = request.read_write == I2C_SMBUS_READ;
+    const bool bare = request.size == I2C_SMBUS_QUICK || (request.size == I2C_SMBUS_BYTE && !reads);
+    if (request.size > I2C_SMBUS_I2C_BLOCK_DATA || (!reads && request.read_write != I2C_SMBUS_WRITE)
         || (!bare && request.data == nullptr)) {
         return fail(EINVAL);
     }
-    if (!bare && isBadPointer(request.data)) {
-        return fail(EFAULT);
+    if (request.size == I2C_SMBUS_PROC_CALL || request.size == I2C_SMBUS_BLOCK_PROC_CALL) {
+        return fail(EOPNOTSUPP); // the chip has no such commands
     }
-    if (request.size <= I2C_SMBUS_BYTE) {
-        return shortSmbus(session, request, address);
-    }
-    const std::uint32_t size = request.size;
-    Smbus smbus;
-    smbus.out[0] = request.command;
-    if (!makeSmbus(smbus, size, read, *request.data)) {
+    const bool tellsCount = request.size == I2C_SMBUS_I2C_BLOCK_DATA
+                            || (!reads && request.size >= I2C_SMBUS_BLOCK_DATA);
+    if (tellsCount && request.data->block[0] > I2C_SMBUS_BLOCK_MAX) {
         return fail(EINVAL);
     }
-    const bool answers = read || size == I2C_SMBUS_PROC_CALL || size == I2C_SMBUS_BLOCK_PROC_CALL;
-    Message messages[] = {{address, false, smbus.out.data(), smbus.outSize},
-                          {address, true, smbus.in.data(), smbus.inSize, smbus.countFirst}};
-    const int result = finishSmbus(session, messages, answers ? 2 : 1);
-    if (result == 0 && answers) {
-        takeAnswer(smbus, size, *request.data);
+    if (request.size == I2C_SMBUS_QUICK) {
+        Message message{address, reads, nullptr, 0};
+        return carryOut(session, &message, 1);
     }
-    return result;
+    return reads ? readSmbus(session, request, address) : writeSmbus(session, request, address);
 }
 
 // 0, or why the kernel refuses the message.
@@ -208,7 +152,7 @@ int checkMessage(const i2c_msg& message)
     if ((message.flags & ~KNOWN) != 0) {
         return EOPNOTSUPP;
     }
-    if (message.len > 0 && isBadPointer(message.buf)) {
+    if (message.len > 0 && message.buf == nullptr) {
         return EFAULT;
     }
     const bool counted = (message.flags & I2C_M_RECV_LEN) != 0;
@@ -225,9 +169,6 @@ int transferRequest(Session& session, const i2c_rdwr_ioctl_data& request)
     if (request.msgs == nullptr || request.nmsgs == 0 || request.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS) {
         return fail(EINVAL);
     }
-    if (isBadPointer(request.msgs)) {
-        return fail(EFAULT);
-    }
     std::array<Message, I2C_RDWR_IOCTL_MAX_MSGS> messages{};
     for (std::size_t i = 0; i < request.nmsgs; ++i) {
         const i2c_msg& message = request.msgs[i];
@@ -237,8 +178,8 @@ int transferRequest(Session& session, const i2c_rdwr_ioctl_data& request)
         messages[i] = {message.addr, (message.flags & I2C_M_RD) != 0, message.buf, message.len,
                        (message.flags & I2C_M_RECV_LEN) != 0};
     }
-    const int error = transfer(session, messages.data(), request.nmsgs);
-    return error == 0 ? static_cast<int>(request.nmsgs) : fail(error);
+    const bool done = carryOut(session, messages.data(), request.nmsgs) == 0;
+    return done ? static_cast<int>(request.nmsgs) : -1;
 }
 
 } // namespace
@@ -258,22 +199,22 @@ int deviceRequest(Session& session, unsigned long request, void* argument, int& 
     case I2C_TIMEOUT:
         return number <= INT_MAX ? 0 : fail(EINVAL);
     case I2C_FUNCS:
-        if (isBadPointer(argument)) {
-            return fail(EFAULT);
-        }
-        *static_cast<unsigned long*>(argument) = FUNCTIONS;
-        return 0;
     case I2C_SMBUS:
-        return isBadPointer(argument)
-                   ? fail(EFAULT)
-                   : smbusRequest(session, *static_cast<i2c_smbus_ioctl_data*>(argument), address);
     case I2C_RDWR:
-        return isBadPointer(argument)
-                   ? fail(EFAULT)
-                   : transferRequest(session, *static_cast<i2c_rdwr_ioctl_data*>(argument));
+        break;
     default:
         return fail(ENOTTY);
     }
+    if (argument == nullptr) {
+        return fail(EFAULT);
+    }
+    if (request == I2C_FUNCS) {
+        *static_cast<unsigned long*>(argument) = FUNCTIONS;
+        return 0;
+    }
+    return request == I2C_SMBUS
+               ? smbusRequest(session, *static_cast<i2c_smbus_ioctl_data*>(argument), address)
+               : transferRequest(session, *static_cast<i2c_rdwr_ioctl_data*>(argument));
 }
 
 } // namespace virtualboard
