@@ -18,47 +18,39 @@ namespace {
 constexpr std::uint64_t BIT_US = 10;       // at 100 kHz
 constexpr std::uint64_t BITS_PER_BYTE = 9; // with the acknowledge bit
 
-// What goes over the wire in a transfer, in bus notation.
-class Wire {
-public:
+// What goes over the wire in a transfer.
+struct Wire {
+    std::string text; // in bus notation
+    std::uint64_t bytes = 0;
+    std::uint64_t bits = 0;
+
     void start(const Message& message)
     {
-        char text[12];
-        std::snprintf(text, sizeof text, "%s %02X%c", m_text.empty() ? "S" : " Sr",
+        char start[12];
+        std::snprintf(start, sizeof start, "%s %02X%c", text.empty() ? "S" : " Sr",
                       static_cast<unsigned>(message.address), message.read ? 'r' : 'w');
-        m_text += text;
-        ++m_bits;
-        ++m_bytes;
+        text += start;
+        bytes += 1;
+        bits += 1 + BITS_PER_BYTE;
     }
 
-    void carry(const std::uint8_t* bytes, std::size_t count)
+    void carry(const std::uint8_t* data, std::size_t count)
     {
         for (std::size_t i = 0; i < count; ++i) {
             static constexpr char DIGITS[] = "0123456789ABCDEF";
-            m_text += {' ', DIGITS[bytes[i] >> 4], DIGITS[bytes[i] & 0xF]};
+            text += {' ', DIGITS[data[i] >> 4], DIGITS[data[i] & 0xF]};
         }
-        m_bytes += count;
+        bytes += count;
+        bits += count * BITS_PER_BYTE;
     }
 
-    void refuse() { m_text += " N"; }
+    void refuse() { text += " N"; }
 
     void stop()
     {
-        m_text += " P";
-        ++m_bits;
+        text += " P";
+        ++bits;
     }
-
-    /// Marks the transfer's line with the name of what ended it.
-    void mark(const char* name) { m_text += std::string(" ! ") + name; }
-
-    std::uint64_t bytes() const { return m_bytes; }
-    std::uint64_t bits() const { return m_bits + m_bytes * BITS_PER_BYTE; }
-    const std::string& text() const { return m_text; }
-
-private:
-    std::string m_text;
-    std::uint64_t m_bytes = 0;
-    std::uint64_t m_bits = 0; // start and stop conditions
 };
 
 // One transfer while it holds the board.
@@ -69,8 +61,7 @@ public:
           m_board(board),
           m_chip(board.chip()),
           m_messages(messages),
-          m_count(count),
-          m_page(m_chip.page())
+          m_count(count)
     {
     }
 
@@ -78,7 +69,7 @@ public:
 
 private:
     int code() const;
-    int fail(Effect effect);
+    void attempt(int error);
     int perform();
     int write(const Message& message, bool readFollows);
     int read(Message& message);
@@ -90,7 +81,6 @@ private:
     Chip m_chip;
     Message* m_messages;
     std::size_t m_count;
-    int m_page;        // selected when the transfer begins
     int m_named = ANY; // command code that a read is about
     Wire m_wire;
 };
@@ -105,44 +95,33 @@ int Transfer::code() const
 int Transfer::run()
 {
     ++m_session.transfers;
-    const Fault* fault = strikingFault(m_session, FaultKind::TRANSFER, code(), m_page);
-    const Effect effect = fault == nullptr ? Effect::NONE : fault->effect;
-    int error = 0;
-    if (effect != Effect::NONE && effect != Effect::KILL_AFTER) {
-        error = fail(effect);
-    } else if (m_session.clock < m_session.silentUntil) {
-        error = fail(Effect::NACK);
-    } else {
-        error = perform();
-        m_wire.stop();
+    const Fault* fault = strikingFault(m_session, FaultKind::TRANSFER, code(), m_chip.page());
+    int error = fault == nullptr ? 0 : fault->error;
+    if (error == 0 && m_session.clock < m_session.silentUntil) {
+        error = ENXIO;
     }
+    if (error == 0) {
+        error = perform();
+    } else {
+        attempt(error);
+    }
+    m_wire.stop();
     if (!m_board.save()) {
         std::fprintf(stderr, "virtual-board: %s\n", m_board.error().c_str());
         error = EIO;
     }
-    finish(error, effect == Effect::KILL_BEFORE || effect == Effect::KILL_AFTER);
+    finish(error, fault != nullptr && fault->kills);
     return error;
 }
 
-// An attempt that doesn't reach the chip. Its line shows what it tried to say.
-int Transfer::fail(Effect effect)
+// Shows what a transfer that doesn't reach the chip tried to say.
+void Transfer::attempt(int error)
 {
     m_wire.start(m_messages[0]);
-    if (effect == Effect::NACK) {
+    if (error == ENXIO) {
         m_wire.refuse();
     } else if (!m_messages[0].read) {
         m_wire.carry(m_messages[0].bytes, m_messages[0].size);
-    }
-    m_wire.stop();
-    switch (effect) {
-    case Effect::NACK:
-        return ENXIO;
-    case Effect::ARBITRATION:
-        return EAGAIN;
-    case Effect::TIMEOUT:
-        return ETIMEDOUT;
-    default:
-        return EINTR;
     }
 }
 
@@ -227,16 +206,13 @@ void Transfer::receive(const Message& message, std::size_t from, std::size_t cou
 void Transfer::finish(int error, bool killed)
 {
     m_session.failures += error == 0 ? 0 : 1;
-    m_session.bytes += m_wire.bytes();
-    m_session.bits += m_wire.bits();
-    m_session.clock += m_wire.bits() * BIT_US;
-    if (killed) {
-        m_wire.mark("SIGKILL");
-    } else if (error != 0) {
-        m_wire.mark(strerrorname_np(error));
-    }
+    m_session.bytes += m_wire.bytes;
+    m_session.bits += m_wire.bits;
+    m_session.clock += m_wire.bits * BIT_US;
     if (m_session.busLog[0] != '\0') {
-        appendLine(m_session, m_session.busLog, m_wire.text());
+        const char* name = killed ? "SIGKILL" : error != 0 ? strerrorname_np(error) : nullptr;
+        const std::string mark = name == nullptr ? "" : std::string(" ! ") + name;
+        appendLine(m_session, m_session.busLog, m_wire.text + mark);
     }
     if (killed) {
         raise(SIGKILL);

@@ -122,14 +122,11 @@ bool parseTransferFault(Scanner& scan, Fault& fault)
 {
     static constexpr struct {
         const char* name;
-        Effect effect;
+        int error;
+        bool kills;
     } WHATS[] = {
-        {"nack", Effect::NACK},
-        {"arbitration", Effect::ARBITRATION},
-        {"timeout", Effect::TIMEOUT},
-        {"eintr", Effect::INTERRUPT},
-        {"kill-before", Effect::KILL_BEFORE},
-        {"kill-after", Effect::KILL_AFTER},
+        {"nack", ENXIO, false},  {"arbitration", EAGAIN, false}, {"timeout", ETIMEDOUT, false},
+        {"eintr", EINTR, false}, {"kill-before", EINTR, true},   {"kill-after", 0, true},
     };
     if (!parseWhen(scan, fault) || !parseTimes(scan, fault) || !scan.skip(":")) {
         return false;
@@ -137,10 +134,12 @@ bool parseTransferFault(Scanner& scan, Fault& fault)
     const std::string name = scan.word("");
     for (const auto& what : WHATS) {
         if (name == what.name) {
-            fault.effect = what.effect;
+            fault.error = what.error;
+            fault.kills = what.kills;
+            return true;
         }
     }
-    return fault.effect != Effect::NONE;
+    return false;
 }
 
 // The errno that the C library knows by this name, 0 if none.
@@ -184,11 +183,11 @@ bool parseBody(Scanner& scan, Fault& fault)
         return fits;
     }
     if (scan.skip("absent")) {
-        fault.effect = Effect::NACK;
+        fault.error = ENXIO;
         return true;
     }
     if (scan.skip("silent-after=")) {
-        fault.effect = Effect::NACK;
+        fault.error = ENXIO;
         const bool fits = scan.number(10, 0, ALWAYS - 2, fault.first);
         ++fault.first;
         return fits;
@@ -203,19 +202,6 @@ bool parseFault(const std::string& rule, Fault& fault)
     fault = Fault{};
     Scanner scan(rule);
     return parseBody(scan, fault) && scan.atEnd();
-}
-
-bool strikes(Fault& fault, FaultKind kind, std::uint64_t transfer, int code, int page)
-{
-    if (fault.kind != kind || transfer < fault.first || transfer > fault.last
-        || transfer % fault.every != 0 || (fault.code != ANY && fault.code != code)
-        || (fault.page != ANY && fault.page != page) || fault.times == 0) {
-        return false;
-    }
-    if (fault.times != ALWAYS) {
-        --fault.times;
-    }
-    return true;
 }
 
 } // namespace virtualboard

@@ -1,5 +1,5 @@
-// Fault rules: their grammar and which of them meets a transfer. Used by the
-// launcher, which parses them, and by the bus and the shim, which obey them.
+// Fault rules and their grammar. Used by the launcher, which parses them, and by
+// the session, which finds the one that strikes.
 #pragma once
 
 #include <cstdint>
@@ -12,24 +12,14 @@ extern const char* const FAULT_HELP;
 
 enum class FaultKind : std::uint8_t { TRANSFER, STUCK, KEEP, OPEN, BUSY, STORE_SILENT };
 
-/// What happens to a transfer.
-enum class Effect : std::uint8_t {
-    NONE,
-    NACK,        ///< the address isn't acknowledged, ENXIO
-    ARBITRATION, ///< arbitration lost, EAGAIN
-    TIMEOUT,     ///< ETIMEDOUT
-    INTERRUPT,   ///< EINTR
-    KILL_BEFORE, ///< the process dies before the transfer reaches the chip
-    KILL_AFTER,  ///< ... after it
-};
-
 inline constexpr int ANY = -1;
 inline constexpr std::uint64_t ALWAYS = UINT64_MAX;
 
 /// One rule, plain data for the session's shared memory.
 struct Fault {
     FaultKind kind = FaultKind::TRANSFER;
-    Effect effect = Effect::NONE;
+    int error = 0;           ///< errno of what fails; 0: nothing does
+    bool kills = false;      ///< the process is killed when that is done
     int code = ANY;          ///< of the register that it concerns
     int page = ANY;          ///< that the chip has selected
     std::uint64_t first = 0; ///< transfers, counted from 1 over the run
@@ -38,15 +28,10 @@ struct Fault {
     std::uint64_t times = ALWAYS; ///< how often it may still strike
     std::uint64_t mask = 0;       ///< STUCK: these bits of the number read ...
     std::uint64_t value = 0;      ///< ... show this
-    int error = 0;                ///< OPEN: the errno
     std::uint64_t silence = 0;    ///< STORE_SILENT: microseconds
 };
 
 /// Parses RULE as FAULT_HELP says; false if it is none.
 bool parseFault(const std::string& rule, Fault& fault);
-
-/// Whether a fault of this kind strikes here: at this transfer, with this code
-/// on the selected page. Counts the strike.
-bool strikes(Fault& fault, FaultKind kind, std::uint64_t transfer, int code, int page);
 
 } // namespace virtualboard

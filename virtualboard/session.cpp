@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -55,12 +56,19 @@ int writeWhole(int fd, const std::string& line)
 
 Fault* strikingFault(Session& session, FaultKind kind, int code, int page)
 {
-    for (int i = 0; i < session.faultCount; ++i) {
-        if (strikes(session.faults[i], kind, session.transfers, code, page)) {
-            return &session.faults[i];
-        }
+    const auto strikes = [&](const Fault& fault) {
+        return fault.kind == kind && session.transfers >= fault.first
+               && session.transfers <= fault.last && session.transfers % fault.every == 0
+               && (fault.code == ANY || fault.code == code)
+               && (fault.page == ANY || fault.page == page) && fault.times > 0;
+    };
+    Fault* const end = session.faults + session.faultCount;
+    Fault* const fault = std::find_if(session.faults, end, strikes);
+    if (fault == end) {
+        return nullptr;
     }
-    return nullptr;
+    --fault->times; // ALWAYS outlasts every run
+    return fault;
 }
 
 Session* shareSession(const Session& session, std::string& path, std::string& error)
