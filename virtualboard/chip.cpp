@@ -11,21 +11,17 @@ constexpr std::uint8_t CML_INVALID_COMMAND = 0x80;
 constexpr std::uint8_t CML_INVALID_DATA = 0x40;
 constexpr std::uint8_t STATUS_CML_SUMMARY = 0x02;
 
-// PMBus standard: WRITE_PROTECT's three levels.
+// PMBus standard: WRITE_PROTECT's three levels. The second spares PAGE and
+// OPERATION, the third ON_OFF_CONFIG as well.
 constexpr std::uint8_t PROTECT_ALL = 0x80;
 constexpr std::uint8_t PROTECT_ALL_BUT_OPERATION = 0x40;
 constexpr std::uint8_t PROTECT_ALL_BUT_ON_OFF = 0x20;
-
-void copyRegister(const Register& reg, const Image& from, Image& to)
-{
-    std::copy_n(from.begin() + reg.offset, reg.size * reg.copies, to.begin() + reg.offset);
-}
 
 void copyConfiguration(const Image& from, Image& to)
 {
     for (const Register& reg : REGISTERS) {
         if (reg.storage == Storage::CONFIGURATION) {
-            copyRegister(reg, from, to);
+            std::copy_n(from.begin() + reg.offset, reg.size * reg.copies, to.begin() + reg.offset);
         }
     }
 }
@@ -139,9 +135,8 @@ void Chip::execute(const Register& reg, const std::uint8_t* data, std::size_t co
         return;
     case code::CLEAR_FAULTS:
         for (const Register& status : REGISTERS) {
-            if (status.code >= code::STATUS_WORD && status.code <= code::STATUS_MFR_SPECIFIC) {
-                std::fill_n(m_memory.ram.begin() + status.offset, status.size * status.copies,
-                            std::uint8_t{0});
+            if (isStatus(status.code)) {
+                fillFactory(status, m_memory.ram); // all clear
             }
         }
         return;
@@ -188,17 +183,17 @@ void Chip::storeSingle(std::uint8_t command, std::uint8_t page)
 bool Chip::isProtected(int code)
 {
     const std::uint8_t level = byteOf(code::WRITE_PROTECT);
-    const bool spared = code == code::OPERATION || code == code::PAGE;
-    if (code == code::WRITE_PROTECT) {
+    switch (code) {
+    case code::WRITE_PROTECT:
         return false;
+    case code::PAGE:
+    case code::OPERATION:
+        return (level & PROTECT_ALL) != 0;
+    case code::ON_OFF_CONFIG:
+        return (level & (PROTECT_ALL | PROTECT_ALL_BUT_OPERATION)) != 0;
+    default:
+        return (level & (PROTECT_ALL | PROTECT_ALL_BUT_OPERATION | PROTECT_ALL_BUT_ON_OFF)) != 0;
     }
-    if ((level & PROTECT_ALL) != 0) {
-        return true;
-    }
-    if ((level & PROTECT_ALL_BUT_OPERATION) != 0) {
-        return !spared;
-    }
-    return (level & PROTECT_ALL_BUT_ON_OFF) != 0 && !spared && code != code::ON_OFF_CONFIG;
 }
 
 } // namespace virtualboard

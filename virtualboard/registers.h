@@ -75,6 +75,12 @@ constexpr bool isPage(int page)
            || (page >= FIRST_SENSOR_PAGE && page < FIRST_SENSOR_PAGE + SENSOR_COUNT);
 }
 
+/// Whether it is one of the status registers, which CLEAR_FAULTS clears.
+constexpr bool isStatus(int code)
+{
+    return code >= code::STATUS_WORD && code <= code::STATUS_MFR_SPECIFIC;
+}
+
 constexpr Storage storageOf(int code)
 {
     switch (code) {
@@ -100,9 +106,7 @@ constexpr Storage storageOf(int code)
     case code::MFR_STORE_SINGLE:
         return Storage::VOLATILE;
     default:
-        return code >= code::STATUS_WORD && code <= code::STATUS_MFR_SPECIFIC
-                   ? Storage::VOLATILE
-                   : Storage::CONFIGURATION;
+        return isStatus(code) ? Storage::VOLATILE : Storage::CONFIGURATION;
     }
 }
 
