@@ -37,18 +37,6 @@ constexpr int DESCRIPTOR_COUNT = 65536;
 // What each of the bus's descriptors is bound to.
 std::array<int, DESCRIPTOR_COUNT> addresses{};
 
-int realOpen(const char* path, int flags)
-{
-    static auto* const real = next<int(const char*, int, ...)>("open");
-    return real(path, flags);
-}
-
-int realFcntl(int fd, int command, void* argument)
-{
-    static auto* const real = next<int(int, int, ...)>("fcntl");
-    return real(fd, command, argument);
-}
-
 bool isBusPath(const char* path)
 {
     // The session comes last: joining it opens its file.
@@ -65,7 +53,8 @@ bool isBusDescriptor(int fd)
         return false;
     }
     const int reason = errno;
-    const int flags = realFcntl(fd, F_GETFL, nullptr);
+    static auto* const real = next<int(int, int, ...)>("fcntl");
+    const int flags = real(fd, F_GETFL);
     struct stat status = {};
     const bool isBus = flags != -1 && (flags & O_PATH) != 0 && fstat(fd, &status) == 0
                        && S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
@@ -88,7 +77,7 @@ int openBus(const char* path, int flags)
             return -1;
         }
     }
-    const int fd = realOpen("/dev/null", O_PATH | (flags & O_CLOEXEC));
+    const int fd = open("/dev/null", O_PATH | (flags & O_CLOEXEC));
     if (fd >= DESCRIPTOR_COUNT) {
         close(fd);
         errno = EMFILE;
@@ -117,13 +106,7 @@ mode_t modeOf(int flags, va_list arguments)
     return makes ? va_arg(arguments, mode_t) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
 }
 
-int openPath(const char* name, const char* path, int flags, mode_t mode)
-{
-    return isBusPath(path) ? openBus(path, flags)
-                           : next<int(const char*, int, ...)>(name)(path, flags, mode);
-}
-
-int openPathAt(const char* name, int folder, const char* path, int flags, mode_t mode)
+int openPath(const char* name, int folder, const char* path, int flags, mode_t mode)
 {
     return isBusPath(path) ? openBus(path, flags)
                            : next<int(int, const char*, int, ...)>(name)(folder, path, flags, mode);
@@ -144,13 +127,14 @@ using namespace virtualboard;
 
 extern "C" {
 
+// Each form of open goes on to openat's of the same kind.
 INTERPOSED int open(const char* path, int flags, ...)
 {
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    return openPath("open", path, flags, mode);
+    return openPath("openat", AT_FDCWD, path, flags, mode);
 }
 
 INTERPOSED int open64(const char* path, int flags, ...)
@@ -159,7 +143,7 @@ INTERPOSED int open64(const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    return openPath("open64", path, flags, mode);
+    return openPath("openat64", AT_FDCWD, path, flags, mode);
 }
 
 INTERPOSED int openat(int folder, const char* path, int flags, ...)
@@ -168,7 +152,7 @@ INTERPOSED int openat(int folder, const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    return openPathAt("openat", folder, path, flags, mode);
+    return openPath("openat", folder, path, flags, mode);
 }
 
 INTERPOSED int openat64(int folder, const char* path, int flags, ...)
@@ -177,28 +161,28 @@ INTERPOSED int openat64(int folder, const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    return openPathAt("openat64", folder, path, flags, mode);
+    return openPath("openat64", folder, path, flags, mode);
 }
 
 // What open becomes in programs built with FORTIFY_SOURCE.
 INTERPOSED int __open_2(const char* path, int flags)
 {
-    return openPath("__open_2", path, flags, 0);
+    return openPath("__openat_2", AT_FDCWD, path, flags, 0);
 }
 
 INTERPOSED int __open64_2(const char* path, int flags)
 {
-    return openPath("__open64_2", path, flags, 0);
+    return openPath("__openat64_2", AT_FDCWD, path, flags, 0);
 }
 
 INTERPOSED int __openat_2(int folder, const char* path, int flags)
 {
-    return openPathAt("__openat_2", folder, path, flags, 0);
+    return openPath("__openat_2", folder, path, flags, 0);
 }
 
 INTERPOSED int __openat64_2(int folder, const char* path, int flags)
 {
-    return openPathAt("__openat64_2", folder, path, flags, 0);
+    return openPath("__openat64_2", folder, path, flags, 0);
 }
 
 INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept
