@@ -30,21 +30,23 @@ namespace virtualboard {
 
 namespace {
 
-constexpr long NS_PER_S = 1000000000;
-constexpr double LONGEST_S = 2000000000; // fits a 32-bit time_t; "for ever" is more
-
-const char* priorityName(int priority)
+int fail(int error)
 {
-    static constexpr const char* NAMES[] = {"emerg",   "alert",  "crit", "err",
-                                            "warning", "notice", "info", "debug"};
-    return NAMES[LOG_PRI(priority)];
+    errno = error;
+    return -1;
 }
+
+constexpr long NS_PER_S = 1000000000;
+constexpr unsigned US_PER_S = 1000000;
+constexpr double LONGEST_S = 2000000000; // fits a 32-bit time_t; "for ever" is more
 
 // One message, one line: as syslog daemons do, control characters become '#'
 // and three octal digits.
 std::string logLine(int priority, const std::string& message)
 {
-    std::string line = std::string(priorityName(priority)) + ": ";
+    static constexpr const char* PRIORITIES[] = {"emerg",   "alert",  "crit", "err",
+                                                 "warning", "notice", "info", "debug"};
+    std::string line = std::string(PRIORITIES[LOG_PRI(priority)]) + ": ";
     for (const char character : message) {
         const auto byte = static_cast<unsigned char>(character);
         if (byte >= 0x20 && byte != 0x7F) {
@@ -88,6 +90,7 @@ double toSeconds(const timespec& time)
 
 timespec toTimespec(double seconds)
 {
+    seconds = std::min(seconds, LONGEST_S);
     timespec time = {};
     time.tv_sec = static_cast<time_t>(seconds);
     time.tv_nsec = static_cast<long>((seconds - static_cast<double>(time.tv_sec)) * NS_PER_S);
@@ -100,9 +103,8 @@ int scaledSleep(Session& session, double seconds, double& rest)
 {
     rest = 0;
     int error = 0;
-    seconds = std::min(seconds, LONGEST_S);
-    if (const double scaledSeconds = seconds * session.timeScale; scaledSeconds > 0) {
-        const timespec scaled = toTimespec(std::min(scaledSeconds, LONGEST_S));
+    if (seconds * session.timeScale > 0) {
+        const timespec scaled = toTimespec(seconds * session.timeScale);
         static auto* const real = next<int(const timespec*, timespec*)>("nanosleep");
         timespec left = {};
         if (real(&scaled, &left) != 0) {
@@ -111,7 +113,7 @@ int scaledSleep(Session& session, double seconds, double& rest)
         }
     }
     const BoardAccess turn(session.board);
-    session.clock += static_cast<std::uint64_t>((seconds - rest) * 1e6);
+    session.clock += static_cast<std::uint64_t>(std::llround((seconds - rest) * US_PER_S));
     return error;
 }
 
@@ -160,31 +162,6 @@ INTERPOSED void __syslog_chk(int priority, int flag, const char* format, ...)
     va_end(arguments);
 }
 
-INTERPOSED unsigned sleep(unsigned seconds)
-{
-    Session* session = joinSession();
-    if (session == nullptr) {
-        return next<unsigned(unsigned)>("sleep")(seconds);
-    }
-    double rest = 0;
-    scaledSleep(*session, seconds, rest);
-    return static_cast<unsigned>(std::lround(rest));
-}
-
-INTERPOSED int usleep(useconds_t microseconds)
-{
-    Session* session = joinSession();
-    if (session == nullptr) {
-        return next<int(useconds_t)>("usleep")(microseconds);
-    }
-    double rest = 0;
-    const int error = scaledSleep(*session, microseconds / 1e6, rest);
-    if (error != 0) {
-        errno = error;
-    }
-    return error == 0 ? 0 : -1;
-}
-
 INTERPOSED int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left)
 {
     Session* session = joinSession();
@@ -215,10 +192,23 @@ INTERPOSED int nanosleep(const timespec* time, timespec* left)
         return next<int(const timespec*, timespec*)>("nanosleep")(time, left);
     }
     const int error = clock_nanosleep(CLOCK_MONOTONIC, 0, time, left);
-    if (error != 0) {
-        errno = error;
-    }
-    return error == 0 ? 0 : -1;
+    return error == 0 ? 0 : fail(error);
+}
+
+INTERPOSED unsigned sleep(unsigned seconds)
+{
+    const timespec time = toTimespec(seconds);
+    timespec left = {};
+    nanosleep(&time, &left);
+    return static_cast<unsigned>(std::lround(toSeconds(left)));
+}
+
+INTERPOSED int usleep(useconds_t microseconds)
+{
+    timespec time = {};
+    time.tv_sec = microseconds / US_PER_S;
+    time.tv_nsec = static_cast<long>(microseconds % US_PER_S) * (NS_PER_S / US_PER_S);
+    return nanosleep(&time, nullptr);
 }
 
 // The lock stays the kernel's own; two boards have two.
@@ -229,8 +219,7 @@ INTERPOSED int semget(key_t key, int count, int flags) noexcept
         const BoardAccess board(session->board);
         if (!board.isOpen()) {
             std::fprintf(stderr, "virtual-board: %s\n", board.error().c_str());
-            errno = EACCES;
-            return -1;
+            return fail(EACCES);
         }
         key = board.privateKey(key);
     }
