@@ -46,14 +46,11 @@ std::array<std::uint8_t, 4> checksumOf(const BoardState& state)
 bool writeState(int fd, BoardState& state)
 {
     state.checksum = checksumOf(state);
-    ssize_t written = -1;
-    do {
-        written = pwrite(fd, &state, sizeof state, 0);
-    } while (written < 0 && errno == EINTR);
-    if (written >= 0 && written != static_cast<ssize_t>(sizeof state)) {
+    const ssize_t written = pwrite(fd, &state, sizeof state, 0);
+    if (written >= 0 && written != ssize_t{sizeof state}) {
         errno = ENOSPC;
     }
-    return written == static_cast<ssize_t>(sizeof state);
+    return written == ssize_t{sizeof state};
 }
 
 BoardState makeFactoryState()
@@ -109,7 +106,7 @@ BoardAccess::BoardAccess(const char* path) : m_path(path)
         m_error = "cannot use the board " + m_path + ": " + std::strerror(errno);
         return;
     }
-    load(path);
+    load();
 }
 
 BoardAccess::~BoardAccess()
@@ -121,21 +118,20 @@ BoardAccess::~BoardAccess()
     }
 }
 
-void BoardAccess::load(const char* path)
+void BoardAccess::load()
 {
     struct stat status = {};
     ssize_t count = -1;
     if (fstat(m_fd, &status) == 0 && S_ISREG(status.st_mode)) {
         count = pread(m_fd, &m_state, sizeof m_state, 0);
     }
-    if (count != static_cast<ssize_t>(sizeof m_state) || status.st_size != count
-        || m_state.magic != MAGIC) {
-        m_error = std::string(path) + " is not a virtual board's memory";
+    if (count != ssize_t{sizeof m_state} || status.st_size != count || m_state.magic != MAGIC) {
+        m_error = m_path + " is not a virtual board's memory";
     } else if (m_state.format != FORMAT) {
-        m_error = std::string(path) + " is a board's memory of another version of virtual-board";
+        m_error = m_path + " is a board's memory of another version of virtual-board";
     } else if (m_state.checksum != checksumOf(m_state) || m_state.hardwareKnown > 1
                || !isPage(*bytesOf(m_state.chip.ram, code::PAGE, ALL_PAGES))) {
-        m_error = std::string(path) + " is a virtual board's memory, but damaged";
+        m_error = m_path + " is a virtual board's memory, but damaged";
     }
     m_saved = m_state;
 }

@@ -58,7 +58,7 @@ public:
     bool save();
 
 private:
-    void load(const char* path);
+    void load();
 
     BoardState m_state{};
     BoardState m_saved{}; ///< what the file holds
