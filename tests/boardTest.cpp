@@ -216,6 +216,7 @@ TEST_F(BoardTest, TheLauncher)
         {"", "./board", 126, "cannot run './board': Permission denied"},
         {"", "sh -c 'exit 3'", 3, ""},
         {"", "sh -c 'kill -9 $$'", 128 + 9, ""},
+        {"", "env --ignore-signal=CHLD " EMULATOR " " VIRTUAL_BOARD " sh -c 'exit 4'", 4, ""},
         // A signal that is to end the launcher reaches the command.
         {"", "sh -c 'trap \"exit 5\" TERM; kill $PPID; for i in $(seq 300000); do :; done'", 5, ""},
     };

@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <climits>
 #include <cmath>
 #include <csignal>
@@ -14,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -78,25 +81,16 @@ struct Options {
     std::exit(STATUS_USAGE);
 }
 
-std::optional<long> parseNumber(const char* text, long least, long most)
+int requireNumber(const char* option, const char* text, int least, int most)
 {
     char* end = nullptr;
     errno = 0;
-    const long number = std::strtol(text, &end, 0);
+    const long long number = std::strtoll(text, &end, std::strncmp(text, "0x", 2) == 0 ? 16 : 10);
     if (end == text || *end != '\0' || errno != 0 || number < least || number > most) {
-        return std::nullopt;
-    }
-    return number;
-}
-
-int requireNumber(const char* option, const char* text, long least, long most)
-{
-    const std::optional<long> number = parseNumber(text, least, most);
-    if (!number) {
         refuse(std::string("--") + option + " needs a number from " + std::to_string(least) + " to "
                + std::to_string(most) + ", not '" + text + "'");
     }
-    return static_cast<int>(*number);
+    return static_cast<int>(number);
 }
 
 double requireScale(const char* text)
@@ -153,110 +147,78 @@ void addFault(Session& session, const char* rule)
     ++session.faultCount;
 }
 
-enum OptionId {
-    // Clear of what getopt_long itself returns: -1, '?' and ':'.
-    BOARD = 1,
-    POWER_CYCLE,
-    HW_VERSION,
-    MODEL,
-    LOG_FILE,
-    TRACE_LEVEL,
-    BUS_LOG,
-    PID,
-    TIME_SCALE,
-    SUMMARY,
-    FAULT,
-    SHOW_HELP,
-    SHOW_VERSION,
-};
-
-constexpr option LONG_OPTIONS[] = {
-    {"board", required_argument, nullptr, BOARD},
-    {"power-cycle", no_argument, nullptr, POWER_CYCLE},
-    {"hw-version", required_argument, nullptr, HW_VERSION},
-    {"model", required_argument, nullptr, MODEL},
-    {"log", required_argument, nullptr, LOG_FILE},
-    {"trace-level", required_argument, nullptr, TRACE_LEVEL},
-    {"bus-log", required_argument, nullptr, BUS_LOG},
-    {"pid", no_argument, nullptr, PID},
-    {"time-scale", required_argument, nullptr, TIME_SCALE},
-    {"summary", no_argument, nullptr, SUMMARY},
-    {"fault", required_argument, nullptr, FAULT},
-    {"help", no_argument, nullptr, SHOW_HELP},
-    {"version", no_argument, nullptr, SHOW_VERSION},
-    {nullptr, 0, nullptr, 0},
-};
-
-void takeOption(Options& options, int id)
+void takeHardwareVersion(Options& options, const char* value)
 {
-    Session& session = options.session;
-    switch (id) {
-    case BOARD:
-        options.board = optarg;
-        return;
-    case POWER_CYCLE:
-        options.powerCycle = true;
-        return;
-    case HW_VERSION:
-        options.setHardwareVersion = true;
-        options.hardwareVersion.reset();
-        if (std::strcmp(optarg, "none") != 0) {
-            options.hardwareVersion = requireNumber("hw-version", optarg, INT32_MIN, INT32_MAX);
-        }
-        return;
-    case MODEL:
-        options.model = requireNumber("model", optarg, 0, 0xFF);
-        return;
-    case LOG_FILE:
-        options.log = optarg;
-        return;
-    case TRACE_LEVEL:
-        session.setTraceLevel = true;
-        session.traceLevel = requireNumber("trace-level", optarg, INT32_MIN, INT32_MAX);
-        return;
-    case BUS_LOG:
-        options.busLog = optarg;
-        return;
-    case PID:
-        session.showPid = true;
-        return;
-    case TIME_SCALE:
-        session.timeScale = requireScale(optarg);
-        return;
-    case SUMMARY:
-        options.summary = true;
-        return;
-    case FAULT:
-        addFault(session, optarg);
-        return;
-    case SHOW_HELP:
-        std::printf("%s%s", HELP, FAULT_HELP);
-        std::exit(EXIT_SUCCESS);
-    case SHOW_VERSION:
-        std::printf("virtual-board %s\n", VIRTUAL_BOARD_VERSION);
-        std::exit(EXIT_SUCCESS);
-    default:
-        break;
+    options.setHardwareVersion = true;
+    options.hardwareVersion.reset();
+    if (std::strcmp(value, "none") != 0) {
+        options.hardwareVersion = requireNumber("hw-version", value, INT_MIN, INT_MAX);
     }
 }
+
+void takeTraceLevel(Options& options, const char* value)
+{
+    options.session.setTraceLevel = true;
+    options.session.traceLevel = requireNumber("trace-level", value, INT_MIN, INT_MAX);
+}
+
+[[noreturn]] void showHelp(Options&, const char*)
+{
+    std::printf("%s%s", HELP, FAULT_HELP);
+    std::exit(EXIT_SUCCESS);
+}
+
+[[noreturn]] void showVersion(Options&, const char*)
+{
+    std::printf("virtual-board %s\n", VIRTUAL_BOARD_VERSION);
+    std::exit(EXIT_SUCCESS);
+}
+
+constexpr struct {
+    const char* name;
+    int argument; ///< as getopt_long has it
+    void (*take)(Options& to, const char* value);
+} OPTIONS[] = {
+    {"board", required_argument, [](Options& to, const char* value) { to.board = value; }},
+    {"power-cycle", no_argument, [](Options& to, const char*) { to.powerCycle = true; }},
+    {"hw-version", required_argument, takeHardwareVersion},
+    {"model", required_argument,
+     [](Options& to, const char* value) { to.model = requireNumber("model", value, 0, 0xFF); }},
+    {"log", required_argument, [](Options& to, const char* value) { to.log = value; }},
+    {"trace-level", required_argument, takeTraceLevel},
+    {"bus-log", required_argument, [](Options& to, const char* value) { to.busLog = value; }},
+    {"pid", no_argument, [](Options& to, const char*) { to.session.showPid = true; }},
+    {"time-scale", required_argument,
+     [](Options& to, const char* value) { to.session.timeScale = requireScale(value); }},
+    {"summary", no_argument, [](Options& to, const char*) { to.summary = true; }},
+    {"fault", required_argument,
+     [](Options& to, const char* value) { addFault(to.session, value); }},
+    {"help", no_argument, showHelp},
+    {"version", no_argument, showVersion},
+};
 
 // Leaves optind at the command.
 Options parseOptions(int argc, char** argv)
 {
+    option names[std::size(OPTIONS) + 1] = {};
+    std::transform(std::begin(OPTIONS), std::end(OPTIONS), names, [](const auto& row) {
+        return option{row.name, row.argument, nullptr, 0};
+    });
     Options options;
     opterr = 0;
     for (int at = 1;; at = optind) {
-        const int id = getopt_long(argc, argv, "+:", LONG_OPTIONS, nullptr);
-        if (id == -1) {
+        int index = 0;
+        const int result = getopt_long(argc, argv, "+:", names, &index);
+        if (result == -1) {
             break;
         }
-        if (id == ':') {
+        if (result == ':') {
             refuse(std::string("option '") + argv[at] + "' needs a value (see --help)");
         }
-        if (id == '?') {
+        if (result == '?') {
             refuse(std::string("wrong option '") + argv[at] + "' (see --help)");
         }
-        takeOption(options, id);
+        OPTIONS[index].take(options, optarg);
     }
     if (optind >= argc) {
         refuse("no command to run (see --help)");
@@ -320,55 +282,6 @@ void setPreload(const std::string& library)
     setenv("LD_PRELOAD", preload.c_str(), 1);
 }
 
-volatile pid_t child = 0; // what the signal handler forwards to
-
-void forward(int signal)
-{
-    const int reason = errno;
-    kill(child, signal);
-    errno = reason;
-}
-
-// The launcher's own signals while the command runs. Those of the terminal reach
-// the command by themselves, those meant to end the launcher are passed on.
-class Signals {
-public:
-    Signals()
-    {
-        // Held back until there is a child to pass them to.
-        sigemptyset(&m_forwarded);
-        sigaddset(&m_forwarded, SIGTERM);
-        sigaddset(&m_forwarded, SIGHUP);
-        sigprocmask(SIG_BLOCK, &m_forwarded, &m_mask);
-        m_interrupt = signal(SIGINT, SIG_IGN);
-        m_quit = signal(SIGQUIT, SIG_IGN);
-    }
-
-    void restoreForChild() const
-    {
-        signal(SIGINT, m_interrupt);
-        signal(SIGQUIT, m_quit);
-        sigprocmask(SIG_SETMASK, &m_mask, nullptr);
-    }
-
-    void startForwarding() const
-    {
-        for (const int number : {SIGTERM, SIGHUP}) {
-            // A signal that the launcher was told to ignore stays ignored.
-            if (signal(number, forward) == SIG_IGN) {
-                signal(number, SIG_IGN);
-            }
-        }
-        sigprocmask(SIG_SETMASK, &m_mask, nullptr);
-    }
-
-private:
-    sigset_t m_forwarded{};
-    sigset_t m_mask{};
-    sighandler_t m_interrupt = SIG_DFL;
-    sighandler_t m_quit = SIG_DFL;
-};
-
 [[noreturn]] void execute(char** command)
 {
     execvp(command[0], command);
@@ -377,38 +290,56 @@ private:
     _exit(error == ENOENT ? STATUS_NOT_FOUND : STATUS_NOT_EXECUTABLE);
 }
 
+// Waits for the command and returns its status as shells do. Signals meant to end
+// the launcher are passed on to it; those of the terminal reach it by themselves.
+int waitFor(pid_t command, const sigset_t& signals)
+{
+    int status = 0;
+    while (waitpid(command, &status, WNOHANG) == 0) {
+        const int signal = sigwaitinfo(&signals, nullptr);
+        if (signal == SIGTERM || signal == SIGHUP) {
+            kill(command, signal);
+        }
+    }
+    return WIFSIGNALED(status) ? STATUS_SIGNAL + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
 int runCommand(char** command, const std::string& library, const std::string& sessionPath)
 {
-    const Signals signals;
-    child = fork();
+    // From here on the launcher's signals wait until waitFor asks for them.
+    sigset_t signals;
+    sigset_t mask;
+    sigemptyset(&signals);
+    for (const int number : {SIGCHLD, SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+        sigaddset(&signals, number);
+    }
+    sigprocmask(SIG_BLOCK, &signals, &mask);
+    // If the caller ignores it, the kernel keeps no status of the command.
+    const auto childHandler = signal(SIGCHLD, SIG_DFL);
+
+    const pid_t child = fork();
     if (child == 0) {
         setPreload(library);
         setenv(SESSION_VARIABLE, sessionPath.c_str(), 1);
-        signals.restoreForChild();
+        signal(SIGCHLD, childHandler);
+        sigprocmask(SIG_SETMASK, &mask, nullptr);
         execute(command);
     }
     if (child < 0) {
         std::fprintf(stderr, "virtual-board: cannot start a process: %s\n", std::strerror(errno));
         return STATUS_NOT_EXECUTABLE;
     }
-    signals.startForwarding();
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFSIGNALED(status) ? STATUS_SIGNAL + WTERMSIG(status) : WEXITSTATUS(status);
+    return waitFor(child, signals);
 }
 
 void printSummary(const Session& session)
 {
     constexpr std::uint64_t BITS_PER_MS = 100; // at 100 kHz
     std::fprintf(stderr,
-                 "virtual-board: %llu transfers, %llu failures, %llu bytes, "
-                 "%llu.%02llu ms on a 100 kHz bus\n",
-                 static_cast<unsigned long long>(session.transfers),
-                 static_cast<unsigned long long>(session.failures),
-                 static_cast<unsigned long long>(session.bytes),
-                 static_cast<unsigned long long>(session.bits / BITS_PER_MS),
-                 static_cast<unsigned long long>(session.bits % BITS_PER_MS));
+                 "virtual-board: %" PRIu64 " transfers, %" PRIu64 " failures, %" PRIu64
+                 " bytes, %" PRIu64 ".%02" PRIu64 " ms on a 100 kHz bus\n",
+                 session.transfers, session.failures, session.bytes, session.bits / BITS_PER_MS,
+                 session.bits % BITS_PER_MS);
 }
 
 } // namespace
