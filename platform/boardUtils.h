@@ -5,7 +5,7 @@
 class boardUtils {
 public:
     boardUtils();
-    ~boardUtils();
+    ~boardUtils(); // NOLINT(performance-trivially-destructible): the board's own does more
     boardUtils(const boardUtils&) = delete;
     boardUtils& operator=(const boardUtils&) = delete;
 

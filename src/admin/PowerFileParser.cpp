@@ -29,7 +29,7 @@ constexpr unsigned int ENTRY_HEAD_DIGITS = 2 * DIGITS_PER_BYTE;
 
 /// Far beyond any real file: stops a source without an end, such as a device,
 /// before it fills the board's memory.
-constexpr std::size_t MAX_FILE_SIZE = 64 * 1024 * 1024;
+constexpr std::size_t MAX_FILE_SIZE = std::size_t{64} * 1024 * 1024;
 
 /// The value of a hexadecimal digit, or -1 if `c` is none.
 int digitValue(char c)
@@ -120,7 +120,7 @@ std::string PowerFileParser::parseLine(const std::string& line) const
     }
     const unsigned int byteCount = parseHex(line, COUNT_POSITION, COUNT_WIDTH);
     const unsigned int dataDigits = DIGITS_PER_BYTE * byteCount;
-    const std::string data = line.substr(DATA_POSITION, dataDigits);
+    std::string data = line.substr(DATA_POSITION, dataDigits);
     LOG(DEBUG, "%02x %04x %d %s %02x\n", byteCount, parseHex(line, ADDRESS_POSITION, ADDRESS_WIDTH),
         parseHex(line, TYPE_POSITION, TYPE_WIDTH) != 0 ? 1 : 0, data.c_str(),
         parseHex(line, DATA_POSITION + dataDigits, CHECKSUM_WIDTH));
