@@ -1,0 +1,38 @@
+#!/bin/sh
+# The options in the manual pages and completions are those of the usage texts, and the
+# manual's registers those of the catalogue.
+# Usage: optionLists.sh PMADMIN VIRTUAL_BOARD, which run under $EMULATOR if that is set.
+# shellcheck disable=SC2086 # an emulator may have arguments
+cd "$(dirname "$0")/../docs" || exit 1
+failed=0
+
+# equal WHAT EXPECTED ACTUAL - compares two lists.
+equal() {
+    [ -n "$2" ] && [ "$2" = "$3" ] && return
+    printf '%s has\n%s\nin place of\n%s\n\n' "$1" "$3" "$2"
+    failed=1
+}
+words() { grep -o -E -e "$1" | tr -d ' []' | sort -u; }
+manual() { sed -n 's/^\.It Fl /-/p' "$1" | words '^--?[A-Za-z-]+'; }
+# completion PROGRAM FUNCTION WORD - what bash offers for WORD.
+completion() {
+    bash -c ". ./$1.bash; COMP_WORDS=($1 $3); COMP_CWORD=1; $2
+             printf '%s\n' \"\${COMPREPLY[@]}\"" | sort -u
+}
+
+usage=$(${EMULATOR-} "$1" 2>&1)
+options=$(echo "$usage" | words '\[-[A-Za-z]\]')
+equal usage "$options" "$(echo "$usage" | words '^  -[A-Za-z]( or -R)?' | sed 's/or/\n/' | sort)"
+equal pmadmin.8 "$options" "$(manual pmadmin.8)"
+equal pmadmin.bash "$options" "$(completion pmadmin _pmadmin -)"
+
+options=$(${EMULATOR-} "$2" --help | words '^  --[a-z-]+')
+equal virtual-board.1 "$options" "$(manual virtual-board.1)"
+equal virtual-board.bash "$options" "$(completion virtual-board _virtual_board --)"
+
+rows=$(sed -n -E '/\(0x/{s/[(),\\]/ /g; s/BYTE|PAGE/1/; s/NONE/0/; s/WORD/2/; p}' \
+    ../src/commandCatalogue.h | sed 's/NO/-/g; s/RO/r/g; s/WO/w/g; s/RW/rw/g' |
+    awk '{ print substr($2, 3), tolower($3), $(NF > 6 ? 4 : 1), $(NF - 2), $(NF - 1), $NF }')
+equal "pmadmin.8's table" "$rows" "$(sed -n -E 's/^\.It (\\&)?([0-9A-F]{2} Ta)/\2/p' pmadmin.8 |
+    awk -F ' Ta ' '{ gsub("_", "", $2); $2 = tolower($2); print }')"
+exit $failed
