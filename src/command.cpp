@@ -41,7 +41,7 @@ std::string toHex(unsigned int value, int digits)
 } // namespace
 
 Command::Command(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-                 std::uint32_t temperatureAccess, std::uint32_t allPagesAccess)
+                 std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
     : m_retries(MAX_ATTEMPTS),
       m_code(code),
       m_dataSize(dataSize),
@@ -145,7 +145,7 @@ std::optional<std::uint8_t> Command::findDataSize(unsigned int code)
 }
 
 NullCommand::NullCommand(std::uint8_t code, std::uint32_t channelAccess,
-                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess)
+                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
     : Command(code, 0, channelAccess, temperatureAccess, allPagesAccess)
 {
 }
@@ -190,7 +190,7 @@ bool NullCommand::read(int /*fd*/, std::uint8_t page)
 }
 
 ByteCommand::ByteCommand(std::uint8_t code, std::uint32_t channelAccess,
-                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess)
+                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
     : Command(code, 1, channelAccess, temperatureAccess, allPagesAccess)
 {
 }
@@ -255,7 +255,7 @@ bool ByteCommand::read(int fd, std::uint8_t page)
 }
 
 WordCommand::WordCommand(std::uint8_t code, std::uint32_t channelAccess,
-                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess)
+                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
     : Command(code, 2, channelAccess, temperatureAccess, allPagesAccess)
 {
 }
@@ -323,7 +323,7 @@ bool WordCommand::read(int fd, std::uint8_t page)
 }
 
 BlockCommand::BlockCommand(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-                           std::uint32_t temperatureAccess, std::uint32_t allPagesAccess)
+                           std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
     : Command(code, dataSize, channelAccess, temperatureAccess, allPagesAccess)
 {
 }

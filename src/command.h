@@ -77,7 +77,7 @@ public:
 
 protected:
     Command(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-            std::uint32_t temperatureAccess, std::uint32_t allPagesAccess);
+            std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept;
     Command(const Command&) = default;
     Command& operator=(const Command&) = default;
 
@@ -104,7 +104,7 @@ protected:
 class NullCommand : public Command {
 public:
     NullCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
-                std::uint32_t allPagesAccess);
+                std::uint32_t allPagesAccess) noexcept;
 
     std::string dataToString() const override;
     bool compare(const Command* other) const override;
@@ -119,7 +119,7 @@ public:
 class ByteCommand : public Command {
 public:
     ByteCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
-                std::uint32_t allPagesAccess);
+                std::uint32_t allPagesAccess) noexcept;
 
     std::string dataToString() const override;
     bool compare(const Command* other) const override;
@@ -139,7 +139,7 @@ protected:
 class WordCommand : public Command {
 public:
     WordCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
-                std::uint32_t allPagesAccess);
+                std::uint32_t allPagesAccess) noexcept;
 
     std::string dataToString() const override;
     bool compare(const Command* other) const override;
@@ -163,7 +163,7 @@ public:
     static constexpr std::size_t MAX_DATA_SIZE = 255;
 
     BlockCommand(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-                 std::uint32_t temperatureAccess, std::uint32_t allPagesAccess);
+                 std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept;
 
     /// Two digits and a blank per byte, a line end after every 32nd byte.
     std::string dataToString() const override;
@@ -185,14 +185,17 @@ protected:
     class name : public ByteCommand {                                                              \
     public:                                                                                        \
         static constexpr std::uint8_t CODE = code;                                                 \
-        name() : ByteCommand(CODE, rights::channels, rights::temperatures, rights::device) {}      \
+        name() noexcept                                                                            \
+            : ByteCommand(CODE, rights::channels, rights::temperatures, rights::device)            \
+        {                                                                                          \
+        }                                                                                          \
         bool write(int fd, std::uint8_t page) override;                                            \
     };
 #define COMMAND_CLASS(code, name, base, ...)                                                       \
     class name : public base {                                                                     \
     public:                                                                                        \
         static constexpr std::uint8_t CODE = code;                                                 \
-        name() : base(CODE, __VA_ARGS__) {}                                                        \
+        name() noexcept : base(CODE, __VA_ARGS__) {}                                               \
     };
 #define NULL_CLASS(code, name, channels, temperatures, device)                                     \
     COMMAND_CLASS(code, name, NullCommand, rights::channels, rights::temperatures, rights::device)
