@@ -170,9 +170,9 @@ TEST_F(BoardTest, OtherProgramsOfTheBus)
         {"i2cget -y 0 0x74 0xdd i 4", "0x04 0x02 0x01 0x04\nS 74w DD Sr 74r 04 02 01 04 P\n"},
         {"i2cget -y 0 0x74 0xdd s", "0x02 0x01 0x04 0xff\nS 74w DD Sr 74r 04 02 01 04 FF P\n"},
         {"i2cset -y 0 0x74 0xdd 2 1 4 s", "S 74w DD 03 02 01 04 P\n"},
+        {"i2cget -y 0 0x74 0x9d s", "S 74w 9D Sr 74r 31 P ! EPROTO\n"},
         {"i2cget -y 0 0x74 0xd1 s", "S 74w D1 Sr 74r 00 P ! EPROTO\n"},
-        {"i2ctransfer -y 0 w1@0x74 0xdd r?",
-         "0x03 0x02 0x01 0x04\nS 74w DD Sr 74r 03 02 01 04 P\n"},
+        {"i2ctransfer -y 0 w1@0x74 0xdd r?", "0x03 0x02 0x01 0x04\nS 74w DD Sr 74r 03 02 01 04 P\n"},
         {"i2ctransfer -y 0 w1@0x74 0x9d r3", "0x31 0x30 0x31\nS 74w 9D Sr 74r 31 30 31 P\n"},
         {"i2ctransfer -y 0 w2@0x73 0x9d 1", "S 73w N P ! ENXIO\n"},
         {"i2cget -y 1 0x74 0x99", ""},
@@ -217,6 +217,9 @@ TEST_F(BoardTest, TheLauncher)
         {"", "sh -c 'exit 3'", 3, ""},
         {"", "sh -c 'kill -9 $$'", 128 + 9, ""},
         {"", "env --ignore-signal=CHLD " EMULATOR " " VIRTUAL_BOARD " sh -c 'exit 4'", 4, ""},
+        {"",
+         "sh -c 'mkdir a:b; cp " VIRTUAL_BOARD " a:b; : >a:b/libvirtualboard.so; " EMULATOR " a:b/virtual-board true'",
+         2, "cannot preload " + path("a:b/libvirtualboard.so") + ": its name has a space or a colon"},
         // A signal that is to end the launcher reaches the command.
         {"", "sh -c 'trap \"exit 5\" TERM; kill $PPID; for i in $(seq 300000); do :; done'", 5, ""},
     };
@@ -232,8 +235,7 @@ TEST_F(BoardTest, TheLauncher)
     for (std::string rule; rules >> rule;) {
         const Outcome outcome = run("true", "--fault " + rule);
         EXPECT_EQ(2, outcome.status) << rule;
-        EXPECT_EQ("virtual-board: --fault doesn't know the rule '" + rule + "' (see --help)\n",
-                  outcome.errors);
+        EXPECT_EQ("virtual-board: --fault doesn't know the rule '" + rule + "' (see --help)\n", outcome.errors);
     }
     EXPECT_EQ(0, run("", "--version").output.find("virtual-board 1."));
     const Outcome help = run("", "--help");

@@ -232,10 +232,15 @@ std::string findLibrary()
     std::error_code error;
     const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
     for (const char* place : {LIBRARY, INSTALLED_LIBRARY}) {
-        const auto library = (folder / place).lexically_normal();
-        if (std::filesystem::exists(library, error)) {
-            return library.string();
+        std::string library = (folder / place).lexically_normal().string();
+        if (!std::filesystem::exists(library, error)) {
+            continue;
         }
+        // The loader would go on without it, and the command reach a real bus.
+        if (library.find_first_of(" :") != std::string::npos) {
+            refuse("cannot preload " + library + ": its name has a space or a colon");
+        }
+        return library;
     }
     refuse(std::string("cannot find ") + LIBRARY + " beside " + folder.string());
 }
