@@ -65,12 +65,12 @@ int writeSmbus(Session& session, const i2c_smbus_ioctl_data& request, int addres
         break;
     case I2C_SMBUS_BYTE_DATA:
         message.size += 1;
-        bytes[1] = data->byte;
+        message.bytes[1] = data->byte;
         break;
     case I2C_SMBUS_WORD_DATA:
         message.size += 2;
-        bytes[1] = static_cast<std::uint8_t>(data->word);
-        bytes[2] = static_cast<std::uint8_t>(data->word >> 8);
+        message.bytes[1] = static_cast<std::uint8_t>(data->word);
+        message.bytes[2] = static_cast<std::uint8_t>(data->word >> 8);
         break;
     case I2C_SMBUS_BLOCK_DATA:
         message.size += data->block[0] + 1U;

@@ -69,8 +69,8 @@ int openBus(const char* path, int flags)
         errno = ENOENT;
         return -1;
     }
-    Session& session = *joinSession();
     {
+        Session& session = *joinSession();
         const BoardAccess turn(session.board);
         if (const Fault* fault = strikingFault(session, FaultKind::OPEN)) {
             errno = fault->error;
