@@ -1,0 +1,11 @@
+# Run by cpack on the files that it packs: what the packages hold depends neither on
+# the umask of who makes them, nor on the time.
+execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_INSTALL_DIRECTORY}
+                COMMAND_ERROR_IS_FATAL ANY)
+if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
+    execute_process(COMMAND git log -1 --format=%ct WORKING_DIRECTORY ${CMAKE_CURRENT_LIST_DIR}
+                    OUTPUT_VARIABLE commitTime OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+    if(commitTime)
+        set(ENV{SOURCE_DATE_EPOCH} ${commitTime})
+    endif()
+endif()
