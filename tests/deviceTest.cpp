@@ -9,113 +9,63 @@ namespace {
 using DeviceTest = SystemTest;
 
 struct Device : Max34460 {
-    explicit Device(int bus = 0) : Max34460("Device", bus, 0x74) {}
-    using Max34460::m_hwErrorCount;
+    explicit Device(int bus = 0, int address = 0x74) : Max34460("Device", bus, address) {}
     using Max34460::m_hwState;
-    using Max34460::m_mfrDate;
-    using Max34460::m_mfrId;
-    using Max34460::m_mfrModel;
-    using Max34460::m_mfrRevision;
     using Max34460::setHwError;
 };
 
-const std::string OPEN = "open /dev/i2c-0 flags 2\n";
-const std::string BIND = "ioctl 1000 703 0x74\n";
-const std::string PAGE = "smbus 1000 write size 2: 00 ff\n";
-const std::string ID = "smbus 1000 read size 2: 99\n";
-const std::string MODEL = "smbus 1000 read size 2: 9a\n";
-const std::string REVISION = "smbus 1000 read size 3: 9b\n";
-const std::string DATE = "rdwr 1000 74 flags 0 len 1: 9d 74 flags 1 len 8\n";
-const std::string IDENTITY = "<7>[DEBUG2] max34460.cpp (readGeneralInfo) - Id 0x4d, model 0x5a, HW "
-                             "revision A, FW revision 1\n";
-const std::string VERSION = "<7>[DEBUG2] max34460.cpp (readVersionInfo) - "
-                            "power settings version v2.5, minimum HW version 3\n";
-const std::string FAILED = "<7>[DEBUG] max34460.cpp (setHwState) - State changed from 0 to 2\n"
-                           "<3>[ERROR] max34460.cpp (setHwError) - Error set, m_hwErrorCount = 1\n";
+const std::string IDENTITY = PAGE_255 + READ_ID + READ_MODEL + READ_REVISION
+                             + "DEBUG2 readGeneralInfo: Id 0x4d, model 0x5a, HW revision A, FW revision 1\n";
+const std::string FAILED =
+    "DEBUG setHwState: State changed from 0 to 2\nERROR setHwError: Error set, m_hwErrorCount = 1\n";
 
-/// Drops the lines of single attempts: they are the commands' own.
-std::string withoutRetries(const std::string& text)
+TEST_F(DeviceTest, StartUp)
 {
-    std::string kept;
-    std::string last;
-    for (std::size_t at = 0, end; at < text.size(); at = end + 1) {
-        end = text.find('\n', at);
-        const std::string line = text.substr(at, end + 1 - at);
-        const bool repeated = line == last && line.find("open") != 0 && line.find("ioctl") != 0;
-        if (line.find("[WARNING]") == std::string::npos && line.find("usleep") != 0 && !repeated) {
-            kept += line;
-            last = line;
-        }
-    }
-    return kept;
-}
-
-TEST_F(DeviceTest, AStartThatSucceeds)
-{
-    fakeSystem.bus = {0x4D, 0x5A, '1', 'A', 5, 2, 3};
-    {
-        const Device device;
-        EXPECT_TRUE(device.isHwOk());
-        EXPECT_EQ(0, device.m_hwErrorCount);
-        EXPECT_EQ("05 02 03 00 00 00 00 00 ", device.m_mfrDate.dataToString());
-    }
-    EXPECT_EQ(OPEN + BIND + PAGE + ID + MODEL + REVISION + IDENTITY + PAGE + DATE + VERSION
-                  + "<7>[DEBUG] max34460.cpp (setHwState) - State changed from 0 to 1\nclose\n",
-              transcript());
-}
-
-TEST_F(DeviceTest, AStartThatFails)
-{
-    const auto error = [](const std::string& text) {
-        return "<3>[ERROR] max34460.cpp (" + text + "\n";
+    const std::string noIdentity = "ERROR readGeneralInfo: Cannot read id and model\n" + FAILED;
+    const auto notRead = [](const std::string& request, const std::string& code) {
+        return attempts(request, "Read command " + code + " on page 255 failed, Input/output error");
     };
+    const std::string noPage = attempts(PAGE_255, "Write command 00 on page 255 failed, Input/output error");
     const struct {
-        const char* name;
         std::deque<int> results;
         std::string expected;
     } cases[] = {
-        {"no device",
-         {-EINTR, -EINTR, -ENOENT},
-         OPEN + OPEN + OPEN
-             + error("Max34460) - Cannot open I2C driver /dev/i2c-0: No such file or directory")
+        {{},
+         OPEN + BIND + IDENTITY + PAGE_255 + READ_DATE
+             + "DEBUG2 readVersionInfo: power settings version v2.5, minimum HW version 3\n"
+             + "DEBUG setHwState: State changed from 0 to 1\n" + "close 1000\n"},
+        {{-EINTR, -EINTR, -ENOENT},
+         OPEN + OPEN + OPEN + "ERROR Max34460: Cannot open I2C driver /dev/i2c-0: No such file or directory\n"
              + FAILED},
-        {"address in use",
-         {1000, -EINTR, -EBUSY},
-         OPEN + BIND + BIND + error("Max34460) - Cannot access I2C driver: Device or resource busy")
-             + FAILED + "close\n"},
-        {"no answer",
-         {1000, 0, -ENXIO, -ENXIO, -ENXIO},
-         OPEN + BIND + PAGE + error("readGeneralInfo) - Page command failed") + FAILED + "close\n"},
-        {"no identity",
-         {1000, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + PAGE + ID + error("readGeneralInfo) - Cannot read id and model") + FAILED
-             + "close\n"},
-        {"no model",
-         {1000, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + PAGE + ID + MODEL + error("readGeneralInfo) - Cannot read id and model")
-             + FAILED + "close\n"},
-        {"no revision",
-         {1000, 0, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + PAGE + ID + MODEL + REVISION
-             + error("readGeneralInfo) - Cannot read id and model") + FAILED + "close\n"},
-        {"second page fails",
-         {1000, 0, 0, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + PAGE + ID + MODEL + REVISION + IDENTITY + PAGE
-             + error("readVersionInfo) - Page command failed") + FAILED + "close\n"},
-        {"no version",
-         {1000, 0, 0, 0, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + PAGE + ID + MODEL + REVISION + IDENTITY + PAGE + DATE
-             + error("readVersionInfo) - Cannot read power settings version") + FAILED + "close\n"},
+        {{-EACCES}, OPEN + "ERROR Max34460: Cannot open I2C driver /dev/i2c-0: Permission denied\n" + FAILED},
+        {{0, -EINTR, -EBUSY}, // the descriptor 0 is taken as any other, but never closed
+         OPEN + "ioctl 0 703 0x74\nioctl 0 703 0x74\n"
+             + "ERROR Max34460: Cannot access I2C driver: Device or resource busy\n" + FAILED},
+        {{1, -EINVAL},
+         OPEN + "ioctl 1 703 0x74\n" + "ERROR Max34460: Cannot access I2C driver: Invalid argument\n" + FAILED
+             + "close 1\n"},
+        {{1000, 0, -EIO, -EIO, -EIO},
+         OPEN + BIND + noPage + "ERROR readGeneralInfo: Page command failed\n" + FAILED + "close 1000\n"},
+        {{1000, 1, 0, -EIO, -EIO, -EIO}, OPEN + BIND + PAGE_255 + notRead(READ_ID, "99") + noIdentity + "close 1000\n"},
+        {{1000, 0, 0, 0, -EIO, -EIO, -EIO},
+         OPEN + BIND + PAGE_255 + READ_ID + notRead(READ_MODEL, "9a") + noIdentity + "close 1000\n"},
+        {{1000, 0, 0, 0, 0, -EIO, -EIO, -EIO},
+         OPEN + BIND + PAGE_255 + READ_ID + READ_MODEL + notRead(READ_REVISION, "9b") + noIdentity + "close 1000\n"},
+        {{1000, 0, 0, 0, 0, 0, -EIO, -EIO, -EIO},
+         OPEN + BIND + IDENTITY + noPage + "ERROR readVersionInfo: Page command failed\n" + FAILED + "close 1000\n"},
+        {{1000, 0, 0, 0, 0, 0, 0, -EIO, -EIO, -EIO},
+         OPEN + BIND + IDENTITY + PAGE_255 + notRead(READ_DATE, "9d")
+             + "ERROR readVersionInfo: Cannot read power settings version\n" + FAILED + "close 1000\n"},
     };
-    for (const auto& [name, results, expected] : cases) {
+    for (const auto& [results, expected] : cases) {
         fakeSystem.results = results;
-        fakeSystem.bus = {0x4D, 0x5A, '1', 'A'};
-        {
-            const Device device;
-            EXPECT_FALSE(device.isHwOk()) << name;
-            EXPECT_EQ(HW_STATE_FAILED, device.m_hwState) << name;
-        }
-        EXPECT_EQ(expected, withoutRetries(transcript())) << name;
+        fakeSystem.bus = {0x4D, 0x5A, '1', 'A', 5, 2, 3};
+        const bool ok = results.empty();
+        EXPECT_EQ(expected, record([ok] {
+                      const Device device;
+                      EXPECT_EQ(ok, device.isHwOk());
+                      EXPECT_EQ(ok ? HW_STATE_OK : HW_STATE_FAILED, device.m_hwState);
+                  }));
     }
 }
 
@@ -123,23 +73,18 @@ TEST_F(DeviceTest, TheErrorCountCountsOnlyChanges)
 {
     Device device;
     transcript();
-    device.setHwError(false);
-    device.setHwError(true);
-    device.setHwError(true);
-    device.setHwError(false);
-    device.setHwError(true);
-    EXPECT_EQ(2, device.m_hwErrorCount);
-    EXPECT_EQ("<3>[ERROR] max34460.cpp (setHwError) - Error set, m_hwErrorCount = 1\n"
-              "<6>[INFO] max34460.cpp (setHwError) - Error cleared\n"
-              "<3>[ERROR] max34460.cpp (setHwError) - Error set, m_hwErrorCount = 2\n",
+    for (const bool error : {false, true, true, false, true}) {
+        device.setHwError(error);
+    }
+    EXPECT_EQ("ERROR setHwError: Error set, m_hwErrorCount = 1\nINFO setHwError: Error cleared\n"
+              "ERROR setHwError: Error set, m_hwErrorCount = 2\n",
               transcript());
 }
 
-TEST_F(DeviceTest, TheBusNumberIsPartOfThePath)
+TEST_F(DeviceTest, BusAndAddressAreThoseAskedFor)
 {
-    fakeSystem.results = {-ENOENT};
-    const Device device(12);
-    EXPECT_EQ("open /dev/i2c-12 flags 2\n", transcript().substr(0, 25));
+    const Device device(12, 0x70);
+    EXPECT_EQ("open /dev/i2c-12 flags 2\nioctl 1000 703 0x70\n", transcript().substr(0, 45));
 }
 
 } // namespace

@@ -1,10 +1,9 @@
-// main itself, compiled under another name, with the system calls replaced.
+// main itself, compiled under another name, with the system calls replaced: all that a run
+// does, from the command line to the exit status.
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <fstream>
-#include <vector>
 
 #include "fakeSystem.h"
 
@@ -12,219 +11,253 @@ int pmadminMain(int argc, char* argv[]);
 
 namespace {
 
+using Bytes = std::deque<std::uint8_t>;
+
+// A file of version 2.1 for hardware 3, with a delay on page 1, and what reads of the same find.
+const std::string ENTRIES = "010001"
+                            "02603412"
+                            "089D0102030000000000";
+const Bytes SAME = {0x34, 0x12, 1, 2, 3, 0, 0, 0, 0, 0};
+const Bytes OTHER(4);
+
 class DriverTest : public SystemTest {
 protected:
-    DriverTest()
-    {
-        fakeSystem.bus = {0x4D, 0x5A, '0', '0', 1, 2, 0, 0, 0, 0, 0, 0};
-        // On page 1 a delay of 0x1234 ms/5, in a file of version 2.1 for hardware 3.
-        std::ofstream(m_file) << ":11000000"
-                                 "010001"
-                                 "02603412"
-                                 "089D0102030000000000"
-                                 "FF\n";
-    }
     ~DriverTest() override { std::remove(m_file.c_str()); }
 
-    /// Runs main; returns its transcript and status. NO_TRACE leaves it to main to
-    /// make the trace object.
-    std::string run(std::vector<std::string> arguments, int traceLevel = 6)
+    /// Runs main with an option and, if there are entries, a file of them, at a trace level.
+    /// `bus` is what is read behind the start-up of a chip with version 2.1; the start-up
+    /// stands as "START" in the result, and what is logged of the file is left out.
+    std::string run(const std::string& option, const std::string& entries, const Bytes& bus = SAME, int level = 6,
+                    std::uint8_t model = 0x5A) const
     {
-        if (traceLevel != NO_TRACE) {
-            g_traceObject = g_traceObject == nullptr ? new TraceObject("test", 0) : g_traceObject;
-            setTraceLevel(traceLevel);
+        char count[20];
+        std::snprintf(count, sizeof(count), "%02zX", entries.size() / 2);
+        std::ofstream(m_file) << ":" << count << "000000" << entries << "FF\n";
+        fakeSystem.bus = {0x4D, model, '0', '0', 1, 2, 0, 0, 0, 0, 0, 0};
+        fakeSystem.bus.insert(fakeSystem.bus.end(), bus.begin(), bus.end());
+        g_traceObject = g_traceObject == nullptr ? new TraceObject("test", level) : g_traceObject;
+        setTraceLevel(level);
+        transcript();
+        std::string text = runMain(entries.empty() ? std::vector<std::string>{option} : std::vector{option, m_file});
+        if (const std::size_t at = text.find("DEBUG parseLine"); at != std::string::npos) {
+            text.erase(at, text.find("\n\n", at) + 2 - at);
         }
+        const std::string start = START + LOCK + UNLOCK;
+        const std::size_t at = text.find(start);
+        return at == std::string::npos ? text : text.replace(at, start.size(), "START\n");
+    }
+
+    static std::string runMain(std::vector<std::string> arguments)
+    {
         arguments.insert(arguments.begin(), "pm");
         std::vector<char*> argv;
         for (std::string& argument : arguments) {
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
-        optind = 0;
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        const int status = pmadminMain(static_cast<int>(arguments.size()), argv.data());
+        optind = 0; // a new scan
+        int status = -1;
+        const std::string text = record([&] { status = pmadminMain(static_cast<int>(argv.size()) - 1, argv.data()); });
         EXPECT_EQ(nullptr, g_traceObject);
-        m_output = testing::internal::GetCapturedStdout();
-        m_errors = testing::internal::GetCapturedStderr();
-        return transcript() + "status " + std::to_string(status);
+        return text + "status " + std::to_string(status);
     }
 
-    /// What follows the start-up in a run's transcript.
-    static std::string afterStart(const std::string& text)
-    {
-        const std::string startEnd = "semctl 42 0 GETVAL\nsemop 42: 0 +1 flags 2048, 1\n";
-        const std::size_t at = text.find(startEnd);
-        return at == std::string::npos ? text : text.substr(at + startEnd.size());
-    }
-
-    static constexpr int NO_TRACE = -1;
     const std::string m_file = testing::TempDir() + "driverTest." + std::to_string(getpid());
-    std::string m_output;
-    std::string m_errors;
 };
 
-const std::string LOCK = "semget 9f39b 1 7b6\nsemctl 42 0 SETVAL 1\nsemop 42: 0 -1 flags 2048, 1\n";
-const std::string UNLOCK = "semctl 42 0 GETVAL\nsemop 42: 0 +1 flags 2048, 1\n";
-const std::string NEW_ENOUGH =
-    "<6>[INFO] PowerFileHandler.cpp (compareHwVersions) - HW version 3 >= minimum HW version 3\n";
-const std::string TOO_OLD = "<4>[WARNING] PowerFileHandler.cpp (compareHwVersions) - HW version 2 "
-                            "incompatible with minimum HW version 3 of the power file\n";
+const std::string SUCCESS = "close 1000\ncloselog\nstatus 0";
+const std::string FAILURE = "close 1000\ncloselog\nstatus 1";
+const std::string LOADED = "START\naccess 0\n";
 const std::string PAGE = "smbus 1000 write size 2: 00 01\n";
-const std::string DELAY = "smbus 1000 read size 3: 60\n";
-const std::string DATE = "rdwr 1000 74 flags 0 len 1: 9d 74 flags 1 len 8\n";
-const std::string COMPARED =
-    "<6>[INFO] PowerFileHandler.cpp (compare) - Power monitor file contents ";
-const std::string WRITES =
-    LOCK + PAGE
-    + "smbus 1000 write size 3: 60 34 12\n"
-      "smbus 1000 write size 6: 9d 01 02 03 00 00 00 00 00\n"
-      "<6>[INFO] PowerFileHandler.cpp (writeCommands) - Writing power monitor file: success\n"
-    + UNLOCK;
-const std::string STORED = LOCK
-                           + "smbus 1000 write size 1: 11\n<6>[INFO] PowerFileHandler.cpp (save) - "
-                             "Storing power monitor file to flash: success\n"
-                           + UNLOCK;
+const std::string READ_DELAY = "smbus 1000 read size 3: 60\n";
+const std::string WRITE_DELAY = "smbus 1000 write size 3: 60 1234\n";
+const std::string WRITE_DATE = "smbus 1000 write size 6: 9d 01 02 03 00 00 00 00 00\n";
+const std::string STORE = "smbus 1000 write size 1: 11\n";
+const std::string NEW_ENOUGH = "> Minimum HW version is OK to upgrade powermonitor.\n"
+                               "INFO compareHwVersions: HW version 3 >= minimum HW version 3\n";
+const std::string INSTALLED = "> Get installed Power monitor version\n> EEPROM version is v2.1\n";
+const std::string VERSIONS = INSTALLED + "> New version is v2.1\n";
+const std::string IS_EQUAL = "INFO compare: Power monitor file contents is equal to MAX34460 contents\n"
+                             "> RAM registers are up-to-date.\n> EEPROM registers are up-to-date.\n";
+const std::string EQUAL = LOCK + VERSIONS + PAGE + READ_DELAY + READ_DATE + IS_EQUAL + UNLOCK;
+const std::string DIFFERENCE = "INFO compare: Data of command 60 differs (command index in file = 1)\n"
+                               "INFO compare: Target data: 0000\nINFO compare: File data  : 1234\n";
+const std::string IS_DIFFERENT = "ERROR compare: Data of command 60 differs (command index in file = 1)\n"
+                                 "INFO compare: Power monitor file contents differs from MAX34460 contents\n"
+                                 "> RAM registers are NOT up-to-date.\n> EEPROM registers are NOT up-to-date.\n";
+const std::string DIFFERENT =
+    LOCK + VERSIONS + PAGE + READ_DELAY + DIFFERENCE + READ_DELAY + DIFFERENCE + IS_DIFFERENT + UNLOCK;
+const std::string WRITE_RESULT = "INFO writeCommands: Writing power monitor file: ";
+const std::string WRITTEN = LOCK + PAGE + WRITE_DELAY + WRITE_DATE + WRITE_RESULT + "success\n" + UNLOCK;
+const std::string STORE_RESULT = "INFO save: Storing power monitor file to flash: ";
+const std::string STORED = LOCK + STORE + STORE_RESULT + "success\n" + UNLOCK;
+const std::string SAVE_FAILED = "ERROR main: Save/compare failed\n" + FAILURE;
 
-const std::string STORE_FAILED = "smbus 1000 write size 1: 11\nusleep 10000\n"
-                                 "smbus 1000 write size 1: 11\nusleep 10000\n"
-                                 "smbus 1000 write size 1: 11\nusleep 10000\n";
-
-std::string differing(const char* data)
+TEST_F(DriverTest, EachActionOnAChipThatHoldsTheFile)
 {
-    const std::string prefix = "<6>[INFO] PowerFileHandler.cpp (compare) - ";
-    const std::string attempt =
-        DELAY + prefix + "Data of command 60 differs (command index in file = 1)\n" + prefix
-        + "Target data: " + data + "\n" + prefix + "File data  : 1234\n";
-    return LOCK + PAGE + attempt + attempt
-           + "<3>[ERROR] PowerFileHandler.cpp (compare) - Data of command 60 differs (command "
-             "index in file = 1)\n"
-           + COMPARED + "differs from MAX34460 contents\n" + UNLOCK;
-}
-
-const std::string EQUAL =
-    LOCK + PAGE + DELAY + DATE + COMPARED + "is equal to MAX34460 contents\n" + UNLOCK;
-const std::initializer_list<std::uint8_t> EQUAL_DATA = {0x34, 0x12, 1, 2, 3, 0, 0, 0, 0, 0};
-
-void onBus(std::initializer_list<std::uint8_t> bytes)
-{
-    fakeSystem.bus.insert(fakeSystem.bus.end(), bytes);
-}
-
-TEST_F(DriverTest, AnUpgrade)
-{
-    onBus({0, 0, 0, 0});
-    onBus(EQUAL_DATA);
-    EXPECT_EQ(
-        NEW_ENOUGH + differing("0000") + WRITES + "sleep 2\n" + STORED + EQUAL
-            + "<6>[INFO] main.cpp (main) - Power monitor successfully upgraded\nclose\nstatus 0",
-        afterStart(run({"-u", m_file})));
-    const std::string versions =
-        "Get installed Power monitor version\nEEPROM version is v2.1\nNew version is v2.1\n";
-    EXPECT_EQ("Minimum HW version is OK to upgrade powermonitor.\n" + versions
-                  + "RAM registers are NOT up-to-date.\nEEPROM registers are NOT up-to-date.\n"
-                  + versions + "RAM registers are up-to-date.\nEEPROM registers are up-to-date.\n",
-              m_output);
-}
-
-TEST_F(DriverTest, OtherActions)
-{
+    const auto tooOld = [](const std::string& board) {
+        return LOADED + "! Minimum required HW version for updates is 3(hwver=" + board
+               + "))\nWARNING compareHwVersions: HW version " + board
+               + " incompatible with minimum HW version 3 of the power file\n" + FAILURE;
+    };
     const struct {
-        std::vector<std::string> arguments;
-        int hwVersion;
+        const char* option;
+        std::string entries;
+        std::optional<int> hwVersion;
         std::string expected;
     } cases[] = {
-        {{"-E", m_file}, 3, EQUAL + "close\nstatus 0"},
-        {{"-r", m_file}, 3, NEW_ENOUGH + WRITES + "close\nstatus 0"},
-        {{"-r", m_file}, 2, TOO_OLD + "close\nstatus 1"},
-        {{"-u", m_file}, 2, TOO_OLD + "close\nstatus 1"},
-        {{"-u", m_file}, 3, NEW_ENOUGH + EQUAL + "close\nstatus 1"},
-        {{"-m", m_file}, 3, NEW_ENOUGH + "close\nstatus 0"},
-        {{"-m", m_file}, 2, TOO_OLD + "close\nstatus 1"},
-        {{"-e", m_file}, 2, STORED + "close\nstatus 0"},
-        {{"-v"}, 3, "close\nstatus 0"},
-        {{"-a"},
-         3,
-         "<6>[INFO] PowerFileHandler.cpp (isAccessible) - Power monitor accessible\nclose\nstatus "
-         "0"},
-        {{"--"}, 3, "close\nstatus 1"},
-        {{"-u", m_file + ".not"},
-         3,
-         "<3>[ERROR] main.cpp (main) - File '" + m_file + ".not' not found.\nclose\nstatus 1"},
-        {{"-e"},
-         3,
-         "<3>[ERROR] CommandLine.cpp (CommandLine) - Missing 'PM data file' argument.\nstatus 1"},
+        {"-E", ENTRIES, 3, LOADED + EQUAL + SUCCESS},
+        {"-r", ENTRIES, 3, LOADED + NEW_ENOUGH + WRITTEN + SUCCESS},
+        {"-r", ENTRIES, 2, tooOld("2")},
+        {"-u", ENTRIES, 2, tooOld("2")},
+        {"-u", ENTRIES, 3, LOADED + NEW_ENOUGH + EQUAL + FAILURE},
+        {"-m", ENTRIES, 3, LOADED + NEW_ENOUGH + SUCCESS},
+        {"-m", ENTRIES, -1, tooOld("-1")},
+        {"-m", ENTRIES, {}, tooOld("0")},
+        {"-e", ENTRIES, 2, LOADED + STORED + SUCCESS},
+        {"-v", "", 3, "START\n" + INSTALLED + SUCCESS},
+        {"-a", "", 3, "START\nINFO isAccessible: Power monitor accessible\n" + SUCCESS},
+        {"--", "", 3, "START\n! No option selects an action: give one of -v -m -R -E -r -e -a -u.\n" + FAILURE},
     };
-    const std::deque<std::uint8_t> start = fakeSystem.bus;
-    for (const auto& [arguments, hwVersion, expected] : cases) {
-        fakeSystem.bus = start;
-        onBus(EQUAL_DATA);
+    for (const auto& [option, entries, hwVersion, expected] : cases) {
         fakeSystem.hwVersion = hwVersion;
-        EXPECT_EQ(expected, afterStart(run(arguments))) << testing::PrintToString(arguments);
+        EXPECT_EQ(expected, run(option, entries)) << option;
     }
 }
 
-TEST_F(DriverTest, FailedStepsEndAnUpgrade)
+TEST_F(DriverTest, AnUpgradeWritesStoresAndConfirms)
 {
-    const std::deque<int> start = {1000, 0, 0, 0, 0, 0, 0, 2, 42, 0, 0, 0, 0};
-    const std::deque<int> differed = {42, 0, 0, 0, 0, 0, 0, 0};
-    const std::deque<int> written = {42, 0, 0, 0, 0, 0, 0, 0};
-    const std::deque<int> refused = {42, 0, 0, -EIO, -EIO, -EIO};
-    const struct {
-        std::vector<std::deque<int>> results;
-        std::string end;
-    } cases[] = {
-        {{start, differed, refused},
-         "smbus 1000 write size 6: 9d 01 02 03 00 00 00 00 00\n" + UNLOCK
-             + "<3>[ERROR] main.cpp (main) - Write power file to RAM failed\nclose\nstatus 1"},
-        {{start, differed, written, refused},
-         UNLOCK + "sleep 2\n" + LOCK + STORE_FAILED + UNLOCK
-             + "<3>[ERROR] main.cpp (main) - Save/compare failed\nclose\nstatus 1"},
-        {{start, differed, written},
-         UNLOCK + "sleep 2\n" + LOCK + "smbus 1000 write size 1: 11\n" + UNLOCK + LOCK + PAGE
-             + DELAY + DELAY
-             + "<3>[ERROR] PowerFileHandler.cpp (compare) - "
-               "Data of command 60 differs (command index in file = 1)\n"
-             + UNLOCK + "<3>[ERROR] main.cpp (main) - Save/compare failed\nclose\nstatus 1"},
-    };
-    const std::deque<std::uint8_t> startBus = fakeSystem.bus;
-    for (const auto& [results, end] : cases) {
-        fakeSystem.bus = startBus;
-        for (const std::deque<int>& part : results) {
-            fakeSystem.results.insert(fakeSystem.results.end(), part.begin(), part.end());
-        }
-        const std::string text = run({"-u", m_file}, 3);
-        EXPECT_EQ(end, text.substr(text.size() - std::min(end.size(), text.size())));
-        EXPECT_EQ(end.find("sleep"),
-                  text.find("sleep") == std::string::npos ? text.npos : end.find("sleep"));
+    Bytes otherThenSame = OTHER;
+    otherThenSame.insert(otherThenSame.end(), SAME.begin(), SAME.end());
+    const std::string stored = LOADED + NEW_ENOUGH + DIFFERENT + WRITTEN + "sleep 2\n" + STORED;
+    EXPECT_EQ(stored + EQUAL + "INFO main: Power monitor successfully upgraded\n" + SUCCESS,
+              run("-u", ENTRIES, otherThenSame));
+    EXPECT_EQ(stored + DIFFERENT + SAVE_FAILED, run("-u", ENTRIES, OTHER));
+}
+
+TEST_F(DriverTest, AFailedWriteOrStoreEndsAnUpgrade)
+{
+    std::deque<int> upToPage = {1000, 0, 0, 0, 0, 0, 0, 2, 42, 0, 0, 0, 0, 42, 0, 0, 0, 0, 0, 0, 0, 42, 0, 0, 0};
+    fakeSystem.results = upToPage;
+    fakeSystem.results.insert(fakeSystem.results.end(), {-EIO, -EIO, -EIO});
+    const std::string failed = attempts(WRITE_DELAY, "Write command 60 on page 1 failed, Input/output error");
+    EXPECT_EQ(LOADED + NEW_ENOUGH + DIFFERENT + LOCK + PAGE + failed + WRITE_DATE + WRITE_RESULT + "failed\n" + UNLOCK
+                  + "ERROR main: Write power file to RAM failed\n" + FAILURE,
+              run("-u", ENTRIES, OTHER));
+
+    fakeSystem.results = upToPage;
+    fakeSystem.results.insert(fakeSystem.results.end(), {0, 0, 0, 0, 42, 0, 0, -EIO, -EIO, -EIO});
+    EXPECT_EQ(LOADED + NEW_ENOUGH + DIFFERENT + WRITTEN + "sleep 2\n" + LOCK
+                  + attempts(STORE, "Write command 11 on page 0 failed") + STORE_RESULT + "failed\n" + UNLOCK
+                  + SAVE_FAILED,
+              run("-u", ENTRIES, OTHER));
+}
+
+TEST_F(DriverTest, AFileWithoutKnownCommandsIsStoredButNeverEqual)
+{
+    const std::string unknown = "ERROR create: Command 04 not found\nERROR loadCommands: Unknown command: 04\n";
+    const std::string noCommands =
+        LOCK + "WARNING compare: Target commands and file commands sizes are different or 0\n" + UNLOCK;
+    EXPECT_EQ(LOADED + unknown + unknown + "> Minimum HW version is OK to upgrade powermonitor.\n"
+                  + "INFO compareHwVersions: HW version 3 >= minimum HW version 0\n" + noCommands + LOCK + WRITE_RESULT
+                  + "success\n" + UNLOCK + "sleep 2\n" + STORED + noCommands + SAVE_FAILED,
+              run("-u", "0004"));
+}
+
+std::string acquired(const std::string& operation)
+{
+    return LOCK + "DEBUG PmMutexLock: Semaphore acquired by PowerFileHandler::" + operation + "\n";
+}
+
+std::string released(const std::string& operation)
+{
+    return UNLOCK + "DEBUG ~PmMutexLock: Semaphore released by PowerFileHandler::" + operation + "\n";
+}
+
+TEST_F(DriverTest, ActionsAmongTheEntriesAreNeitherComparedNorWritten)
+{
+    const std::string begin = START + "DEBUG setHwState: State changed from 0 to 1\n" + acquired("PowerFileHandler")
+                              + released("PowerFileHandler") + "access 0\n";
+    const std::string end = "DEBUG clear: \nDEBUG clear: \n" + SUCCESS;
+    const std::string entries = "02D13412"
+                                "01000D"
+                                "0003"
+                                "0011"
+                                "0012"
+                                "02510102";
+    const std::string compared = "DEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command ";
+    EXPECT_EQ(begin + acquired("compare") + INSTALLED + "> New version is v0.0\n"
+                  + "DEBUG compare: Read command d1 (try 2 times)\nsmbus 1000 read size 3: d1\n" + compared
+                  + "d1 equal\nsmbus 1000 write size 2: 00 0d\nDEBUG compare: Write page 13\n"
+                  + "DEBUG compare: Read command 51 (try 2 times)\nsmbus 1000 read size 3: 51\n" + compared
+                  + "51 equal\n" + IS_EQUAL + released("compare") + end,
+              run("-E", entries, {0x34, 0x12, 1, 2}, 7));
+    const std::string written = run("-r", entries, {}, 7);
+    const std::string debug = "DEBUG1 writeCommands: Write ";
+    EXPECT_EQ(acquired("writeCommands") + debug + "d1 to page 0\nsmbus 1000 write size 3: d1 1234\n" + debug
+                  + "00 to page 13\nsmbus 1000 write size 2: 00 0d\n" + debug
+                  + "51 to page 13\nsmbus 1000 write size 3: 51 0201\n" + WRITE_RESULT + "success\n"
+                  + released("writeCommands") + end,
+              written.substr(std::min(written.rfind(LOCK), written.size())));
+    EXPECT_NE(std::string::npos, run("-e", entries, {}, 7).find(acquired("save") + STORE));
+}
+
+TEST_F(DriverTest, CompareToleratesAFailedPageAndOneFailedRead)
+{
+    fakeSystem.results = {1000, 0, 0, 0, 0, 0, 0, 2, 42, 0, 0, 0, 0};
+    fakeSystem.results.insert(fakeSystem.results.end(), {42, 0, 0, -EIO, -EIO, -EIO, 0, -ENXIO, -ENXIO, -ENXIO});
+    const std::string reading = "DEBUG compare: Read command e0 (try ";
+    const std::string read = "smbus 1000 read size 3: e0\n";
+    const std::string text = run("-E",
+                                 "02E00000"
+                                 "010001",
+                                 {}, 7);
+    const std::string expected =
+        reading + "2 times)\n" + attempts(read, "Read command e0 on page 255 failed, Input/output error")
+        + "ERROR compare: Read/write failed for command e0 on page 255\n" + reading + "1 times)\n" + read
+        + "DEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command e0 equal\n"
+        + attempts(PAGE, "Write command 00 on page 1 failed, No such device or address")
+        + "DEBUG compare: Write page 1\n" + IS_EQUAL;
+    EXPECT_NE(std::string::npos, text.find(expected)) << text;
+}
+
+TEST_F(DriverTest, OneModelDoesNotReadTwoRegistersBack)
+{
+    const std::string entries = "02E00000"
+                                "010001"
+                                "02EA0100"
+                                "02600000";
+    for (const auto& [model, comparable] : {std::pair{0x57, false}, {0x56, true}, {0, true}}) {
+        const std::string text = run("-E", entries, {0, 0, 1, 0}, 6, static_cast<std::uint8_t>(model));
+        EXPECT_EQ(comparable, text.find("read size 3: e0") != std::string::npos) << model;
+        EXPECT_EQ(comparable, text.find("read size 3: ea") != std::string::npos) << model;
+        EXPECT_NE(std::string::npos, text.find("read size 3: 60")) << model;
     }
+    EXPECT_NE(std::string::npos, run("-r", entries, {}, 6, 0x57).find("ea 0001")) << "but takes them";
 }
 
-TEST_F(DriverTest, AFileWithoutCommandsIsStoredButNotConfirmed)
+TEST_F(DriverTest, AFileThatIsMissingOrBrokenIsNotUsed)
 {
-    EXPECT_EQ(LOCK + UNLOCK + LOCK + UNLOCK + "sleep 2\n" + LOCK + "smbus 1000 write size 1: 11\n"
-                  + UNLOCK + LOCK + UNLOCK
-                  + "<3>[ERROR] main.cpp (main) - Save/compare failed\nclose\nstatus 1",
-              afterStart(run({"-u", "/dev/null"}, 3)));
+    setTraceLevel(6);
+    const std::string text = runMain({"-u", "no.hex"});
+    EXPECT_EQ("access 0\n! *** File 'no.hex' not found. ***\nERROR main: File 'no.hex' not found.\n" + FAILURE,
+              text.substr(text.find("access")));
+    const std::string broken =
+        "File '" + m_file + "' is not a valid PM data file: the entry at byte 0 (command 25) has 1 data bytes of 2";
+    EXPECT_EQ(LOADED + "! *** " + broken + " ***\nERROR main: " + broken + "\n" + FAILURE, run("-r", "01252B"));
+    EXPECT_EQ(std::string::npos, runMain({"-r"}).find("open /dev")) << "nor the chip, with a bad command line";
 }
 
-TEST_F(DriverTest, ABrokenFileIsNotUsed)
+TEST_F(DriverTest, WithoutATraceObjectMainMakesOneForInfos)
 {
-    std::ofstream(m_file, std::ios::app) << ":0100000000\n";
-    const std::string message =
-        m_file + "' is not a valid PM data file: line 2 ends before its checksum";
-    EXPECT_EQ("<3>[ERROR] main.cpp (main) - File '" + message + "\nclose\nstatus 1",
-              afterStart(run({"-r", m_file})));
-    EXPECT_EQ("*** File '" + message + " ***\n", m_errors);
-}
-
-TEST_F(DriverTest, WithoutATraceObjectMainMakesOneWithInfos)
-{
-    delete g_traceObject;
-    g_traceObject = nullptr;
-    EXPECT_EQ(
-        "<6>[INFO] PowerFileHandler.cpp (isAccessible) - Power monitor accessible\nclose\nstatus 0",
-        afterStart(run({"-a"}, NO_TRACE)));
+    delete std::exchange(g_traceObject, nullptr);
+    transcript();
+    fakeSystem.results = {-ENOENT};
+    EXPECT_EQ("openlog corvane 1 8\n" + OPEN
+                  + "ERROR Max34460: Cannot open I2C driver /dev/i2c-0: No such file or directory\n"
+                    "ERROR setHwError: Error set, m_hwErrorCount = 1\n"
+                  + LOCK + UNLOCK + "INFO isAccessible: Power monitor not accessible\ncloselog\nstatus 1",
+              runMain({"-a"}));
 }
 
 } // namespace

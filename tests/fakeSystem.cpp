@@ -9,35 +9,56 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
 #include "boardUtils.h"
-#include "lineNumbers.h"
 
 FakeSystem fakeSystem;
 
 namespace {
 
 constexpr int BUS_FD = 1000;
+int busFd = BUS_FD;
 
-void note(const char* format, ...)
+std::string format(const char* form, va_list arguments)
 {
-    char line[2048];
+    char text[2048];
+    std::vsnprintf(text, sizeof(text), form, arguments);
+    return text;
+}
+
+std::string format(const char* form, ...)
+{
     va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(line, sizeof(line), format, arguments);
+    va_start(arguments, form);
+    std::string text = format(form, arguments);
     va_end(arguments);
-    fakeSystem.transcript += line;
-    fakeSystem.transcript += '\n';
+    return text;
+}
+
+void note(const std::string& line)
+{
+    fakeSystem.transcript += line + "\n";
+}
+
+/// The result of the next request, with errno set if it is a failure.
+int next(int otherwise)
+{
+    if (fakeSystem.results.empty()) {
+        return otherwise;
+    }
+    const int result = fakeSystem.results.front();
+    fakeSystem.results.pop_front();
+    errno = result < 0 ? -result : errno;
+    return std::max(result, -1);
 }
 
 std::uint8_t takeFromBus()
 {
-    if (fakeSystem.bus.empty()) {
-        return 0;
-    }
+    fakeSystem.bus.resize(std::max<std::size_t>(fakeSystem.bus.size(), 1));
     const std::uint8_t byte = fakeSystem.bus.front();
     fakeSystem.bus.pop_front();
     return byte;
@@ -47,40 +68,31 @@ std::string hex(const std::uint8_t* bytes, std::size_t count)
 {
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof(digits), " %02x", bytes[i]);
-        text += digits;
+        text += format(" %02x", bytes[i]);
     }
     return text;
 }
 
-int smbus(int fd, i2c_smbus_ioctl_data& request)
+int smbus(int fd, const i2c_smbus_ioctl_data& request)
 {
+    const bool isRead = request.read_write == I2C_SMBUS_READ;
+    const bool isWord = request.size == I2C_SMBUS_WORD_DATA;
     std::string sent;
-    if (request.read_write == I2C_SMBUS_WRITE && request.data != nullptr) {
-        switch (request.size) {
-        case I2C_SMBUS_BYTE_DATA:
-            sent = hex(&request.data->byte, 1);
-            break;
-        case I2C_SMBUS_WORD_DATA: {
-            const std::uint8_t bytes[] = {static_cast<std::uint8_t>(request.data->word & 0xFF),
-                                          static_cast<std::uint8_t>(request.data->word >> 8)};
-            sent = hex(bytes, 2);
-            break;
-        }
-        default:
-            sent = hex(request.data->block + 1, request.data->block[0]);
-        }
+    if (!isRead && request.data != nullptr) {
+        const i2c_smbus_data& data = *request.data;
+        sent = isWord                                ? format(" %04x", data.word) // the number that the kernel gets
+               : request.size == I2C_SMBUS_BYTE_DATA ? hex(&data.byte, 1)
+                                                     : hex(data.block + 1, data.block[0]);
     }
-    note("smbus %d %s size %u: %02x%s", fd, request.read_write == I2C_SMBUS_READ ? "read" : "write",
-         request.size, request.command, sent.c_str());
-    const int result = fakeSystem.next(0);
-    if (result == 0 && request.read_write == I2C_SMBUS_READ) {
-        if (request.size == I2C_SMBUS_WORD_DATA) {
-            const int low = takeFromBus();
+    note(format("smbus %d %s size %u: %02x%s", fd, isRead ? "read" : "write", request.size, request.command,
+                sent.c_str()));
+    const int result = next(0);
+    if (result == 0 && isRead) {
+        const std::uint8_t low = takeFromBus();
+        if (isWord) {
             request.data->word = static_cast<std::uint16_t>(low + 256 * takeFromBus());
         } else {
-            request.data->byte = takeFromBus();
+            request.data->byte = low;
         }
     }
     return result;
@@ -88,19 +100,14 @@ int smbus(int fd, i2c_smbus_ioctl_data& request)
 
 int rdwr(int fd, const i2c_rdwr_ioctl_data& request)
 {
-    std::string text;
+    std::string text = format("rdwr %d", fd);
     for (std::uint32_t i = 0; i < request.nmsgs; ++i) {
         const i2c_msg& message = request.msgs[i];
-        char head[32];
-        std::snprintf(head, sizeof(head), " %02x flags %d len %d", message.addr, message.flags,
-                      message.len);
-        text += head;
-        if ((message.flags & I2C_M_RD) == 0) {
-            text += ":" + hex(message.buf, message.len);
-        }
+        text += format(" %02x flags %d len %d", message.addr, message.flags, message.len)
+                + (message.flags == I2C_M_RD ? "" : ":" + hex(message.buf, message.len));
     }
-    note("rdwr %d%s", fd, text.c_str());
-    const int result = fakeSystem.next(static_cast<int>(request.nmsgs));
+    note(text);
+    const int result = next(static_cast<int>(request.nmsgs));
     const i2c_msg& last = request.msgs[request.nmsgs - 1];
     for (std::uint32_t i = 0; result != -1 && i < last.len; ++i) {
         last.buf[i] = takeFromBus();
@@ -108,29 +115,37 @@ int rdwr(int fd, const i2c_rdwr_ioctl_data& request)
     return result;
 }
 
-void noteSyslog(int priority, const char* format, va_list arguments)
+/// Notes "[TAG] file.cpp:12 (function) - text" as "TAG function: text".
+void noteSyslog(int priority, const char* form, va_list arguments)
 {
-    char text[2048];
-    std::vsnprintf(text, sizeof(text), format, arguments);
-    note("<%d>%s", priority, withoutLineNumbers(text).c_str());
+    const std::string text = format(form, arguments);
+    fakeSystem.lastLog = "<" + std::to_string(priority) + ">" + text;
+    const std::size_t function = text.find('(');
+    const std::size_t end = text.find(") - ");
+    note(text.substr(1, text.find(']') - 1) + " " + text.substr(function + 1, end - function - 1) + ": "
+         + text.substr(end + 4));
     errno = 0; // as any call may change it
 }
 
-} // namespace
-
-int FakeSystem::next(int otherwise)
+ssize_t print(void* mark, const char* text, std::size_t size)
 {
-    if (results.empty()) {
-        return otherwise;
+    std::string& transcript = fakeSystem.transcript;
+    for (const char c : std::string(text, size)) {
+        transcript += transcript.empty() || transcript.back() == '\n' ? static_cast<const char*>(mark) : "";
+        transcript += c;
     }
-    const int result = results.front();
-    results.pop_front();
-    if (result < 0) {
-        errno = -result;
-        return -1;
-    }
-    return result;
+    return static_cast<ssize_t>(size);
 }
+
+/// A stream whose lines go to the transcript behind `mark`, each character at once.
+FILE* console(const char* mark)
+{
+    FILE* stream = fopencookie(const_cast<char*>(mark), "w", {nullptr, print, nullptr, nullptr});
+    std::setvbuf(stream, nullptr, _IONBF, 0);
+    return stream;
+}
+
+} // namespace
 
 SystemTest::SystemTest()
 {
@@ -138,26 +153,25 @@ SystemTest::SystemTest()
     fakeSystem = FakeSystem();
 }
 
-SystemTest::~SystemTest()
+std::string SystemTest::record(const std::function<void()>& operation)
 {
-    delete g_traceObject;
-    g_traceObject = nullptr;
+    FILE* const output = std::exchange(stdout, console("> "));
+    FILE* const errors = std::exchange(stderr, console("! "));
+    operation();
+    std::fclose(std::exchange(stdout, output));
+    std::fclose(std::exchange(stderr, errors));
+    return transcript();
 }
 
-std::string SystemTest::transcript()
+std::string SystemTest::recordResult(const std::function<bool()>& operation)
 {
-    std::string text;
-    text.swap(fakeSystem.transcript);
-    return text;
+    return record([&] { note(operation() ? "true" : "false"); });
 }
 
 int boardUtils::getVersion(int& version)
 {
-    if (fakeSystem.hwVersion < 0) {
-        return 0;
-    }
-    version = fakeSystem.hwVersion;
-    return 2;
+    version = fakeSystem.hwVersion.value_or(version);
+    return fakeSystem.hwVersion.has_value() ? 2 : 0;
 }
 
 extern "C" {
@@ -167,17 +181,29 @@ int open(const char* path, int flags, ...)
     if (std::strncmp(path, "/dev/i2c", 8) != 0) {
         return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0600));
     }
-    note("open %s flags %d", path, flags);
-    return fakeSystem.next(BUS_FD);
+    note(format("open %s flags %d", path, flags));
+    return busFd = next(BUS_FD);
 }
 
 int close(int fd)
 {
-    if (fd != BUS_FD) {
+    if (fd != busFd) {
         return static_cast<int>(syscall(SYS_close, fd));
     }
-    note("close");
+    note(format("close %d", fd));
     return 0;
+}
+
+ssize_t read(int fd, void* buffer, std::size_t size)
+{
+    errno = EIO;
+    return fakeSystem.goodReads-- == 0 ? -1 : syscall(SYS_read, fd, buffer, size);
+}
+
+int access(const char* path, int mode) noexcept
+{
+    note(format("access %d", mode));
+    return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
 }
 
 int ioctl(int fd, unsigned long request, ...) noexcept
@@ -186,29 +212,27 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    switch (request) {
-    case I2C_SMBUS:
+    if (request == I2C_SMBUS) {
         return smbus(fd, *static_cast<i2c_smbus_ioctl_data*>(argument));
-    case I2C_RDWR:
-        return rdwr(fd, *static_cast<i2c_rdwr_ioctl_data*>(argument));
-    default:
-        note("ioctl %d %lx %p", fd, request, argument);
-        return fakeSystem.next(0);
     }
+    if (request == I2C_RDWR) {
+        return rdwr(fd, *static_cast<i2c_rdwr_ioctl_data*>(argument));
+    }
+    note(format("ioctl %d %lx %p", fd, request, argument));
+    return next(0);
 }
 
 int semget(key_t key, int count, int flags) noexcept
 {
-    note("semget %x %d %x", static_cast<unsigned int>(key), count,
-         static_cast<unsigned int>(flags));
-    return fakeSystem.next(42);
+    note(format("semget %x %d %x", key, count, flags));
+    return next(42);
 }
 
 int semop(int id, sembuf* operation, std::size_t count) noexcept
 {
-    note("semop %d: %d %+d flags %d, %zu", id, operation->sem_num, operation->sem_op,
-         operation->sem_flg, count);
-    return fakeSystem.next(0);
+    note(
+        format("semop %d: %d %+d flags %d, %zu", id, operation->sem_num, operation->sem_op, operation->sem_flg, count));
+    return next(0);
 }
 
 int semctl(int id, int number, int command, ...) noexcept
@@ -217,43 +241,50 @@ int semctl(int id, int number, int command, ...) noexcept
         int val;
         semid_ds* buf;
     };
-    if (command == SETVAL) {
-        va_list arguments;
-        va_start(arguments, command);
-        note("semctl %d %d SETVAL %d", id, number, va_arg(arguments, semun).val);
-        va_end(arguments);
-    } else {
-        note("semctl %d %d %s", id, number, command == GETVAL ? "GETVAL" : "?");
-    }
-    return fakeSystem.next(0);
+    va_list arguments;
+    va_start(arguments, command);
+    note(command == SETVAL ? format("semctl %d %d SETVAL %d", id, number, va_arg(arguments, semun).val)
+                           : format("semctl %d %d %s", id, number, command == GETVAL ? "GETVAL" : "?"));
+    va_end(arguments);
+    return next(0);
 }
 
 unsigned int sleep(unsigned int seconds)
 {
-    note("sleep %u", seconds);
+    note(format("sleep %u", seconds));
     return 0;
 }
 
 int usleep(useconds_t microseconds)
 {
-    note("usleep %u", microseconds);
+    note(format("usleep %u", microseconds));
     errno = 0; // as any call may change it
     return 0;
 }
 
-void syslog(int priority, const char* format, ...)
+void openlog(const char* identity, int options, int facility)
+{
+    note(format("openlog %s %d %d", identity, options, facility));
+}
+
+void closelog()
+{
+    note("closelog");
+}
+
+void syslog(int priority, const char* form, ...)
 {
     va_list arguments;
-    va_start(arguments, format);
-    noteSyslog(priority, format, arguments);
+    va_start(arguments, form);
+    noteSyslog(priority, form, arguments);
     va_end(arguments);
 }
 
-void __syslog_chk(int priority, int /*flag*/, const char* format, ...)
+void __syslog_chk(int priority, int /*flag*/, const char* form, ...)
 {
     va_list arguments;
-    va_start(arguments, format);
-    noteSyslog(priority, format, arguments);
+    va_start(arguments, form);
+    noteSyslog(priority, form, arguments);
     va_end(arguments);
 }
 

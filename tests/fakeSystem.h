@@ -6,21 +6,27 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "trace.h"
+#include "transcripts.h"
 
 struct FakeSystem {
     std::string transcript;
+    /// The last log line as it was, behind its priority; in the transcript it is shorter.
+    std::string lastLog;
     /// Results of the next requests; a negative one is a failure with that errno.
     /// When the queue is empty, requests succeed.
     std::deque<int> results;
     /// What the next reads find on the bus, byte by byte; then zeros.
     std::deque<std::uint8_t> bus;
-    /// The hardware version of the board; negative: the query fails.
-    int hwVersion = 3;
-
-    int next(int otherwise);
+    /// The hardware version of the board; if empty, the query fails.
+    std::optional<int> hwVersion = 3;
+    /// How many reads of files succeed until all fail with EIO; negative: none does.
+    int goodReads = -1;
 };
 
 extern FakeSystem fakeSystem;
@@ -29,9 +35,14 @@ extern FakeSystem fakeSystem;
 class SystemTest : public testing::Test {
 protected:
     SystemTest();
-    ~SystemTest() override;
+    ~SystemTest() override { delete std::exchange(g_traceObject, nullptr); }
 
     /// Returns the transcript since the last call.
-    static std::string transcript();
+    static std::string transcript() { return std::exchange(fakeSystem.transcript, ""); }
+    /// The same with what `operation` does and, if it has one, its result. What it prints
+    /// stands there as lines behind "> " (standard output) and "! " (standard error).
+    static std::string record(const std::function<void()>& operation);
+    static std::string recordResult(const std::function<bool()>& operation);
+
     static void setTraceLevel(int level) { g_traceObject->m_settings->level = level; }
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <thread>
@@ -43,7 +44,7 @@ protected:
 };
 
 /// A record line around `data`, its checksum, address and type of no matter.
-std::string record(const std::string& data)
+std::string asRecord(const std::string& data)
 {
     char count[20];
     std::snprintf(count, sizeof(count), "%02zX", data.size() / 2);
@@ -56,74 +57,54 @@ const std::string DATE_LOADED = "9d 01 02 03 04 05 06 07 08 \nversion 01 02 03 0
 
 TEST_F(ParserTest, WellFormedFiles)
 {
-    const struct {
-        const char* name;
-        std::string content;
-        std::string loaded;
-    } cases[] = {
-        {"empty", "", NO_VERSION},
-        {"no usable record", "\n0123456789\nshort\n:00000001FF\n", NO_VERSION},
-        {"page and operation",
-         ":06000000010003010180"
-         "74\n",
-         "00 03\n01 80\n" + NO_VERSION},
-        {"any mark, address, type and checksum",
-         "x06ABCD99010003010180"
-         "00\n",
-         "00 03\n01 80\n" + NO_VERSION},
-        {"no line end, lower case, trailing text",
-         ":0400000002252b1affand more\r\n:0400000002262B1Aff", "25 1a2b\n26 1a2b\n" + NO_VERSION},
-        {"entries across records",
-         record("02") + record("252B1A08") + record("9D01") + "\r\n" + record("02030405060708"),
+    const std::pair<std::string, std::string> cases[] = {
+        {"", NO_VERSION},
+        {"\n0123456789\nshort\n:00000001FF\n", NO_VERSION},
+        {":0600000001000301018074\n", "00 03\n01 80\n" + NO_VERSION},
+        {"x06ABCD9901000301018000\n", "00 03\n01 80\n" + NO_VERSION}, // any mark, address, type and checksum
+        {":0400000002252b1affand more\r\n:0400000002262B1Aff", "25 1a2b\n26 1a2b\n" + NO_VERSION},
+        {asRecord("02") + asRecord("252B1A08") + asRecord("9D01") + "\r\n" + asRecord("02030405060708"),
          "25 1a2b\n" + DATE_LOADED},
-        {"surplus bytes", record("04252B1A77770200FF55"), "25 1a2b\n00 ff\n" + NO_VERSION},
-        {"data for a command without any", record("01030A0003"),
-         "03 <no data>\n03 <no data>\n" + NO_VERSION},
-        {"unknown commands, one of them without data",
-         record("010005"
-                "0204AAAA"
-                "0004"
-                "010006"),
-         "00 05\n00 06\n" + NO_VERSION},
-        {"the last version counts", record("089DFFFFFFFFFFFFFFFF" + DATE),
-         "9d ff ff ff ff ff ff ff ff \n" + DATE_LOADED},
-        {"the longest entry and record",
-         ":FF000000FF26" + std::string(506, '1') + "00\n" + record("1111"),
-         "26 1111\n" + NO_VERSION},
+        {":03000000010003FF" + std::string(8 << 20, 'x') + "\n", "00 03\n" + NO_VERSION},
+        {asRecord("04252B1A77770200FF55"), "25 1a2b\n00 ff\n" + NO_VERSION}, // surplus bytes
+        {asRecord("01030A0003"), "03 <no data>\n03 <no data>\n" + NO_VERSION},
+        {asRecord("0100050204AAAA0004010006"), "00 05\n00 06\n" + NO_VERSION}, // unknown commands
+        {asRecord("089DFFFFFFFFFFFFFFFF" + DATE), "9d ff ff ff ff ff ff ff ff \n" + DATE_LOADED},
+        {":FF000000FF26" + std::string(506, '1') + "00\n" + asRecord("1111"), "26 1111\n" + NO_VERSION},
     };
-    for (const auto& [name, content, loaded] : cases) {
+    for (const auto& [content, loaded] : cases) {
         parse(content);
-        EXPECT_EQ(loaded, load()) << name;
-        EXPECT_EQ(loaded, load()) << name << ", loaded again";
-        EXPECT_EQ("", m_parser.getError()) << name;
+        EXPECT_EQ(loaded, load()) << content.substr(0, 99);
+        EXPECT_EQ(loaded, load()) << content.substr(0, 99) << ", loaded again";
+        EXPECT_EQ("", m_parser.getError()) << content.substr(0, 99);
     }
 }
 
 TEST_F(ParserTest, BrokenFilesAreRefusedWhole)
 {
-    const std::string good = record("010003");
-    const struct {
-        std::string content;
-        std::string error;
-    } cases[] = {
-        {good + "hello, world", "line 2 holds something other than hexadecimal digits"},
+    const std::string good = asRecord("010003");
+    const std::string noDigits = "line 2 holds something other than hexadecimal digits";
+    const std::string noChecksum = "line 2 ends before its checksum";
+    const auto pastEnd = [](const std::string& code) {
+        return "the entry at byte 3 (command " + code + ") runs past the end of the data";
+    };
+    const std::pair<std::string, std::string> cases[] = {
+        {good + "hello, world", noDigits},
         {good + "\n:0G000000FF00", "line 3 holds something other than hexadecimal digits"},
-        {good + ":01000g000000", "line 2 holds something other than hexadecimal digits"},
-        {good + ":01000000 000", "line 2 holds something other than hexadecimal digits"},
-        {good + ":010000000G00", "line 2 holds something other than hexadecimal digits"},
-        {good + ":01000000000-", "line 2 holds something other than hexadecimal digits"},
-        {good + std::string(100, '\0'), "line 2 holds something other than hexadecimal digits"},
-        {good + ":010000000000\r"[0] + good.substr(1, 12), "line 2 ends before its checksum"},
-        {good + ":0100000000F", "line 2 ends before its checksum"},
-        {good + ":FF000000000000", "line 2 ends before its checksum"},
-        {good + record("01"), "the entry at byte 3 (command 00) runs past the end of the data"},
-        {good + record("0125"), "the entry at byte 3 (command 25) runs past the end of the data"},
-        {good + record("02252B"), "the entry at byte 3 (command 25) runs past the end of the data"},
-        {good + record("02042B"), "the entry at byte 3 (command 04) runs past the end of the data"},
-        {good + record("01252B"), "the entry at byte 3 (command 25) has 1 data bytes of 2"},
-        {record("0000"), "the entry at byte 0 (command 00) has 0 data bytes of 1"},
-        {record("079D01020304050607"), "the entry at byte 0 (command 9d) has 7 data bytes of 8"},
-        {std::string(64 * 1024 * 1024 + 1, '\n'), "it is too large"},
+        {good + ":01000g000000", noDigits},
+        {good + ":01000000 000", noDigits},
+        {good + ":010000000G00", noDigits},
+        {good + ":01000000000-", noDigits},
+        {good + std::string(100, '\0'), noDigits},
+        {good + ":0100000000F", noChecksum},
+        {good + ":FF000000000000", noChecksum},
+        {good + asRecord("01"), pastEnd("00")},
+        {good + asRecord("0125"), pastEnd("25")},
+        {good + asRecord("02252B"), pastEnd("25")},
+        {good + asRecord("02042B"), pastEnd("04")},
+        {good + asRecord("01252B") + asRecord("02"), "the entry at byte 3 (command 25) has 1 data bytes of 2"},
+        {asRecord("0000"), "the entry at byte 0 (command 00) has 0 data bytes of 1"},
+        {asRecord("079D01020304050607"), "the entry at byte 0 (command 9d) has 7 data bytes of 8"},
     };
     for (const auto& [content, error] : cases) {
         EXPECT_EQ("", parse(content)) << error;
@@ -134,46 +115,47 @@ TEST_F(ParserTest, BrokenFilesAreRefusedWhole)
     EXPECT_EQ("", m_parser.getError());
 }
 
-TEST_F(ParserTest, WhatCantBeReadIsEmpty)
+TEST_F(ParserTest, WhatYieldsNothingIsEmpty)
 {
-    parse(record("010003"));
     for (const char* path : {"/", "/dev/null", "/no/such/file"}) {
+        parse(asRecord("010003"));
         EXPECT_EQ("", m_parser.parseFile(path)) << path;
         EXPECT_EQ("", m_parser.getError()) << path;
         EXPECT_EQ(NO_VERSION, load()) << path;
     }
 }
 
-TEST_F(ParserTest, SourcesThatAreNoRegularFiles)
+TEST_F(ParserTest, WhatFailsOnTheWayOrIsTooLargeIsRefused)
 {
-    m_parser.parseFile("/dev/zero");
+    fakeSystem.goodReads = 1;
+    EXPECT_EQ("", parse(asRecord("010003") + std::string(1 << 20, '\n')));
+    EXPECT_EQ("reading it failed on the way", m_parser.getError());
+    for (const auto& [size, error] : {std::pair{64 << 20, "line 2 holds something other than hexadecimal digits"},
+                                      {(64 << 20) + 1, "it is too large"}}) {
+        std::filesystem::resize_file(m_path, 18);
+        std::filesystem::resize_file(m_path, static_cast<std::size_t>(size)); // with zeros
+        EXPECT_EQ("", m_parser.parseFile(m_path));
+        EXPECT_EQ(error, m_parser.getError());
+    }
+    EXPECT_EQ("", m_parser.parseFile("/dev/zero"));
     EXPECT_EQ("it is too large", m_parser.getError());
+}
 
+TEST_F(ParserTest, AFifoIsAFile)
+{
     ASSERT_EQ(0, mkfifo(m_path.c_str(), 0600));
-    std::thread writer([this] { std::ofstream(m_path) << record("010003"); });
+    std::thread writer([this] { std::ofstream(m_path) << asRecord("010003"); });
     EXPECT_EQ("010003", m_parser.parseFile(m_path));
     writer.join();
 }
 
-TEST_F(ParserTest, ALineOfMegabytesIsARecordLikeAnyOther)
-{
-    EXPECT_EQ("010003", parse(":03000000010003FF" + std::string(8 << 20, 'x') + "\n"));
-}
-
 TEST_F(ParserTest, Numbers)
 {
-    const struct {
-        std::string text;
-        unsigned int position;
-        unsigned int length;
-        unsigned int value;
-    } cases[] = {
-        {"0123", 1, 2, 0x12},  {"fF", 0, 2, 0xFF}, {"AF09", 0, 4, 0xAF09}, {"af:", 0, 3, 0xAF},
-        {"12@4", 0, 4, 0x12},  {"1g", 0, 2, 1},    {"1G", 0, 2, 1},        {"1/", 0, 2, 1},
-        {" \t1A", 0, 4, 0x1A}, {"1 2", 0, 3, 1},   {"ABC", 2, 4, 0xC},     {"ABC", 3, 2, 0},
-        {"ABC", 9, 2, 0},      {"x1", 0, 2, 0},    {"1`", 0, 2, 1},        {"", 0, 1, 0},
-        {"ABC", ~0U, 2, 0},    {"ABC", 1, 0, 0},
-    };
+    const std::tuple<std::string, unsigned int, unsigned int, unsigned int> cases[] = {
+        {"0123", 1, 2, 0x12}, {"fF", 0, 2, 0xFF}, {"AF09", 0, 4, 0xAF09}, {"af:", 0, 3, 0xAF}, {"12@4", 0, 4, 0x12},
+        {"1g", 0, 2, 1},      {"1G", 0, 2, 1},    {"1/", 0, 2, 1},        {"1`", 0, 2, 1},     {" \t1A", 0, 4, 0x1A},
+        {"1 2", 0, 3, 1},     {"ABC", 2, 4, 0xC}, {"ABC", 3, 2, 0},       {"ABC", 9, 2, 0},    {"ABC", ~0U, 2, 0},
+        {"ABC", 1, 0, 0},     {"x1", 0, 2, 0},    {"", 0, 1, 0}};
     for (const auto& [text, position, length, value] : cases) {
         EXPECT_EQ(value, m_parser.parseHex(text, position, length)) << text << position;
     }
@@ -190,15 +172,14 @@ TEST_F(ParserTest, ALineTooShortForItsDataIsNotReadBeyondItsEnd)
 TEST_F(ParserTest, LogOfAFile)
 {
     setTraceLevel(9);
-    parse(":04100A0302252B1A7F\n\n:030000000104AA55");
+    parse(":04100A0302252B1A7F\n\n:030000000104AA55\n:00000001FF\n:0000001000");
     load();
-    EXPECT_EQ("<7>[DEBUG3] PowerFileParser.cpp (parseFile) - :04100A0302252B1A7F\n"
-              "<7>[DEBUG] PowerFileParser.cpp (parseLine) - 04 100a 1 02252B1A 7f\n\n"
-              "<7>[DEBUG3] PowerFileParser.cpp (parseFile) - :030000000104AA55\n"
-              "<7>[DEBUG] PowerFileParser.cpp (parseLine) - 03 0000 0 0104AA 55\n\n"
-              "<7>[DEBUG2] PowerFileParser.cpp (loadCommands) - Command: 25 02 03 00 00 \n0000\n\n"
-              "<3>[ERROR] command.cpp (create) - Command 04 not found\n"
-              "<3>[ERROR] PowerFileParser.cpp (loadCommands) - Unknown command: 04\n",
+    EXPECT_EQ("DEBUG3 parseFile: :04100A0302252B1A7F\nDEBUG parseLine: 04 100a 1 02252B1A 7f\n\n"
+              "DEBUG3 parseFile: :030000000104AA55\nDEBUG parseLine: 03 0000 0 0104AA 55\n\n"
+              "DEBUG3 parseFile: :00000001FF\nDEBUG parseLine: 00 0000 1  ff\n\n"
+              "DEBUG3 parseFile: :0000001000\nDEBUG parseLine: 00 0000 1  00\n\n"
+              "DEBUG2 loadCommands: Command: 25 02 03 00 00 \n0000\n\n"
+              "ERROR create: Command 04 not found\nERROR loadCommands: Unknown command: 04\n",
               transcript());
 }
 

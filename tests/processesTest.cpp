@@ -12,8 +12,8 @@ protected:
     /// of several. All write into one log.
     std::string tool(const std::string& options, const std::string& arguments) const
     {
-        return EMULATOR " " VIRTUAL_BOARD " --board board --pid --log all --bus-log all " + options
-               + " $PMADMIN " + arguments + " >/dev/null 2>&1";
+        return EMULATOR " " VIRTUAL_BOARD " --board board --pid --log all --bus-log all " + options + " $PMADMIN "
+               + arguments + " >/dev/null 2>&1";
     }
 };
 
@@ -40,8 +40,7 @@ public:
         const std::string pid = line.substr(0, line.find(' '));
         if (line.find("continue without the lock") != std::string::npos) {
             m_lawless = true;
-        } else if (line.find("acquired by PowerFileHandler::PowerFileHandler")
-                   != std::string::npos) {
+        } else if (line.find("acquired by PowerFileHandler::PowerFileHandler") != std::string::npos) {
             m_started[pid] = true;
         } else if (line.find(" acquired by ") != std::string::npos) {
             m_holder = pid;
@@ -75,12 +74,10 @@ private:
 TEST_F(ProcessesTest, TwentyAtOnceKeepTheirSectionsApart)
 {
     // At this scale the lock's wait of 5 s is 200 ms, a locked section about 5 ms.
-    const std::string options =
-        std::string("--trace-level 7 --time-scale ") + (SLOW ? "0.4" : "0.04");
+    const std::string options = std::string("--trace-level 7 --time-scale ") + (SLOW ? "0.4" : "0.04");
     std::string script = "for i in 1 2 3 4 5; do ";
     for (const char* action : {"-E", "-r", "-u", "-E"}) {
-        script +=
-            "{ " + tool(options, std::string(action) + " $EXAMPLES/small.hex") + "; echo $?; } & ";
+        script += "{ " + tool(options, std::string(action) + " $EXAMPLES/small.hex") + "; echo $?; } & ";
     }
     const Outcome outcome = run("sh -c '" + script + "done; wait'");
     std::istringstream log(readFile(path("all")));
@@ -120,8 +117,7 @@ TEST_F(ProcessesTest, AStartUpWithinAnotherRunsSection)
         const std::string data = "010003" + entry;
         write("file.hex", ":0" + std::to_string(data.size() / 2) + "000000" + data + "00\n");
         const std::string fault = "code=" + entry.substr(2, 2) + "*1:timeout";
-        const std::string intrusion =
-            " P ! ETIMEDOUT\nS 74w 00 FF P\nS 74w 99 P ! SIGKILL\n" + transfer;
+        const std::string intrusion = " P ! ETIMEDOUT\nS 74w 00 FF P\nS 74w 99 P ! SIGKILL\n" + transfer;
         // A failed attempt makes the first run pause for 10 ms, stretched until the
         // start-up of the other fits into it even on a busy machine.
         Outcome outcome;
