@@ -6,24 +6,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 #include "board.h"
 #include "pmMutexLock.h"
-
-namespace {
-
-/// Turns each "file.cpp:123 (" into "file.cpp (": where a statement stands doesn't matter here.
-std::string withoutLineNumbers(std::string text)
-{
-    for (std::size_t at = 0; (at = text.find(".cpp:", at)) != std::string::npos;) {
-        at += sizeof(".cpp") - 1;
-        text.erase(at, text.find(' ', at) - at);
-    }
-    return text;
-}
-
-} // namespace
 
 BoardRun::BoardRun()
 {
@@ -62,7 +49,7 @@ Outcome BoardRun::run(const std::string& command, const std::string& boardOption
         }
     }
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(path("output")), errors,
-            withoutLineNumbers(readFile(path("log"))), readFile(path("bus"))};
+            std::regex_replace(readFile(path("log")), std::regex("(\\.cpp):[0-9]+"), "$1"), readFile(path("bus"))};
 }
 
 std::string BoardRun::write(const std::string& name, const std::string& content) const

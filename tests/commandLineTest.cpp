@@ -28,12 +28,7 @@ const std::string UNKNOWN = "! ./pm: invalid option -- 'x'\n";
 
 TEST_F(CommandLineTest, SelectsAnActionAndAFileOrShowsTheUsage)
 {
-    const struct {
-        std::vector<std::string> arguments;
-        Action action;
-        std::string fileName;
-        std::string outcome;
-    } cases[] = {
+    const std::tuple<std::vector<std::string>, Action, std::string, std::string> cases[] = {
         {{"-E", "f"}, Action::Compare, "f", VALID},
         {{"-R", "f"}, Action::Compare, "f", VALID},
         {{"-r", "f"}, Action::Write, "f", VALID},

@@ -61,11 +61,7 @@ TEST_F(CommandTest, EachDataSizeLoadsItsBytesShowsThemAndGivesThemBack)
     const std::string line = "f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 "
                              "f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 f0 \n";
     const std::string lines = line + line + line + line + line + line + line;
-    const struct {
-        unsigned int code;
-        std::string bytes;
-        std::string text;
-    } cases[] = {
+    const std::tuple<unsigned int, std::string, std::string> cases[] = {
         {ClearFaults::CODE, "", "Command: 03 00 02 02 02 \n<no data>\n"},
         {Page::CODE, "\x0a", "Command: 00 01 03 03 03 \n0a\n"},
         {VoutMarginHigh::CODE, "\x2b\x0a", "Command: 25 02 03 00 00 \n0a2b\n"},
@@ -83,21 +79,6 @@ TEST_F(CommandTest, EachDataSizeLoadsItsBytesShowsThemAndGivesThemBack)
         command->setStatus(true);
         EXPECT_TRUE(command->getData(reinterpret_cast<std::uint8_t*>(back.data()))) << text;
     }
-}
-
-TEST_F(CommandTest, ABlockLoadedAnewKeepsNoStaleBytes)
-{
-    struct Observed : MfrTimeCount {
-        using BlockCommand::m_data;
-        using BlockCommand::m_dataSize;
-    } block;
-    const std::uint8_t bytes[6] = {1, 2, 3, 4, 5, 6};
-    for (const std::uint8_t size : {std::uint8_t{6}, std::uint8_t{4}}) {
-        block.m_dataSize = size;
-        block.setData(bytes);
-    }
-    EXPECT_EQ(4, block.m_data[3]);
-    EXPECT_EQ(0, block.m_data[4]);
 }
 
 TEST_F(CommandTest, Comparisons)

@@ -26,14 +26,10 @@ TEST_F(DeviceTest, StartUp)
         return attempts(request, "Read command " + code + " on page 255 failed, Input/output error");
     };
     const std::string noPage = attempts(PAGE_255, "Write command 00 on page 255 failed, Input/output error");
-    const struct {
-        std::deque<int> results;
-        std::string expected;
-    } cases[] = {
-        {{},
-         OPEN + BIND + IDENTITY + PAGE_255 + READ_DATE
-             + "DEBUG2 readVersionInfo: power settings version v2.5, minimum HW version 3\n"
-             + "DEBUG setHwState: State changed from 0 to 1\n" + "close 1000\n"},
+    const std::tuple<std::deque<int>, std::string> cases[] = {
+        {std::deque<int>(), OPEN + BIND + IDENTITY + PAGE_255 + READ_DATE
+                                + "DEBUG2 readVersionInfo: power settings version v2.5, minimum HW version 3\n"
+                                + "DEBUG setHwState: State changed from 0 to 1\n" + "close 1000\n"},
         {{-EINTR, -EINTR, -ENOENT},
          OPEN + OPEN + OPEN + "ERROR Max34460: Cannot open I2C driver /dev/i2c-0: No such file or directory\n"
              + FAILED},

@@ -100,12 +100,7 @@ TEST_F(DriverTest, EachActionOnAChipThatHoldsTheFile)
                + "))\nWARNING compareHwVersions: HW version " + board
                + " incompatible with minimum HW version 3 of the power file\n" + FAILURE;
     };
-    const struct {
-        const char* option;
-        std::string entries;
-        std::optional<int> hwVersion;
-        std::string expected;
-    } cases[] = {
+    const std::tuple<const char*, std::string, std::optional<int>, std::string> cases[] = {
         {"-E", ENTRIES, 3, LOADED + EQUAL + SUCCESS},
         {"-r", ENTRIES, 3, LOADED + NEW_ENOUGH + WRITTEN + SUCCESS},
         {"-r", ENTRIES, 2, tooOld("2")},

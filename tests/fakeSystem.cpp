@@ -44,9 +44,10 @@ void note(const std::string& line)
     fakeSystem.transcript += line + "\n";
 }
 
-/// The result of the next request, with errno set if it is a failure.
-int next(int otherwise)
+/// Notes a request and returns its result, with errno set if it is a failure.
+int request(const std::string& line, int otherwise)
 {
+    note(line);
     if (fakeSystem.results.empty()) {
         return otherwise;
     }
@@ -73,42 +74,40 @@ std::string hex(const std::uint8_t* bytes, std::size_t count)
     return text;
 }
 
-int smbus(int fd, const i2c_smbus_ioctl_data& request)
+int smbus(int fd, const i2c_smbus_ioctl_data& transfer)
 {
-    const bool isRead = request.read_write == I2C_SMBUS_READ;
-    const bool isWord = request.size == I2C_SMBUS_WORD_DATA;
+    const bool isRead = transfer.read_write == I2C_SMBUS_READ;
+    const bool isWord = transfer.size == I2C_SMBUS_WORD_DATA;
     std::string sent;
-    if (!isRead && request.data != nullptr) {
-        const i2c_smbus_data& data = *request.data;
-        sent = isWord                                ? format(" %04x", data.word) // the number that the kernel gets
-               : request.size == I2C_SMBUS_BYTE_DATA ? hex(&data.byte, 1)
-                                                     : hex(data.block + 1, data.block[0]);
+    if (!isRead && transfer.data != nullptr) {
+        const i2c_smbus_data& data = *transfer.data;
+        sent = isWord                                 ? format(" %04x", data.word) // the number that the kernel gets
+               : transfer.size == I2C_SMBUS_BYTE_DATA ? hex(&data.byte, 1)
+                                                      : hex(data.block + 1, data.block[0]);
     }
-    note(format("smbus %d %s size %u: %02x%s", fd, isRead ? "read" : "write", request.size, request.command,
-                sent.c_str()));
-    const int result = next(0);
+    const int result = request(
+        format("smbus %d %s size %u: %02x", fd, isRead ? "read" : "write", transfer.size, transfer.command) + sent, 0);
     if (result == 0 && isRead) {
         const std::uint8_t low = takeFromBus();
         if (isWord) {
-            request.data->word = static_cast<std::uint16_t>(low + 256 * takeFromBus());
+            transfer.data->word = static_cast<std::uint16_t>(low + 256 * takeFromBus());
         } else {
-            request.data->byte = low;
+            transfer.data->byte = low;
         }
     }
     return result;
 }
 
-int rdwr(int fd, const i2c_rdwr_ioctl_data& request)
+int rdwr(int fd, const i2c_rdwr_ioctl_data& transfer)
 {
     std::string text = format("rdwr %d", fd);
-    for (std::uint32_t i = 0; i < request.nmsgs; ++i) {
-        const i2c_msg& message = request.msgs[i];
+    for (std::uint32_t i = 0; i < transfer.nmsgs; ++i) {
+        const i2c_msg& message = transfer.msgs[i];
         text += format(" %02x flags %d len %d", message.addr, message.flags, message.len)
                 + (message.flags == I2C_M_RD ? "" : ":" + hex(message.buf, message.len));
     }
-    note(text);
-    const int result = next(static_cast<int>(request.nmsgs));
-    const i2c_msg& last = request.msgs[request.nmsgs - 1];
+    const int result = request(text, static_cast<int>(transfer.nmsgs));
+    const i2c_msg& last = transfer.msgs[transfer.nmsgs - 1];
     for (std::uint32_t i = 0; result != -1 && i < last.len; ++i) {
         last.buf[i] = takeFromBus();
     }
@@ -181,8 +180,7 @@ int open(const char* path, int flags, ...)
     if (std::strncmp(path, "/dev/i2c", 8) != 0) {
         return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0600));
     }
-    note(format("open %s flags %d", path, flags));
-    return busFd = next(BUS_FD);
+    return busFd = request(format("open %s flags %d", path, flags), BUS_FD);
 }
 
 int close(int fd)
@@ -206,33 +204,31 @@ int access(const char* path, int mode) noexcept
     return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
 }
 
-int ioctl(int fd, unsigned long request, ...) noexcept
+int ioctl(int fd, unsigned long code, ...) noexcept
 {
     va_list arguments;
-    va_start(arguments, request);
+    va_start(arguments, code);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    if (request == I2C_SMBUS) {
+    if (code == I2C_SMBUS) {
         return smbus(fd, *static_cast<i2c_smbus_ioctl_data*>(argument));
     }
-    if (request == I2C_RDWR) {
+    if (code == I2C_RDWR) {
         return rdwr(fd, *static_cast<i2c_rdwr_ioctl_data*>(argument));
     }
-    note(format("ioctl %d %lx %p", fd, request, argument));
-    return next(0);
+    return request(format("ioctl %d %lx %p", fd, code, argument), 0);
 }
 
 int semget(key_t key, int count, int flags) noexcept
 {
-    note(format("semget %x %d %x", key, count, flags));
-    return next(42);
+    return request(format("semget %x %d %x", key, count, flags), 42);
 }
 
 int semop(int id, sembuf* operation, std::size_t count) noexcept
 {
-    note(
-        format("semop %d: %d %+d flags %d, %zu", id, operation->sem_num, operation->sem_op, operation->sem_flg, count));
-    return next(0);
+    return request(
+        format("semop %d: %d %+d flags %d, %zu", id, operation->sem_num, operation->sem_op, operation->sem_flg, count),
+        0);
 }
 
 int semctl(int id, int number, int command, ...) noexcept
@@ -241,12 +237,14 @@ int semctl(int id, int number, int command, ...) noexcept
         int val;
         semid_ds* buf;
     };
+    if (command == GETVAL) {
+        return request(format("semctl %d %d GETVAL", id, number), 0);
+    }
     va_list arguments;
     va_start(arguments, command);
-    note(command == SETVAL ? format("semctl %d %d SETVAL %d", id, number, va_arg(arguments, semun).val)
-                           : format("semctl %d %d %s", id, number, command == GETVAL ? "GETVAL" : "?"));
+    const int value = va_arg(arguments, semun).val;
     va_end(arguments);
-    return next(0);
+    return request(format("semctl %d %d %s %d", id, number, command == SETVAL ? "SETVAL" : "?", value), 0);
 }
 
 unsigned int sleep(unsigned int seconds)

@@ -19,11 +19,7 @@ const std::string KEPT = "DEBUG ~PmMutexLock: Cannot unlock Semaphore\n" + RELEA
 
 TEST_F(LockTest, IsTakenAndGivenBackOrGoneWithout)
 {
-    const struct {
-        const char* name;
-        std::deque<int> results;
-        std::string expected;
-    } cases[] = {
+    const std::tuple<const char*, std::deque<int>, std::string> cases[] = {
         {"no set yet", {42, 0, 0, 0, 0}, LOCK + ACQUIRED + UNLOCK + RELEASED},
         {"free", {-EEXIST, 42, 0, 0, 0}, CREATE + OPEN_SET + TAKE + ACQUIRED + UNLOCK + RELEASED},
         {"a new set with identifier 0",

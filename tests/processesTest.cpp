@@ -47,8 +47,9 @@ public:
             ++sections;
         } else if (line.find("Semaphore released by") != std::string::npos && m_holder == pid) {
             m_holder.clear();
-        } else if (line.find("] S 74w") != std::string::npos) {
-            transfer(pid, line);
+        } else if (line.find("] S 74w") != std::string::npos && !m_lawless && m_started[pid] && !m_holder.empty()
+                   && m_holder != pid) {
+            cuts += line + " within " + m_holder + "\n";
         }
     }
 
@@ -56,16 +57,6 @@ public:
     std::string cuts;
 
 private:
-    void transfer(const std::string& pid, const std::string& line)
-    {
-        if (m_holder.empty() || m_holder == pid || m_lawless) {
-            return;
-        }
-        if (m_started[pid]) {
-            cuts += line + " within " + m_holder + "\n";
-        }
-    }
-
     std::string m_holder;
     std::map<std::string, bool> m_started;
     bool m_lawless = false;
@@ -95,15 +86,9 @@ TEST_F(ProcessesTest, TwentyAtOnceKeepTheirSectionsApart)
 // PAGE entry of another run and the register that follows.
 TEST_F(ProcessesTest, AStartUpWithinAnotherRunsSection)
 {
-    const struct {
-        const char* action;
-        std::string entry; // of the register that follows PAGE 3
-        int status;
-        std::string transfer; // after the start-up
-        int code;
-        std::uint8_t onPage3;
-        std::uint8_t onPage4;
-    } cases[] = {
+    // Action, the entry that follows PAGE 3, status, its transfer after the start-up, its
+    // code, and the low byte on pages 3 and 4 then.
+    const std::tuple<const char*, std::string, int, std::string, int, std::uint8_t, std::uint8_t> cases[] = {
         // A channel's register isn't known on page 255: the run fails, nothing changes.
         {"-r", "02423412", 1, "S 74w 42 N P ! EREMOTEIO\n", 0x42, 0xFF, 0xFF},
         {"-E", "0242FF7F", 1, "S 74w 42 N P ! EREMOTEIO\n", 0x42, 0xFF, 0xFF},

@@ -30,7 +30,7 @@ protected:
     }
 };
 
-TEST_F(TransferTest, OneRequestEach)
+TEST_F(TransferTest, OneRequestEachOrRefusedWithoutTraffic)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"write 03 on 255", "smbus 7 write size 1: 03\nok <no data>"},
@@ -44,16 +44,6 @@ TEST_F(TransferTest, OneRequestEach)
         {"write 9d on 255", "smbus 7 write size 6: 9d 34 12 03 04 05 06 07 08\nok 34 12 03 04 05 06 07 08 "},
         {"write dd on 0", "smbus 7 write size 6: dd 34 12 03 04\nok 34 12 03 04 "},
         {"read dc on 0", "rdwr 7 74 flags 0 len 1: dc 74 flags 1 len 255\nok 01 02 03 04 05 06 07 08 "},
-    };
-    for (const auto& [what, expected] : cases) {
-        fakeSystem.bus = {1, 2, 3, 4, 5, 6, 7, 8};
-        EXPECT_EQ(expected, transfer(what));
-    }
-}
-
-TEST_F(TransferTest, RefusedWithoutTraffic)
-{
-    const std::pair<const char*, const char*> cases[] = {
         {"write 8b on 0", "ERROR write: Write command 8b on page 0 not allowed\nfailed 1234"},
         {"read 4f on 3", "ERROR read: Read command 4f on page 3 not allowed\nfailed 1234"},
         {"write 20 on 0", "ERROR write: Write command 20 on page 0 not allowed\nfailed 34"},
@@ -72,17 +62,14 @@ TEST_F(TransferTest, RefusedWithoutTraffic)
         {"read 03 on 0", "failed <no data>"},
     };
     for (const auto& [what, expected] : cases) {
+        fakeSystem.bus = {1, 2, 3, 4, 5, 6, 7, 8};
         EXPECT_EQ(expected, transfer(what));
     }
 }
 
 TEST_F(TransferTest, ThreeAttemptsWithPausesAndTheErrorOfEach)
 {
-    const struct {
-        const char* what;
-        const char* request;
-        const char* data;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"read 02 on 255", "smbus 7 read size 2: 02\n", "34"},
         {"write 02 on 255", "smbus 7 write size 2: 02 34\n", "34"},
         {"write 00 on 13", "smbus 7 write size 2: 00 0d\n", "0d"},
