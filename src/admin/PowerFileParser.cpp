@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 
@@ -34,37 +35,29 @@ constexpr unsigned int ENTRY_HEAD_DIGITS = 2 * DIGITS_PER_BYTE;
 /// before it fills the board's memory.
 constexpr std::size_t MAX_FILE_SIZE = std::size_t{64} * 1024 * 1024;
 
-constexpr signed char NO_DIGIT = -1;
-
-/// The value of each character as a hexadecimal digit. Large files spend their time
-/// on digits, and a table takes no branch.
-constexpr std::array<signed char, 256> makeDigitValues()
-{
-    std::array<signed char, 256> values{};
-    for (signed char& value : values) {
-        value = NO_DIGIT;
+/// The value of each character as a hexadecimal digit, -1 if it is none. A table: no
+/// processor foresees which kind of digit comes next.
+constexpr std::array<std::int8_t, 256> DIGIT_VALUES = [] {
+    std::array<std::int8_t, 256> values{};
+    for (std::int8_t& value : values) {
+        value = -1;
     }
-    for (signed char i = 0; i < 10; ++i) {
-        values[static_cast<std::size_t>('0' + i)] = i;
-    }
-    for (signed char i = 0; i < 6; ++i) {
-        values[static_cast<std::size_t>('a' + i)] = static_cast<signed char>(10 + i);
-        values[static_cast<std::size_t>('A' + i)] = static_cast<signed char>(10 + i);
+    for (std::uint8_t i = 0; i < 16; ++i) {
+        values[static_cast<std::uint8_t>("0123456789abcdef"[i])] = static_cast<std::int8_t>(i);
+        values[static_cast<std::uint8_t>("0123456789ABCDEF"[i])] = static_cast<std::int8_t>(i);
     }
     return values;
-}
+}();
 
-constexpr std::array<signed char, 256> DIGIT_VALUES = makeDigitValues();
-
-/// The value of a hexadecimal digit; NO_DIGIT if `c` is none.
+/// The value of a hexadecimal digit, or -1 if `c` is none.
 int digitValue(char c)
 {
-    return DIGIT_VALUES[static_cast<unsigned char>(c)];
+    return DIGIT_VALUES[static_cast<std::uint8_t>(c)];
 }
 
 bool isDigit(char c)
 {
-    return digitValue(c) != NO_DIGIT;
+    return digitValue(c) >= 0;
 }
 
 /// Reads what the file holds into `text`. Returns what keeps it from being read whole,
