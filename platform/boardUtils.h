@@ -10,11 +10,11 @@ public:
     boardUtils& operator=(const boardUtils&) = delete;
 
     /// Stores the board's hardware version in `version`. Returns non-zero on
-    /// success; 0 if the version can't be had, `version` is then as it was.
+    /// success; 0 if the version can't be had: don't rely on `version` then.
     int getVersion(int& version);
 
 private:
-    // Room for the members of the board's own class: callers allocate the
-    // object by this declaration.
+    // Callers allocate the object by this declaration. Ample room, sixteen pointers,
+    // for the members of the board's own class.
     [[maybe_unused]] void* m_reserved[16] = {};
 };

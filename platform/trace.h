@@ -22,8 +22,8 @@ public:
     TraceSettings* m_settings; ///< null: nothing is logged
 
 private:
-    // Whoever creates the object allocates it by this declaration. The room is
-    // for what the board's own constructor keeps behind the settings.
+    // Callers allocate the object by this declaration. Ample room, sixteen pointers
+    // with the first, for the members of the board's own class.
     [[maybe_unused]] void* m_reserved[15] = {};
 };
 

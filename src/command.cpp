@@ -16,10 +16,9 @@
 namespace {
 
 constexpr std::int32_t MAX_ATTEMPTS = 3;
-constexpr useconds_t RETRY_PAUSE_US = 10000;
 
-/// The chip's 7-bit address on the bus, for requests that carry one.
-constexpr std::uint16_t CHIP_ADDRESS = 0x74;
+/// Long enough for most of what holds up a bus to pass.
+constexpr useconds_t RETRY_PAUSE_US = 10000;
 
 /// Makes one SMBus transfer with the chip bound to `fd`. Returns what the request
 /// returned: -1, with errno set, on failure.
@@ -135,7 +134,7 @@ std::optional<std::uint8_t> Command::findDataSize(unsigned int code)
     switch (code) {
 #define SIZE_OF_COMMAND(code, name, ...)                                                           \
     case code:                                                                                     \
-        return name().getDataSize();
+        return name::SIZE;
         COMMAND_CATALOGUE(SIZE_OF_COMMAND, SIZE_OF_COMMAND, SIZE_OF_COMMAND, SIZE_OF_COMMAND,
                           SIZE_OF_COMMAND)
 #undef SIZE_OF_COMMAND
@@ -393,6 +392,7 @@ bool BlockCommand::read(int fd, std::uint8_t page)
         LOG(ERROR, "Read command %02x on page %d not allowed", getCode(), page);
         return false;
     }
+    // Two bytes more than are asked for, as the kernel's own block buffers have.
     std::uint8_t received[MAX_DATA_SIZE + 2] = {};
     do {
         i2c_msg messages[] = {{CHIP_ADDRESS, 0, 1, &m_code},

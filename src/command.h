@@ -3,11 +3,15 @@
 // the PM data file work with these. Including this file brings in the catalogue.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include "commandCatalogue.h"
+
+/// The chip's 7-bit address on the bus.
+inline constexpr std::uint8_t CHIP_ADDRESS = 0x74;
 
 /// The page that stands for the device as a whole (PMBus standard, PAGE).
 inline constexpr std::uint8_t ALL_PAGES = 255;
@@ -21,8 +25,9 @@ public:
     /// The data as lower-case hexadecimal text.
     virtual std::string dataToString() const = 0;
 
-    /// Whether `other` is of the same data-size class and holds the same data.
-    /// A null pointer is different (but equal to a command without data).
+    /// Whether `other` is of the same data-size class and the data of this command
+    /// equals its first bytes; the codes don't matter. False for a null pointer. A
+    /// command without data equals everything.
     virtual bool compare(const Command* other) const = 0;
 
     /// Loads the data from `bytes`, at least getDataSize() of them, words low byte first.
@@ -179,32 +184,38 @@ protected:
     std::uint8_t m_data[MAX_DATA_SIZE] = {}; ///< bytes behind m_dataSize stay 0
 };
 
-// The classes of the catalogue, each with its code as CODE. Page puts the page number into its data
-// before it is written, so that writing it selects that page on the chip.
+// The classes of the catalogue, each with its code and its number of data bytes. Page
+// puts the page number into its data before it is written, so that writing it selects
+// that page on the chip.
 #define PAGE_CLASS(code, name, channels, temperatures, device)                                     \
     class name : public ByteCommand {                                                              \
     public:                                                                                        \
         static constexpr std::uint8_t CODE = code;                                                 \
+        static constexpr std::uint8_t SIZE = 1;                                                    \
         name() noexcept                                                                            \
             : ByteCommand(CODE, rights::channels, rights::temperatures, rights::device)            \
         {                                                                                          \
         }                                                                                          \
         bool write(int fd, std::uint8_t page) override;                                            \
     };
-#define COMMAND_CLASS(code, name, base, ...)                                                       \
+#define COMMAND_CLASS(code, name, base, size, ...)                                                 \
     class name : public base {                                                                     \
     public:                                                                                        \
         static constexpr std::uint8_t CODE = code;                                                 \
+        static constexpr std::uint8_t SIZE = size;                                                 \
         name() noexcept : base(CODE, __VA_ARGS__) {}                                               \
     };
 #define NULL_CLASS(code, name, channels, temperatures, device)                                     \
-    COMMAND_CLASS(code, name, NullCommand, rights::channels, rights::temperatures, rights::device)
+    COMMAND_CLASS(code, name, NullCommand, 0, rights::channels, rights::temperatures,              \
+                  rights::device)
 #define BYTE_CLASS(code, name, channels, temperatures, device)                                     \
-    COMMAND_CLASS(code, name, ByteCommand, rights::channels, rights::temperatures, rights::device)
+    COMMAND_CLASS(code, name, ByteCommand, 1, rights::channels, rights::temperatures,              \
+                  rights::device)
 #define WORD_CLASS(code, name, channels, temperatures, device)                                     \
-    COMMAND_CLASS(code, name, WordCommand, rights::channels, rights::temperatures, rights::device)
+    COMMAND_CLASS(code, name, WordCommand, 2, rights::channels, rights::temperatures,              \
+                  rights::device)
 #define BLOCK_CLASS(code, name, size, channels, temperatures, device)                              \
-    COMMAND_CLASS(code, name, BlockCommand, size, rights::channels, rights::temperatures,          \
+    COMMAND_CLASS(code, name, BlockCommand, size, SIZE, rights::channels, rights::temperatures,    \
                   rights::device)
 
 COMMAND_CATALOGUE(PAGE_CLASS, NULL_CLASS, BYTE_CLASS, WORD_CLASS, BLOCK_CLASS)

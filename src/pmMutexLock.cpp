@@ -18,6 +18,8 @@ union semun {
 constexpr int ALL_MAY_USE = 0666;
 constexpr int FREE = 1;
 constexpr int TAKEN = 0;
+
+/// Together 20 s: longer than a holder needs, so that one who has it then is likely dead.
 constexpr int MAX_ATTEMPTS = 5;
 constexpr unsigned int ATTEMPT_PAUSE_S = 5;
 
@@ -38,10 +40,9 @@ bool tryToChange(int semId, short change)
 
 } // namespace
 
-PmMutexLock::PmMutexLock(const char* owner)
-    : m_semId(semget(PM_MUTEX_KEY, 1, IPC_CREAT | IPC_EXCL | ALL_MAY_USE)),
-      m_owner(owner)
+PmMutexLock::PmMutexLock(const char* owner) : m_semId(-1), m_owner(owner)
 {
+    m_semId = semget(PM_MUTEX_KEY, 1, IPC_CREAT | IPC_EXCL | ALL_MAY_USE);
     if (m_semId >= 0) {
         // Only its creator gives a set its first value.
         setValue(m_semId, FREE);

@@ -9,42 +9,50 @@
 CommandLine::CommandLine(int argc, char* const argv[])
     : m_programName("pmadmin"),
       m_action(Action::None),
-      m_valid(true),
+      m_valid(false),
       m_options("REremvau")
 {
     if (argc < 1) {
-        m_valid = false;
         std::fprintf(stderr, "%s: started without any argument, not even a program name\n",
                      m_programName.c_str());
         return;
     }
     m_programName = argv[0];
-
-    const bool fileRequired = parseOptions(argc, argv);
-    const int arguments = argc - optind;
-    if (argc < 2 || arguments > 1) {
-        m_valid = false;
-    }
-    if (m_valid && arguments == 0 && fileRequired) {
-        LOG(ERROR, "Missing 'PM data file' argument.");
-        m_valid = false;
-    }
-    if (m_valid && arguments == 1 && fileRequired) {
-        m_fileName = argv[optind];
-    }
-    if (m_valid && arguments == 1 && !fileRequired) {
-        LOG(INFO, "'PM data file' argument not required.");
-    }
+    m_valid = argc >= 2 && parse(argc, argv);
     if (!m_valid) {
         printUsage();
     }
 }
 
-// Sets the action, of the last option that selects one, and marks the command line
-// invalid at an unknown option. Returns whether the action requires a PM data file.
-bool CommandLine::parseOptions(int argc, char* const argv[])
+// The rules of the constructor, in whose name it logs; false if one is broken.
+bool CommandLine::parse(int argc, char* const argv[])
 {
     bool fileRequired = false;
+    if (!parseOptions(argc, argv, fileRequired)) {
+        return false;
+    }
+    const int arguments = argc - optind;
+    if (arguments > 1) {
+        return false;
+    }
+    if (arguments == 0 && fileRequired) {
+        LOG_AS("CommandLine", ERROR, "Missing 'PM data file' argument.");
+        return false;
+    }
+    if (arguments == 1 && !fileRequired) {
+        LOG_AS("CommandLine", INFO, "'PM data file' argument not required.");
+    }
+    if (fileRequired) {
+        m_fileName = argv[optind];
+    }
+    return true;
+}
+
+// Sets the action, of the last option that selects one, and whether it requires a PM
+// data file. False if an option is unknown; those behind it count all the same.
+bool CommandLine::parseOptions(int argc, char* const argv[], bool& fileRequired)
+{
+    bool known = true;
     int option;
     while ((option = getopt(argc, argv, m_options.c_str())) != -1) {
         switch (option) {
@@ -80,12 +88,11 @@ bool CommandLine::parseOptions(int argc, char* const argv[])
             fileRequired = true;
             break;
         default:
-            // getopt has told the operator; the options behind it still count.
-            m_valid = false;
+            known = false; // getopt has told the operator
             break;
         }
     }
-    return fileRequired;
+    return known;
 }
 
 void CommandLine::printUsage() const

@@ -39,5 +39,6 @@ protected:
     std::string m_options; ///< for getopt
 
 private:
-    bool parseOptions(int argc, char* const argv[]);
+    bool parse(int argc, char* const argv[]);
+    bool parseOptions(int argc, char* const argv[], bool& fileRequired);
 };

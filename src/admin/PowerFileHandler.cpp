@@ -10,16 +10,17 @@
 namespace {
 
 constexpr int BUS = 0;
-constexpr int ADDRESS = 0x74;
 
-/// MFR_MODEL of the chip that doesn't read back MFR_FW_SERIAL and
-/// MFR_CHANNEL_NOMINAL as they were written.
+/// MFR_MODEL of the one model on which MFR_FW_SERIAL and MFR_CHANNEL_NOMINAL are left
+/// out of the comparison.
 constexpr std::uint8_t MODEL_NOT_COMPARABLE = 0x57;
 
 /// How often a register is read until it equals the file.
 constexpr int COMPARE_ATTEMPTS = 2;
 
-/// The page of the commands before a file's first PAGE entry.
+/// The page of the commands before a file's first PAGE entry. They are compared by
+/// the rights of the whole device, which start-up has selected, but written by those
+/// of a channel.
 constexpr std::uint8_t FIRST_COMPARE_PAGE = ALL_PAGES;
 constexpr std::uint8_t FIRST_WRITE_PAGE = 0;
 
@@ -30,7 +31,7 @@ std::uint8_t pageOf(const Command& pageCommand)
 
 } // namespace
 
-PowerFileHandler::PowerFileHandler() : Max34460("PowerFileHandler", BUS, ADDRESS)
+PowerFileHandler::PowerFileHandler() : Max34460("PowerFileHandler", BUS, CHIP_ADDRESS)
 {
     const PmMutexLock lock("PowerFileHandler::PowerFileHandler");
 }
@@ -118,8 +119,7 @@ bool PowerFileHandler::compare()
         LOG(WARNING, "Target commands and file commands sizes are different or 0");
         return false;
     }
-    std::printf("Get installed Power monitor version\n");
-    std::printf("EEPROM version is v%d.%d\n", majorVersion(m_mfrDate), minorVersion(m_mfrDate));
+    printInstalledVersion();
     std::printf("New version is v%d.%d\n", majorVersion(m_fileMfrDate),
                 minorVersion(m_fileMfrDate));
 
@@ -140,7 +140,8 @@ bool PowerFileHandler::compareCommands()
         const Command& file = *m_fileCommands[i];
         if (target.getCode() == Page::CODE) {
             page = pageOf(target);
-            // If this fails, the reads on the page will show it.
+            // A failure stands in the log. What follows is then read from the page before,
+            // and differs unless that page holds the same.
             target.write(m_fd, page);
             LOG_AS("compare", DEBUG, "Write page %d", page);
             continue;
@@ -204,7 +205,7 @@ bool PowerFileHandler::save()
 {
     const PmMutexLock lock("PowerFileHandler::save");
     StoreDefaultAll storeDefaultAll;
-    const bool ok = storeDefaultAll.write(m_fd, 0);
+    const bool ok = storeDefaultAll.write(m_fd, 0); // the same on every page
     LOG(INFO, "Storing power monitor file to flash: %s", ok ? "success" : "failed");
     return ok;
 }

@@ -2,6 +2,7 @@
 // between the two. main builds one for a run and calls the operations of its action.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "command.h"
@@ -37,22 +38,25 @@ public:
     /// Whether the file's version is the installed one.
     bool comparePowerFileVersions();
 
-    /// Reads every register of the file from the chip, up to twice, and compares it.
-    /// Stops at the first that differs or can't be read. True if all are equal,
-    /// false also if the lists are empty.
+    /// Reads the registers of the file from the chip, each up to twice, and compares
+    /// them; passes over actions and what isn't comparable. Stops at the first that
+    /// differs or can't be read. True if all are equal, false also if the lists are
+    /// empty.
     bool compare();
 
-    /// Writes every command of the file to the chip's working registers. True if all
-    /// writes succeeded; a failed one does not keep the others from being made.
+    /// Writes the commands of the file, actions excepted, to the chip's working
+    /// registers. True if all writes succeeded; a failed one does not keep the others
+    /// from being made.
     bool writeCommands();
 
-    /// Makes the chip store its working registers in its flash.
+    /// Makes the chip store its working registers in its flash. False if it does not
+    /// accept the command.
     bool save();
 
 protected:
     /// Whether the command makes the chip act and is thus no setting.
     bool isSkippedCommand(const Command* command) const;
-    /// Whether the chip's model reads the command back as it was written.
+    /// Whether the command is compared on this model of the chip.
     bool isComparable(const Command* command) const;
 
     std::vector<Command*> m_fileCommands;

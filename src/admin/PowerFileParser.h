@@ -2,7 +2,6 @@
 // commands. main fills the handler's command lists with it.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -22,7 +21,8 @@ public:
 
     /// Returns the number that stands in hexadecimal in `text`. White space before
     /// it is skipped; it ends at the first other character, after `length`
-    /// characters, or with the text. 0 if there are no digits.
+    /// characters, or with the text. 0 if there are no digits: a sign or "0x" is
+    /// none. Only the last eight digits count.
     unsigned int parseHex(const std::string& text, unsigned int position,
                           unsigned int length) const;
 

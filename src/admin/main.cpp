@@ -18,7 +18,8 @@ namespace {
 constexpr char TRACE_IDENTITY[] = "corvane";
 constexpr int TRACE_LEVEL = 6; // errors, warnings and infos
 
-/// The pause between writing the working registers and storing them in flash.
+/// The pause between writing the working registers and storing them in flash, for
+/// the supplies to settle on what was written.
 constexpr unsigned int SETTLE_TIME_S = 2;
 
 // The functions here are steps of main and log in its name.
@@ -100,6 +101,10 @@ int main(int argc, char* argv[])
     if (g_traceObject == nullptr) {
         g_traceObject = new TraceObject(TRACE_IDENTITY, TRACE_LEVEL);
     }
+    // Line by line, also into a pipe: what an operation prints is out before it gives
+    // the lock back, and a run that is killed has said how far it came.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+
     const CommandLine commandLine(argc, argv);
     bool ok = commandLine.isValid();
     if (ok) {
