@@ -12,6 +12,7 @@ struct Device : Max34460 {
     explicit Device(int bus = 0, int address = 0x74) : Max34460("Device", bus, address) {}
     using Max34460::m_hwState;
     using Max34460::setHwError;
+    using Max34460::setHwState;
 };
 
 const std::string IDENTITY = PAGE_255 + READ_ID + READ_MODEL + READ_REVISION
@@ -65,10 +66,11 @@ TEST_F(DeviceTest, StartUp)
     }
 }
 
-TEST_F(DeviceTest, TheErrorCountCountsOnlyChanges)
+TEST_F(DeviceTest, OnlyChangesAreToldAndCounted)
 {
     Device device;
     transcript();
+    device.setHwState(HW_STATE_OK);
     for (const bool error : {false, true, true, false, true}) {
         device.setHwError(error);
     }

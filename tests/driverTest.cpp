@@ -95,10 +95,10 @@ const std::string SAVE_FAILED = "ERROR main: Save/compare failed\n" + FAILURE;
 
 TEST_F(DriverTest, EachActionOnAChipThatHoldsTheFile)
 {
-    const auto tooOld = [](const std::string& board) {
-        return LOADED + "! Minimum required HW version for updates is 3(hwver=" + board
-               + "))\nWARNING compareHwVersions: HW version " + board
-               + " incompatible with minimum HW version 3 of the power file\n" + FAILURE;
+    const auto tooOld = [](const std::string& board, const std::string& minimum = "3") {
+        return LOADED + "! Minimum required HW version for updates is " + minimum + "(hwver=" + board
+               + "))\nWARNING compareHwVersions: HW version " + board + " incompatible with minimum HW version "
+               + minimum + " of the power file\n" + FAILURE;
     };
     const std::tuple<const char*, std::string, std::optional<int>, std::string> cases[] = {
         {"-E", ENTRIES, 3, LOADED + EQUAL + SUCCESS},
@@ -109,6 +109,7 @@ TEST_F(DriverTest, EachActionOnAChipThatHoldsTheFile)
         {"-m", ENTRIES, 3, LOADED + NEW_ENOUGH + SUCCESS},
         {"-m", ENTRIES, -1, tooOld("-1")},
         {"-m", ENTRIES, {}, tooOld("0")},
+        {"-m", "010001", {}, tooOld("0", "0")}, // not known is not version 0
         {"-e", ENTRIES, 2, LOADED + STORED + SUCCESS},
         {"-v", "", 3, "START\n" + INSTALLED + SUCCESS},
         {"-a", "", 3, "START\nINFO isAccessible: Power monitor accessible\n" + SUCCESS},
@@ -200,19 +201,17 @@ TEST_F(DriverTest, ActionsAmongTheEntriesAreNeitherComparedNorWritten)
 TEST_F(DriverTest, CompareToleratesAFailedPageAndOneFailedRead)
 {
     fakeSystem.results = {1000, 0, 0, 0, 0, 0, 0, 2, 42, 0, 0, 0, 0};
-    fakeSystem.results.insert(fakeSystem.results.end(), {42, 0, 0, -EIO, -EIO, -EIO, 0, -ENXIO, -ENXIO, -ENXIO});
+    fakeSystem.results.insert(fakeSystem.results.end(), {42, 0, 0, -EIO, -EIO, -EIO, -EIO, 0, -ENXIO, -ENXIO, -ENXIO});
     const std::string reading = "DEBUG compare: Read command e0 (try ";
     const std::string read = "smbus 1000 read size 3: e0\n";
-    const std::string text = run("-E",
-                                 "02E00000"
-                                 "010001",
-                                 {}, 7);
-    const std::string expected =
-        reading + "2 times)\n" + attempts(read, "Read command e0 on page 255 failed, Input/output error")
-        + "ERROR compare: Read/write failed for command e0 on page 255\n" + reading + "1 times)\n" + read
-        + "DEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command e0 equal\n"
-        + attempts(PAGE, "Write command 00 on page 1 failed, No such device or address")
-        + "DEBUG compare: Write page 1\n" + IS_EQUAL;
+    const std::string failure = "Read command e0 on page 255 failed, Input/output error";
+    const std::string text = run("-E", "02E00000010001", {}, 7);
+    const std::string expected = reading + "2 times)\n" + attempts(read, failure)
+                                 + "ERROR compare: Read/write failed for command e0 on page 255\n" + reading
+                                 + "1 times)\n" + attempt(1, read, failure) + read
+                                 + "DEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command e0 equal\n"
+                                 + attempts(PAGE, "Write command 00 on page 1 failed, No such device or address")
+                                 + "DEBUG compare: Write page 1\n" + IS_EQUAL;
     EXPECT_NE(std::string::npos, text.find(expected)) << text;
 }
 
