@@ -39,7 +39,7 @@ public:
     {
         const std::string pid = line.substr(0, line.find(' '));
         if (line.find("continue without the lock") != std::string::npos) {
-            m_lawless = true;
+            lawless = true;
         } else if (line.find("acquired by PowerFileHandler::PowerFileHandler") != std::string::npos) {
             m_started[pid] = true;
         } else if (line.find(" acquired by ") != std::string::npos) {
@@ -47,39 +47,48 @@ public:
             ++sections;
         } else if (line.find("Semaphore released by") != std::string::npos && m_holder == pid) {
             m_holder.clear();
-        } else if (line.find("] S 74w") != std::string::npos && !m_lawless && m_started[pid] && !m_holder.empty()
+        } else if (line.find("] S 74w") != std::string::npos && !lawless && m_started[pid] && !m_holder.empty()
                    && m_holder != pid) {
             cuts += line + " within " + m_holder + "\n";
         }
     }
 
+    bool lawless = false;
     int sections = 0;
     std::string cuts;
 
 private:
     std::string m_holder;
     std::map<std::string, bool> m_started;
-    bool m_lawless = false;
 };
 
 TEST_F(ProcessesTest, TwentyAtOnceKeepTheirSectionsApart)
 {
-    // At this scale the lock's wait of 5 s is 200 ms, a locked section about 5 ms.
-    const std::string options = std::string("--trace-level 7 --time-scale ") + (SLOW ? "0.4" : "0.04");
     std::string script = "for i in 1 2 3 4 5; do ";
     for (const char* action : {"-E", "-r", "-u", "-E"}) {
-        script += "{ " + tool(options, std::string(action) + " $EXAMPLES/small.hex") + "; echo $?; } & ";
+        script += "{ " + tool("--trace-level 7 --time-scale $0", std::string(action) + " $EXAMPLES/small.hex")
+                  + "; echo $?; } & ";
     }
-    const Outcome outcome = run("sh -c '" + script + "done; wait'");
-    std::istringstream log(readFile(path("all")));
+    // The lock's wait of 5 s is 200 ms and a locked section about 5 ms; on a busy machine
+    // that may be too close, then 2 s.
     Sections found;
-    for (std::string line; std::getline(log, line);) {
-        found.follow(line);
+    for (const char* timeScale : {"0.04", "0.4"}) {
+        std::remove(path("all").c_str());
+        const Outcome outcome = run("sh -c '" + script + "done; wait' " + timeScale);
+        EXPECT_EQ(40U, outcome.output.size()) << "twenty runs ended, each with one digit";
+        EXPECT_EQ(std::string::npos, outcome.output.find_first_not_of("01\n")) << outcome.output;
+        std::istringstream log(readFile(path("all")));
+        found = Sections();
+        for (std::string line; std::getline(log, line);) {
+            found.follow(line);
+        }
+        EXPECT_EQ("", found.cuts);
+        if (!found.lawless) {
+            break;
+        }
     }
-    EXPECT_EQ("", found.cuts);
+    EXPECT_FALSE(found.lawless);
     EXPECT_LE(20, found.sections);
-    EXPECT_EQ(40U, outcome.output.size()) << "twenty runs ended, each with one digit";
-    EXPECT_EQ(std::string::npos, outcome.output.find_first_not_of("01\n")) << outcome.output;
 }
 
 // What the lock does not promise: start-up selects PAGE 255 without it, between the
@@ -107,13 +116,13 @@ TEST_F(ProcessesTest, AStartUpWithinAnotherRunsSection)
         // start-up of the other fits into it even on a busy machine.
         Outcome outcome;
         std::string bus;
-        for (const char* timeScale : {"8", "40", "200"}) {
+        for (const char* timeScale : {"8", "20", "50"}) {
             setMemory(start);
             std::remove(path("all").c_str());
             outcome = run("sh -c '{ "
                           + tool(std::string("--time-scale ") + timeScale + " --fault " + fault,
                                  std::string(action) + " file.hex")
-                          + "; echo $?; } & until grep -q ETIMEDOUT all; do :; done; "
+                          + "; echo $?; } & while ! grep -q ETIMEDOUT all && kill -0 $!; do :; done; "
                           + tool("--fault 2:kill-before", "-v") + "; wait'");
             bus = busLines(readFile(path("all")));
             if (bus.find(intrusion) != std::string::npos) {

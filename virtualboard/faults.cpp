@@ -23,6 +23,7 @@ const char* const FAULT_HELP = R"(Faults: RULE is one of
   absent                the chip never answers
   silent-after=N        the chip answers nothing after transfer N
   store-silent=MS       after STORE_DEFAULT_ALL it answers nothing for MS ms
+Of several rules for transfers the first that fits decides.
 XX, MASK and VALUE are hexadecimal. Time passes by sleeps, at their full length
 whatever the time scale, and by transfers on a 100 kHz bus.
 )";

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace virtualboard {
 
@@ -29,9 +30,11 @@ Session* openSession(const char* path)
     }
     struct stat status = {};
     Session* session = nullptr;
-    errno = EINVAL; // what stands there isn't a session of this version
-    if (fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(sizeof(Session))) {
-        session = mapSession(fd);
+    if (fstat(fd, &status) == 0) {
+        errno = EINVAL; // unless this is a session of this version
+        if (status.st_size == static_cast<off_t>(sizeof(Session))) {
+            session = mapSession(fd);
+        }
     }
     const int reason = errno;
     close(fd);
@@ -74,8 +77,10 @@ Fault* strikingFault(Session& session, FaultKind kind, int code, int page)
 Session* shareSession(const Session& session, std::string& path, std::string& error)
 {
     const char* folder = std::getenv("TMPDIR");
-    path = std::string(folder != nullptr && *folder != '\0' ? folder : "/tmp")
-           + "/virtual-board.XXXXXX";
+    std::error_code ignored; // a path that can't be made absolute can't be opened either
+    path =
+        std::filesystem::absolute(folder != nullptr && *folder != '\0' ? folder : "/tmp", ignored)
+        / "virtual-board.XXXXXX";
     const int fd = mkostemp(path.data(), O_CLOEXEC);
     Session* shared = nullptr;
     if (fd >= 0 && ftruncate(fd, sizeof(Session)) == 0) {
@@ -95,6 +100,7 @@ Session* shareSession(const Session& session, std::string& path, std::string& er
 Session* joinSession()
 {
     static Session* const joined = [] {
+        const int callersErrno = errno;
         const char* path = std::getenv(SESSION_VARIABLE);
         Session* session = path == nullptr ? nullptr : openSession(path);
         if (path != nullptr && session == nullptr) {
@@ -102,6 +108,7 @@ Session* joinSession()
                          std::strerror(errno));
             _exit(EXIT_FAILURE);
         }
+        errno = callersErrno;
         return session;
     }();
     return joined;
