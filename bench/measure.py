@@ -286,16 +286,18 @@ def reading():
         memory[label] = {name: peak_memory(command, PM_DATA_FILE=str(path)) / file_size
                          for name, command in commands.items()}
 
-    fault = f"each entry becomes an object of its own, in new memory at {number(page_fault_us())} µs a page"
+    page = f"in new memory, at {number(page_fault_us())} µs a page here"
+    cost = {"parseFile": f"the text and two copies of its digits lie {page}; objcopy streams",
+            "loadCommands": f"each entry becomes an object of its own {page}"}
     for part in parts:
         slower = [f"{name} at {label}" for label, speed in speeds.items() for name in peers
                   if speed[name] >= speed[part]]
         goal(f"`{part}` faster than srec_cat, objcopy and intelhex", "section 3", not slower,
-             f"slower than {', '.join(slower)}; {fault}")
+             f"slower than {', '.join(slower)}; {cost[part]}")
         before, last = list(speeds.items())[-2:]
         growth = before[1][part] / last[1][part]
         goal(f"`{part}` linear in the size", f"{last[0]}: {number(growth)}× the time per byte at "
-             f"{before[0]}", 0.67 < growth < 1.5, fault)
+             f"{before[0]}", 0.67 < growth < 1.5, cost[part])
     for name, peak in memory[label].items():
         goal(f"memory below eight times the file: `{name}`, {label}", f"{number(peak)}×", peak < 8,
              "on a 64-bit machine an entry of 11 characters becomes, in each list, an object of "
