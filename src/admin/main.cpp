@@ -47,8 +47,8 @@ bool loadFile(const std::string& fileName, PowerFileParser& parser, PowerFileHan
     return true;
 }
 
-/// The whole way of a file into the chip. False if the chip already holds it: then
-/// nothing is written.
+/// The whole way of a file into the chip. False if a step fails, and if the chip
+/// already holds the file: then nothing is written.
 bool upgrade(PowerFileHandler& handler)
 {
     if (!handler.compareHwVersions() || handler.compare()) {
