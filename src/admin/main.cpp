@@ -1,6 +1,7 @@
 // The entry of the tool: parses the command line, brings chip and PM data file
 // together, runs the one action that the options select, and reports its result as
 // the exit status.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,7 +23,21 @@ constexpr int TRACE_LEVEL = 6; // errors, warnings and infos
 /// the supplies to settle on what was written.
 constexpr unsigned int SETTLE_TIME_S = 2;
 
-// The functions here are steps of main and log in its name.
+/// Opens standard streams that the caller closed, on /dev/null. The bus would get the
+/// lowest free descriptor, and what is printed would be written to the chip. False if
+/// that can't be kept from happening.
+bool openStandardStreams()
+{
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (fcntl(stream, F_GETFD) == -1 && open("/dev/null", O_RDWR) != stream) {
+            std::fprintf(stderr, "A standard stream is closed, and /dev/null can't be opened.\n");
+            return false;
+        }
+    }
+    return true;
+}
+
+// The functions from here on are steps of main and log in its name.
 
 /// Fills the handler's lists and version record from the file. False, with a
 /// message, if the file does not exist or is broken.
@@ -98,6 +113,9 @@ bool run(Action action, PowerFileHandler& handler)
 
 int main(int argc, char* argv[])
 {
+    if (!openStandardStreams()) {
+        return EXIT_FAILURE;
+    }
     if (g_traceObject == nullptr) {
         g_traceObject = new TraceObject(TRACE_IDENTITY, TRACE_LEVEL);
     }
