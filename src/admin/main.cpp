@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -116,6 +117,8 @@ int main(int argc, char* argv[])
     if (!openStandardStreams()) {
         return EXIT_FAILURE;
     }
+    // A reader that goes away must not end a run between writing and storing.
+    std::signal(SIGPIPE, SIG_IGN);
     if (g_traceObject == nullptr) {
         g_traceObject = new TraceObject(TRACE_IDENTITY, TRACE_LEVEL);
     }
