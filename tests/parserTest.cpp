@@ -132,8 +132,8 @@ TEST_F(ParserTest, WhatFailsOnTheWayOrIsTooLargeIsRefused)
     fakeSystem.goodReads = 1;
     EXPECT_EQ("", parse(asRecord("010003") + std::string(1 << 20, '\n')));
     EXPECT_EQ("reading it failed on the way", m_parser.getError());
-    for (const auto& [size, error] : {std::pair{64 << 20, "line 2 holds something other than hexadecimal digits"},
-                                      {(64 << 20) + 1, "it is too large"}}) {
+    for (const auto& [size, error] : {std::pair{16 << 20, "line 2 holds something other than hexadecimal digits"},
+                                      {(16 << 20) + 1, "it is too large"}}) {
         std::filesystem::resize_file(m_path, 18);
         std::filesystem::resize_file(m_path, static_cast<std::size_t>(size)); // with zeros
         EXPECT_EQ("", m_parser.parseFile(m_path));

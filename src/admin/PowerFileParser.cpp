@@ -31,9 +31,9 @@ constexpr unsigned int DIGITS_PER_BYTE = 2;
 /// An entry begins with its data length and its command code, a byte each.
 constexpr unsigned int ENTRY_HEAD_DIGITS = 2 * DIGITS_PER_BYTE;
 
-/// Far beyond any real file: stops a source without an end, such as a device,
-/// before it fills the board's memory.
-constexpr std::size_t MAX_FILE_SIZE = std::size_t{64} * 1024 * 1024;
+/// Far beyond any real file, which has some 5 KB: its commands still fit into a board's
+/// memory, and a source without an end, such as a device, is stopped before it fills that.
+constexpr std::size_t MAX_FILE_SIZE = std::size_t{16} * 1024 * 1024;
 
 /// The value of each character as a hexadecimal digit, -1 if it is none. Large files
 /// take half the time with a table, as no branch depends on the digit.
