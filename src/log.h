@@ -46,27 +46,16 @@ constexpr const char* logBaseName(const char* path)
 
 /// LOG(tag, "literal format", arguments...) logs on behalf of the function that
 /// holds it. The arguments are evaluated only if the trace level admits the tag.
-#define LOG(tag, ...)                                                                              \
-    LOG_STATEMENT("[" #tag "] %s:%d (%s) - ", LOG_LEVEL_##tag, __func__, __VA_ARGS__)
+#define LOG(tag, ...) LOG_STATEMENT(#tag, LOG_LEVEL_##tag, __func__, __VA_ARGS__)
 
 /// The same on behalf of `function` (a string), for helpers of that function.
-#define LOG_AS(function, tag, ...)                                                                 \
-    LOG_STATEMENT("[" #tag "] %s:%d (%s) - ", LOG_LEVEL_##tag, function, __VA_ARGS__)
+#define LOG_AS(function, tag, ...) LOG_STATEMENT(#tag, LOG_LEVEL_##tag, function, __VA_ARGS__)
 
-#define LOG_STATEMENT(prefix, level, function, ...)                                                \
+#define LOG_STATEMENT(tag, level, function, message, ...)                                          \
     do {                                                                                           \
         if (logAdmits(level)) {                                                                    \
             static constexpr const char* logFile = logBaseName(__FILE__);                          \
-            LOG_FORM(__VA_ARGS__, LOG_FORMAT, LOG_FORMAT, LOG_FORMAT, LOG_FORMAT, LOG_FORMAT,      \
-                     LOG_TEXT, )                                                                   \
-            (prefix, level, function, __VA_ARGS__);                                                \
+            syslog((level).priority, "[" tag "] %s:%d (%s) - " message, logFile, __LINE__,         \
+                   function __VA_OPT__(, ) __VA_ARGS__);                                           \
         }                                                                                          \
     } while (false)
-
-// C++17 can't drop the comma before an empty __VA_ARGS__, so a message without
-// arguments takes a form of its own. LOG_FORM picks it, for up to five arguments.
-#define LOG_FORM(message, a1, a2, a3, a4, a5, form, ...) form
-#define LOG_TEXT(prefix, level, function, message)                                                 \
-    syslog((level).priority, prefix message, logFile, __LINE__, function)
-#define LOG_FORMAT(prefix, level, function, message, ...)                                          \
-    syslog((level).priority, prefix message, logFile, __LINE__, function, __VA_ARGS__)
