@@ -69,11 +69,41 @@ bool Command::isValid(std::uint32_t access, std::uint8_t page) const
 bool Command::begin(std::uint32_t access, std::uint8_t page)
 {
     m_status = false;
-    if (!isValid(access, page)) {
-        return false;
+    if (isValid(access, page)) {
+        return true;
     }
-    m_retries = MAX_ATTEMPTS;
-    return true;
+    if (access == ACCESS_READ) {
+        LOG_AS("read", ERROR, "Read command %02x on page %d not allowed", getCode(), page);
+    } else {
+        LOG_AS("write", ERROR, "Write command %02x on page %d not allowed", getCode(), page);
+    }
+    return false;
+}
+
+bool Command::writeSmbus(int fd, std::uint8_t page, std::uint32_t size, const i2c_smbus_data& data)
+{
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("write")) {
+        i2c_smbus_data sent = data;
+        if (smbus(fd, I2C_SMBUS_WRITE, m_code, size, &sent) >= 0) {
+            return succeed();
+        }
+        LOG_AS("write", WARNING, "Write command %02x on page %d failed, %s", getCode(), page,
+               std::strerror(errno));
+    }
+    return false;
+}
+
+bool Command::readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus_data& data)
+{
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("read")) {
+        data = {};
+        if (smbus(fd, I2C_SMBUS_READ, m_code, size, &data) == 0) {
+            return succeed();
+        }
+        LOG_AS("read", WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
+               std::strerror(errno));
+    }
+    return false;
 }
 
 bool Command::succeed()
@@ -82,12 +112,11 @@ bool Command::succeed()
     return true;
 }
 
-bool Command::retry(const char* caller)
+void Command::retry(const char* caller)
 {
     --m_retries;
     LOG_AS(caller, WARNING, "retry %d", MAX_ATTEMPTS - m_retries);
     usleep(RETRY_PAUSE_US);
-    return m_retries > 0;
 }
 
 bool Command::operator==(const Command& other) const
@@ -117,35 +146,19 @@ std::string Command::toString() const
 Command* Command::create(unsigned int code)
 {
     switch (code) {
-#define CREATE_COMMAND(code, name, ...)                                                            \
+#define COMMAND_ROW(code, name, ...)                                                               \
     case code:                                                                                     \
         return new name;
-        COMMAND_CATALOGUE(CREATE_COMMAND, CREATE_COMMAND, CREATE_COMMAND, CREATE_COMMAND,
-                          CREATE_COMMAND)
-#undef CREATE_COMMAND
+#include "commandCatalogue.def"
     default:
         LOG(ERROR, "Command %02x not found", code);
         return nullptr;
     }
 }
 
-std::optional<std::uint8_t> Command::findDataSize(unsigned int code)
-{
-    switch (code) {
-#define SIZE_OF_COMMAND(code, name, ...)                                                           \
-    case code:                                                                                     \
-        return name::SIZE;
-        COMMAND_CATALOGUE(SIZE_OF_COMMAND, SIZE_OF_COMMAND, SIZE_OF_COMMAND, SIZE_OF_COMMAND,
-                          SIZE_OF_COMMAND)
-#undef SIZE_OF_COMMAND
-    default:
-        return std::nullopt;
-    }
-}
-
 NullCommand::NullCommand(std::uint8_t code, std::uint32_t channelAccess,
                          std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
-    : Command(code, 0, channelAccess, temperatureAccess, allPagesAccess)
+    : Command(code, SIZE, channelAccess, temperatureAccess, allPagesAccess)
 {
 }
 
@@ -169,16 +182,15 @@ bool NullCommand::getData(std::uint8_t* /*bytes*/) const
 bool NullCommand::write(int fd, std::uint8_t page)
 {
     if (!begin(ACCESS_WRITE, page)) {
-        LOG(ERROR, "Write command %02x on page %d not allowed", getCode(), page);
         return false;
     }
-    do {
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry(__func__)) {
         // SMBus Send Byte: the code itself is all that is sent.
         if (smbus(fd, I2C_SMBUS_WRITE, m_code, I2C_SMBUS_BYTE, nullptr) >= 0) {
             return succeed();
         }
         LOG(WARNING, "Write command %02x on page %d failed", getCode(), page);
-    } while (retry(__func__));
+    }
     return false;
 }
 
@@ -190,7 +202,7 @@ bool NullCommand::read(int /*fd*/, std::uint8_t page)
 
 ByteCommand::ByteCommand(std::uint8_t code, std::uint32_t channelAccess,
                          std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
-    : Command(code, 1, channelAccess, temperatureAccess, allPagesAccess)
+    : Command(code, SIZE, channelAccess, temperatureAccess, allPagesAccess)
 {
 }
 
@@ -219,43 +231,24 @@ bool ByteCommand::getData(std::uint8_t* bytes) const
 
 bool ByteCommand::write(int fd, std::uint8_t page)
 {
-    if (!begin(ACCESS_WRITE, page)) {
-        LOG(ERROR, "Write command %02x on page %d not allowed", getCode(), page);
-        return false;
-    }
-    do {
-        i2c_smbus_data data{};
-        data.byte = m_byte;
-        if (smbus(fd, I2C_SMBUS_WRITE, m_code, I2C_SMBUS_BYTE_DATA, &data) >= 0) {
-            return succeed();
-        }
-        LOG(WARNING, "Write command %02x on page %d failed, %s", getCode(), page,
-            std::strerror(errno));
-    } while (retry(__func__));
-    return false;
+    i2c_smbus_data data{};
+    data.byte = m_byte;
+    return begin(ACCESS_WRITE, page) && writeSmbus(fd, page, I2C_SMBUS_BYTE_DATA, data);
 }
 
 bool ByteCommand::read(int fd, std::uint8_t page)
 {
-    if (!begin(ACCESS_READ, page)) {
-        LOG(ERROR, "Read command %02x on page %d not allowed", getCode(), page);
+    i2c_smbus_data data;
+    if (!begin(ACCESS_READ, page) || !readSmbus(fd, page, I2C_SMBUS_BYTE_DATA, data)) {
         return false;
     }
-    do {
-        i2c_smbus_data data{};
-        if (smbus(fd, I2C_SMBUS_READ, m_code, I2C_SMBUS_BYTE_DATA, &data) == 0) {
-            m_byte = data.byte;
-            return succeed();
-        }
-        LOG(WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
-            std::strerror(errno));
-    } while (retry(__func__));
-    return false;
+    m_byte = data.byte;
+    return true;
 }
 
 WordCommand::WordCommand(std::uint8_t code, std::uint32_t channelAccess,
                          std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
-    : Command(code, 2, channelAccess, temperatureAccess, allPagesAccess)
+    : Command(code, SIZE, channelAccess, temperatureAccess, allPagesAccess)
 {
 }
 
@@ -286,39 +279,20 @@ bool WordCommand::getData(std::uint8_t* bytes) const
 
 bool WordCommand::write(int fd, std::uint8_t page)
 {
-    if (!begin(ACCESS_WRITE, page)) {
-        LOG(ERROR, "Write command %02x on page %d not allowed", getCode(), page);
-        return false;
-    }
-    do {
-        // The kernel takes the word as a number and orders its bytes on the bus.
-        i2c_smbus_data data{};
-        data.word = m_word;
-        if (smbus(fd, I2C_SMBUS_WRITE, m_code, I2C_SMBUS_WORD_DATA, &data) >= 0) {
-            return succeed();
-        }
-        LOG(WARNING, "Write command %02x on page %d failed, %s", getCode(), page,
-            std::strerror(errno));
-    } while (retry(__func__));
-    return false;
+    // The kernel takes the word as a number and orders its bytes on the bus.
+    i2c_smbus_data data{};
+    data.word = m_word;
+    return begin(ACCESS_WRITE, page) && writeSmbus(fd, page, I2C_SMBUS_WORD_DATA, data);
 }
 
 bool WordCommand::read(int fd, std::uint8_t page)
 {
-    if (!begin(ACCESS_READ, page)) {
-        LOG(ERROR, "Read command %02x on page %d not allowed", getCode(), page);
+    i2c_smbus_data data;
+    if (!begin(ACCESS_READ, page) || !readSmbus(fd, page, I2C_SMBUS_WORD_DATA, data)) {
         return false;
     }
-    do {
-        i2c_smbus_data data{};
-        if (smbus(fd, I2C_SMBUS_READ, m_code, I2C_SMBUS_WORD_DATA, &data) == 0) {
-            m_word = data.word;
-            return succeed();
-        }
-        LOG(WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
-            std::strerror(errno));
-    } while (retry(__func__));
-    return false;
+    m_word = data.word;
+    return true;
 }
 
 BlockCommand::BlockCommand(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
@@ -365,46 +339,38 @@ bool BlockCommand::write(int fd, std::uint8_t page)
     constexpr std::uint8_t LONGEST_NON_BLOCK = 2;
 
     if (!begin(ACCESS_WRITE, page)) {
-        LOG(ERROR, "Write command %02x on page %d not allowed", getCode(), page);
         return false;
     }
     if (m_dataSize <= LONGEST_NON_BLOCK) {
         LOG(ERROR, "Command expects datasize %d", m_dataSize);
         return false;
     }
-    do {
-        // The kernel takes the count from byte 0 and sends only the bytes behind it.
-        i2c_smbus_data data{};
-        data.block[0] = std::min<std::uint8_t>(m_dataSize, I2C_SMBUS_BLOCK_MAX);
-        std::memcpy(&data.block[1], m_data, data.block[0]);
-        if (smbus(fd, I2C_SMBUS_WRITE, m_code, I2C_SMBUS_I2C_BLOCK_BROKEN, &data) >= 0) {
-            return succeed();
-        }
-        LOG(WARNING, "Write command %02x on page %d failed, %s", getCode(), page,
-            std::strerror(errno));
-    } while (retry(__func__));
-    return false;
+    // The kernel takes the count from byte 0 and sends only the bytes behind it.
+    i2c_smbus_data data{};
+    data.block[0] = std::min<std::uint8_t>(m_dataSize, I2C_SMBUS_BLOCK_MAX);
+    std::memcpy(&data.block[1], m_data, data.block[0]);
+    return writeSmbus(fd, page, I2C_SMBUS_I2C_BLOCK_BROKEN, data);
 }
 
 bool BlockCommand::read(int fd, std::uint8_t page)
 {
     if (!begin(ACCESS_READ, page)) {
-        LOG(ERROR, "Read command %02x on page %d not allowed", getCode(), page);
         return false;
     }
     // Two bytes more than are asked for, as the kernel's own block buffers have.
     std::uint8_t received[MAX_DATA_SIZE + 2] = {};
-    do {
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry(__func__)) {
         i2c_msg messages[] = {{CHIP_ADDRESS, 0, 1, &m_code},
                               {CHIP_ADDRESS, I2C_M_RD, m_dataSize, received}};
         i2c_rdwr_ioctl_data request{messages, 2};
         if (ioctl(fd, I2C_RDWR, &request) != -1) {
-            setData(received);
+            std::memset(m_data, 0, sizeof(m_data));
+            std::memcpy(m_data, received, m_dataSize);
             return succeed();
         }
         LOG(WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
             std::strerror(errno));
-    } while (retry(__func__));
+    }
     return false;
 }
 

@@ -5,21 +5,30 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 
-#include "commandCatalogue.h"
+union i2c_smbus_data; // of the kernel's interface, linux/i2c.h
 
-/// The chip's 7-bit address on the bus.
-inline constexpr std::uint8_t CHIP_ADDRESS = 0x74;
-
-/// The page that stands for the device as a whole (PMBus standard, PAGE).
-inline constexpr std::uint8_t ALL_PAGES = 255;
+/// The two operations on a register; bits of an access mask.
+inline constexpr std::uint32_t ACCESS_READ = 1;
+inline constexpr std::uint32_t ACCESS_WRITE = 2;
 
 /// A PMBus register or action. It holds no page: the page is an argument of each
 /// transfer, and callers select it on the chip by writing a `Page` first.
 class Command {
 public:
+    /// The chip's 7-bit address on the bus.
+    static constexpr std::uint8_t CHIP_ADDRESS = 0x74;
+
+    /// The page that stands for the device as a whole (PMBus standard, PAGE).
+    static constexpr std::uint8_t ALL_PAGES = 255;
+
+    /// The access masks that a group of pages can have for a command.
+    static constexpr std::uint32_t NO = 0;
+    static constexpr std::uint32_t RO = ACCESS_READ;
+    static constexpr std::uint32_t WO = ACCESS_WRITE;
+    static constexpr std::uint32_t RW = ACCESS_READ | ACCESS_WRITE;
+
     virtual ~Command() = default;
 
     /// The data as lower-case hexadecimal text.
@@ -71,9 +80,6 @@ public:
     /// message, if the catalogue has none. The caller owns the result.
     static Command* create(unsigned int code);
 
-    /// Number of data bytes of the command with `code`; empty if there is none.
-    static std::optional<std::uint8_t> findDataSize(unsigned int code);
-
     /// The twelve monitored supply channels.
     static bool isChannelPage(std::uint8_t page) { return page <= 11; }
     /// The five temperature sensors.
@@ -86,15 +92,21 @@ protected:
     Command(const Command&) = default;
     Command& operator=(const Command&) = default;
 
-    /// Starts a transfer: false if `access` is not allowed on `page`.
+    /// Starts a transfer. False, with the message of the operation, if `access` is not
+    /// allowed on `page`.
     bool begin(std::uint32_t access, std::uint8_t page);
+
+    /// Makes up to three attempts to send `data` as an SMBus transaction of the type `size`.
+    bool writeSmbus(int fd, std::uint8_t page, std::uint32_t size, const i2c_smbus_data& data);
+
+    /// The same for what is read; `data` is what came if the result is true.
+    bool readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus_data& data);
 
     /// Ends a transfer that went well; returns true.
     bool succeed();
 
-    /// Accounts for a failed attempt on behalf of `caller`, and pauses. Returns
-    /// whether another attempt is due.
-    bool retry(const char* caller);
+    /// Accounts for a failed attempt on behalf of `caller`, and pauses.
+    void retry(const char* caller);
 
     std::int32_t m_retries; ///< attempts left in the transfer under way
     std::uint8_t m_code;
@@ -108,6 +120,8 @@ protected:
 /// A command without data: writing it makes the chip act (SMBus Send Byte).
 class NullCommand : public Command {
 public:
+    static constexpr std::uint8_t SIZE = 0;
+
     NullCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
                 std::uint32_t allPagesAccess) noexcept;
 
@@ -123,6 +137,8 @@ public:
 /// A register of one byte (SMBus Read Byte, Write Byte).
 class ByteCommand : public Command {
 public:
+    static constexpr std::uint8_t SIZE = 1;
+
     ByteCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
                 std::uint32_t allPagesAccess) noexcept;
 
@@ -143,6 +159,8 @@ protected:
 /// A register of 16 bits (SMBus Read Word, Write Word).
 class WordCommand : public Command {
 public:
+    static constexpr std::uint8_t SIZE = 2;
+
     WordCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
                 std::uint32_t allPagesAccess) noexcept;
 
@@ -187,42 +205,24 @@ protected:
 // The classes of the catalogue, each with its code and its number of data bytes. Page
 // puts the page number into its data before it is written, so that writing it selects
 // that page on the chip.
-#define PAGE_CLASS(code, name, channels, temperatures, device)                                     \
-    class name : public ByteCommand {                                                              \
+#define COMMAND_ROW(code, name, base, channels, sensors, device, ...)                              \
+    class name : public base##Command {                                                            \
     public:                                                                                        \
         static constexpr std::uint8_t CODE = code;                                                 \
-        static constexpr std::uint8_t SIZE = 1;                                                    \
-        name() noexcept                                                                            \
-            : ByteCommand(CODE, rights::channels, rights::temperatures, rights::device)            \
-        {                                                                                          \
-        }                                                                                          \
-        bool write(int fd, std::uint8_t page) override;                                            \
+        name() noexcept : base##Command(CODE, channels, sensors, device) {}                        \
     };
-#define COMMAND_CLASS(code, name, base, size, ...)                                                 \
-    class name : public base {                                                                     \
+#define BLOCK_ROW(code, name, size, channels, sensors, device, ...)                                \
+    class name : public BlockCommand {                                                             \
     public:                                                                                        \
         static constexpr std::uint8_t CODE = code;                                                 \
         static constexpr std::uint8_t SIZE = size;                                                 \
-        name() noexcept : base(CODE, __VA_ARGS__) {}                                               \
+        name() noexcept : BlockCommand(CODE, SIZE, channels, sensors, device) {}                   \
     };
-#define NULL_CLASS(code, name, channels, temperatures, device)                                     \
-    COMMAND_CLASS(code, name, NullCommand, 0, rights::channels, rights::temperatures,              \
-                  rights::device)
-#define BYTE_CLASS(code, name, channels, temperatures, device)                                     \
-    COMMAND_CLASS(code, name, ByteCommand, 1, rights::channels, rights::temperatures,              \
-                  rights::device)
-#define WORD_CLASS(code, name, channels, temperatures, device)                                     \
-    COMMAND_CLASS(code, name, WordCommand, 2, rights::channels, rights::temperatures,              \
-                  rights::device)
-#define BLOCK_CLASS(code, name, size, channels, temperatures, device)                              \
-    COMMAND_CLASS(code, name, BlockCommand, size, SIZE, rights::channels, rights::temperatures,    \
-                  rights::device)
-
-COMMAND_CATALOGUE(PAGE_CLASS, NULL_CLASS, BYTE_CLASS, WORD_CLASS, BLOCK_CLASS)
-
-#undef PAGE_CLASS
-#undef COMMAND_CLASS
-#undef NULL_CLASS
-#undef BYTE_CLASS
-#undef WORD_CLASS
-#undef BLOCK_CLASS
+#define PAGE_ROW(code, name, base, channels, sensors, device, ...)                                 \
+    class name : public base##Command {                                                            \
+    public:                                                                                        \
+        static constexpr std::uint8_t CODE = code;                                                 \
+        name() noexcept : base##Command(CODE, channels, sensors, device) {}                        \
+        bool write(int fd, std::uint8_t page) override;                                            \
+    };
+#include "commandCatalogue.def"

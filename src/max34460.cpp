@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <sstream>
 
 #include "log.h"
 #include "versionRecord.h"
@@ -15,16 +14,13 @@
 Max34460::Max34460(const std::string& name, int bus, int address)
     : m_fd(-1),
       m_name(name),
+      m_devicePath("/dev/i2c-" + std::to_string(bus)),
       m_bus(bus),
       m_address(address),
       m_hwState(HW_STATE_INIT),
       m_hwError(false),
       m_hwErrorCount(0)
 {
-    std::ostringstream path;
-    path << "/dev/i2c-" << m_bus;
-    m_devicePath = path.str();
-
     const bool ok = openBus() && readGeneralInfo() && readVersionInfo();
     setHwState(ok ? HW_STATE_OK : HW_STATE_FAILED);
     setHwError(!ok);
@@ -70,12 +66,12 @@ bool Max34460::openBus()
 bool Max34460::readGeneralInfo()
 {
     Page page;
-    if (!page.write(m_fd, ALL_PAGES)) {
+    if (!page.write(m_fd, Command::ALL_PAGES)) {
         LOG(ERROR, "Page command failed");
         return false;
     }
-    if (!m_mfrId.read(m_fd, ALL_PAGES) || !m_mfrModel.read(m_fd, ALL_PAGES)
-        || !m_mfrRevision.read(m_fd, ALL_PAGES)) {
+    if (!m_mfrId.read(m_fd, Command::ALL_PAGES) || !m_mfrModel.read(m_fd, Command::ALL_PAGES)
+        || !m_mfrRevision.read(m_fd, Command::ALL_PAGES)) {
         LOG(ERROR, "Cannot read id and model");
         return false;
     }
@@ -88,11 +84,11 @@ bool Max34460::readGeneralInfo()
 bool Max34460::readVersionInfo()
 {
     Page page;
-    if (!page.write(m_fd, ALL_PAGES)) {
+    if (!page.write(m_fd, Command::ALL_PAGES)) {
         LOG(ERROR, "Page command failed");
         return false;
     }
-    if (!m_mfrDate.read(m_fd, ALL_PAGES)) {
+    if (!m_mfrDate.read(m_fd, Command::ALL_PAGES)) {
         LOG(ERROR, "Cannot read power settings version");
         return false;
     }

@@ -25,7 +25,8 @@ public:
     /// Whether the chip answered when the object was built.
     bool isHwOk() const;
 
-protected:
+    // What construction consists of.
+
     /// Reads identity, model and revision. False, with a message, on failure.
     bool readGeneralInfo();
     /// Reads the installed version record. False, with a message, on failure.
@@ -34,6 +35,7 @@ protected:
     /// Sets the error flag and counts how often it was raised.
     void setHwError(bool error);
 
+protected:
     int m_fd; ///< the bus handle of all transfers, owned; -1 if the bus can't be opened
     std::string m_name;
     std::string m_devicePath;

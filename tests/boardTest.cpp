@@ -257,7 +257,7 @@ TEST_F(BoardTest, TheFile)
     EXPECT_FALSE(first.hardwareVersion(version));
     EXPECT_TRUE(second.hardwareVersion(version));
     EXPECT_EQ(7, version);
-    EXPECT_EQ(0x57, *bytesOf(second.chip().ram, code::MFR_MODEL, ALL_PAGES));
+    EXPECT_EQ(0x57, *bytesOf(second.chip().ram, MfrModel::CODE, Command::ALL_PAGES));
     EXPECT_NE(first.privateKey(PM_MUTEX_KEY), second.privateKey(PM_MUTEX_KEY));
     EXPECT_NE(PM_MUTEX_KEY, first.privateKey(PM_MUTEX_KEY));
 }

@@ -246,7 +246,7 @@ TEST_F(LastingFaultTest, WhatTheOperatorSeesAndTheChipHolds)
 TEST_F(LastingFaultTest, AWriteProtectedChipKeepsWhatItHas)
 {
     Memory start = memory();
-    *virtualboard::bytesOf(start.ram, virtualboard::code::WRITE_PROTECT, 0) = 0x40;
+    *virtualboard::bytesOf(start.ram, WriteProtect::CODE, 0) = 0x40;
     setMemory(start);
     EXPECT_EQ(1, run("$PMADMIN -u $EXAMPLES/small.hex").status);
     EXPECT_EQ(settings(start).ram, settings(memory()).ram);

@@ -30,9 +30,11 @@ options=$(${EMULATOR-} "$2" --help | words '^  --[a-z-]+')
 equal virtual-board.1 "$options" "$(manual virtual-board.1)"
 equal virtual-board.bash "$options" "$(completion virtual-board _virtual_board --)"
 
-rows=$(sed -n -E '/\(0x/{s/[(),\\]/ /g; s/BYTE|PAGE/1/; s/NONE/0/; s/WORD/2/; p}' \
-    ../src/commandCatalogue.h | sed 's/NO/-/g; s/RO/r/g; s/WO/w/g; s/RW/rw/g' |
-    awk '{ print substr($2, 3), tolower($3), $(NF > 6 ? 4 : 1), $(NF - 2), $(NF - 1), $NF }')
+rows=$(sed -n '/_ROW *(0x/s/[(),]/ /gp' ../src/commandCatalogue.def | awk '
+    BEGIN { is["Null"] = 0; is["Byte"] = 1; is["Word"] = 2
+            is["NO"] = "-"; is["RO"] = "r"; is["WO"] = "w"; is["RW"] = "rw" }
+    { for (i = 4; i <= 7; ++i) $i = $i in is ? is[$i] : $i
+      print substr($2, 3), tolower($3), $4, $5, $6, $7 }')
 equal "pmadmin.8's table" "$rows" "$(sed -n -E 's/^\.It (\\&)?([0-9A-F]{2} Ta)/\2/p' pmadmin.8 |
     awk -F ' Ta ' '{ gsub("_", "", $2); $2 = tolower($2); print }')"
 exit $failed

@@ -130,7 +130,7 @@ void BoardAccess::load()
     } else if (m_state.format != FORMAT) {
         m_error = m_path + " is a board's memory of another version of virtual-board";
     } else if (m_state.checksum != checksumOf(m_state) || m_state.hardwareKnown > 1
-               || !isPage(*bytesOf(m_state.chip.ram, code::PAGE, ALL_PAGES))) {
+               || !isPage(*bytesOf(m_state.chip.ram, Page::CODE, Command::ALL_PAGES))) {
         m_error = m_path + " is a virtual board's memory, but damaged";
     }
     m_saved = m_state;

@@ -89,7 +89,8 @@ private:
 int Transfer::code() const
 {
     const Message& first = m_messages[0];
-    return first.read || first.size == 0 || first.address != CHIP_ADDRESS ? ANY : first.bytes[0];
+    return first.read || first.size == 0 || first.address != Command::CHIP_ADDRESS ? ANY
+                                                                                   : first.bytes[0];
 }
 
 int Transfer::run()
@@ -130,7 +131,7 @@ int Transfer::perform()
     for (std::size_t i = 0; i < m_count; ++i) {
         Message& message = m_messages[i];
         m_wire.start(message);
-        if (message.address != CHIP_ADDRESS) {
+        if (message.address != Command::CHIP_ADDRESS) {
             m_wire.refuse();
             return ENXIO;
         }
@@ -164,7 +165,7 @@ int Transfer::write(const Message& message, bool readFollows)
     if (strikingFault(m_session, FaultKind::KEEP, m_named, page) != nullptr) {
         m_board.chip() = before;
     }
-    if (m_named == code::STORE_DEFAULT_ALL && message.size == 1) {
+    if (m_named == StoreDefaultAll::CODE && message.size == 1) {
         const Fault* silent = strikingFault(m_session, FaultKind::STORE_SILENT);
         m_session.silentUntil = silent == nullptr ? 0 : m_session.clock + silent->silence;
     }

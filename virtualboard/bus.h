@@ -10,9 +10,6 @@
 
 namespace virtualboard {
 
-/// The 7-bit address of the chip, the only one on the bus.
-inline constexpr int CHIP_ADDRESS = 0x74;
-
 /// One message: an address and the bytes that go with it in one direction.
 struct Message {
     int address;

@@ -20,7 +20,7 @@ constexpr std::uint8_t PROTECT_ALL_BUT_ON_OFF = 0x20;
 void copyConfiguration(const Image& from, Image& to)
 {
     for (const Register& reg : REGISTERS) {
-        if (reg.storage == Storage::CONFIGURATION) {
+        if (reg.kind == catalogue::Kind::SETTING) {
             std::copy_n(from.begin() + reg.offset, reg.size * reg.copies, to.begin() + reg.offset);
         }
     }
@@ -39,7 +39,7 @@ void fillFactory(const Register& reg, Image& image)
 std::uint8_t* bytesOf(Image& image, int code, int page)
 {
     const Register* reg = findRegister(code);
-    if (reg == nullptr || reg->copies == 0 || !isPage(page) || reg->accessOn(page) == rights::NO) {
+    if (reg == nullptr || reg->copies == 0 || !isPage(page) || reg->accessOn(page) == Command::NO) {
         return nullptr;
     }
     return image.data() + reg->positionOn(page);
@@ -56,7 +56,7 @@ void makeFactoryMemory(Memory& memory)
 void powerUp(Memory& memory)
 {
     for (const Register& reg : REGISTERS) {
-        if (reg.storage == Storage::VOLATILE) {
+        if (reg.kind == catalogue::Kind::STATE) {
             fillFactory(reg, memory.ram);
         }
     }
@@ -65,18 +65,18 @@ void powerUp(Memory& memory)
 
 std::uint8_t& Chip::byteOf(int code)
 {
-    return *bytesOf(m_memory.ram, code, ALL_PAGES);
+    return *bytesOf(m_memory.ram, code, Command::ALL_PAGES);
 }
 
 int Chip::page() const
 {
-    return *bytesOf(m_memory.ram, code::PAGE, ALL_PAGES);
+    return *bytesOf(m_memory.ram, Page::CODE, Command::ALL_PAGES);
 }
 
 void Chip::fault(std::uint8_t cmlBit)
 {
-    byteOf(code::STATUS_CML) |= cmlBit;
-    byteOf(code::STATUS_WORD) |= STATUS_CML_SUMMARY;
+    byteOf(StatusCML::CODE) |= cmlBit;
+    byteOf(StatusWord::CODE) |= STATUS_CML_SUMMARY;
 }
 
 std::size_t Chip::receive(const std::uint8_t* bytes, std::size_t count, bool readFollows)
@@ -86,8 +86,8 @@ std::size_t Chip::receive(const std::uint8_t* bytes, std::size_t count, bool rea
         return 0;
     }
     const Register* reg = findRegister(bytes[0]);
-    const std::uint32_t mask = reg == nullptr ? rights::NO : reg->accessOn(page());
-    if (mask == rights::NO) {
+    const std::uint32_t mask = reg == nullptr ? Command::NO : reg->accessOn(page());
+    if (mask == Command::NO) {
         fault(CML_INVALID_COMMAND);
         return 0;
     }
@@ -130,29 +130,29 @@ void Chip::execute(const Register& reg, const std::uint8_t* data, std::size_t co
         return;
     }
     switch (reg.code) {
-    case code::PAGE:
+    case Page::CODE:
         selectPage(data[0]);
         return;
-    case code::CLEAR_FAULTS:
+    case ClearFaults::CODE:
         for (const Register& status : REGISTERS) {
             if (isStatus(status.code)) {
                 fillFactory(status, m_memory.ram); // all clear
             }
         }
         return;
-    case code::STORE_DEFAULT_ALL:
+    case StoreDefaultAll::CODE:
         copyConfiguration(m_memory.ram, m_memory.flash);
         return;
-    case code::RESTORE_DEFAULT_ALL:
+    case RestoreDefaultAll::CODE:
         copyConfiguration(m_memory.flash, m_memory.ram);
         return;
-    case code::OPERATION:
-        if (page() == ALL_PAGES) {
+    case Operation::CODE:
+        if (page() == Command::ALL_PAGES) {
             std::fill_n(m_memory.ram.begin() + reg.offset, reg.copies, data[0]);
             return;
         }
         break;
-    case code::MFR_STORE_SINGLE:
+    case MfrStoreSingle::CODE:
         storeSingle(data[0], data[1]);
         break;
     default:
@@ -167,13 +167,13 @@ void Chip::selectPage(std::uint8_t page)
         fault(CML_INVALID_DATA);
         return;
     }
-    byteOf(code::PAGE) = page;
+    byteOf(Page::CODE) = page;
 }
 
 void Chip::storeSingle(std::uint8_t command, std::uint8_t page)
 {
     const std::uint8_t* from = bytesOf(m_memory.ram, command, page);
-    if (from == nullptr || storageOf(command) != Storage::CONFIGURATION) {
+    if (from == nullptr || findRegister(command)->kind != catalogue::Kind::SETTING) {
         fault(CML_INVALID_DATA);
         return;
     }
@@ -182,14 +182,14 @@ void Chip::storeSingle(std::uint8_t command, std::uint8_t page)
 
 bool Chip::isProtected(int code)
 {
-    const std::uint8_t level = byteOf(code::WRITE_PROTECT);
+    const std::uint8_t level = byteOf(WriteProtect::CODE);
     switch (code) {
-    case code::WRITE_PROTECT:
+    case WriteProtect::CODE:
         return false;
-    case code::PAGE:
-    case code::OPERATION:
+    case Page::CODE:
+    case Operation::CODE:
         return (level & PROTECT_ALL) != 0;
-    case code::ON_OFF_CONFIG:
+    case OnOffConfig::CODE:
         return (level & (PROTECT_ALL | PROTECT_ALL_BUT_OPERATION)) != 0;
     default:
         return (level & (PROTECT_ALL | PROTECT_ALL_BUT_OPERATION | PROTECT_ALL_BUT_ON_OFF)) != 0;

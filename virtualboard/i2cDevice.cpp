@@ -35,7 +35,7 @@ int bind(Session& session, unsigned long request, unsigned long wanted, int& add
     if (wanted > LAST_ADDRESS) {
         return fail(EINVAL);
     }
-    if (request == I2C_SLAVE && wanted == CHIP_ADDRESS) {
+    if (request == I2C_SLAVE && wanted == Command::CHIP_ADDRESS) {
         const BoardAccess turn(session.board);
         if (strikingFault(session, FaultKind::BUSY) != nullptr) {
             return fail(EBUSY);

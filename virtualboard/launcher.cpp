@@ -263,7 +263,7 @@ void readyBoard(const Options& options)
                                  options.hardwareVersion.value_or(0));
     }
     if (options.model) {
-        *bytesOf(board.chip().ram, code::MFR_MODEL, ALL_PAGES) =
+        *bytesOf(board.chip().ram, MfrModel::CODE, Command::ALL_PAGES) =
             static_cast<std::uint8_t>(*options.model);
     }
     if (!board.save()) {

@@ -17,39 +17,39 @@ int factoryNumber(int code, int copy)
 {
     const auto at = static_cast<std::size_t>(copy);
     switch (code) {
-    case code::ON_OFF_CONFIG:
+    case OnOffConfig::CODE:
         return 0x1A;
-    case 0x19: // CAPABILITY: 400 kHz, neither PEC nor alert (PMBus standard)
+    case Capability::CODE: // 400 kHz, neither PEC nor alert (PMBus standard)
         return 0x20;
-    case 0x20: // VOUT_MODE: DIRECT format (PMBus standard)
+    case VoutMode::CODE: // DIRECT format (PMBus standard)
         return 0x40;
-    case 0x25: // VOUT_MARGIN_HIGH
-    case 0x2A: // VOUT_SCALE_MONITOR: a ratio of 1
-    case 0x40: // VOUT_OV_FAULT_LIMIT
-    case 0x42: // VOUT_OV_WARN_LIMIT
-    case 0x4F: // OT_FAULT_LIMIT
-    case 0x51: // OT_WARN_LIMIT
+    case VoutMarginHigh::CODE:
+    case VoutScaleMonitor::CODE: // a ratio of 1
+    case VoutOVFaultLimit::CODE:
+    case VoutOVWarnLimit::CODE:
+    case OTFaultLimit::CODE:
+    case OTWarnLimit::CODE:
         return 0x7FFF;
-    case 0x98: // PMBUS_REVISION
+    case PmbusRevision::CODE:
         return 0x11;
-    case 0x99: // MFR_ID
+    case MfrId::CODE:
         return 'M';
-    case code::MFR_MODEL:
+    case MfrModel::CODE:
         return 'Z';
-    case 0x9B: // MFR_REVISION: two characters
+    case MfrRevision::CODE: // two characters
         return 0x3030;
-    case 0xE0: // MFR_FW_SERIAL
+    case MfrFwSerial::CODE:
         return 1;
-    case 0x8B: // READ_VOUT
+    case ReadVout::CODE:
         return SUPPLY_MV.at(at);
-    case 0xD4: // MFR_VOUT_PEAK
+    case MfrVoutPeak::CODE:
         return SUPPLY_MV.at(at) + SUPPLY_MV.at(at) / 200;
-    case 0xD7: // MFR_VOUT_MIN
+    case MfrVoutMin::CODE:
         return SUPPLY_MV.at(at) - SUPPLY_MV.at(at) / 200;
-    case 0x8D: // READ_TEMPERATURE
-    case 0xE3: // MFR_TEMPERATURE_AVG
+    case ReadTemperature::CODE:
+    case MfrTemperatureAvg::CODE:
         return SENSOR_CENTI_C.at(at);
-    case 0xD6: // MFR_TEMPERATURE_PEAK
+    case MfrTemperaturePeak::CODE:
         return SENSOR_CENTI_C.at(at) + 250;
     default:
         return 0;
@@ -60,22 +60,21 @@ int factoryNumber(int code, int copy)
 
 const Register* findRegister(int code)
 {
-    const auto* found = std::find_if(REGISTERS.begin(), REGISTERS.end(),
-                                     [code](const Register& reg) { return reg.code == code; });
-    return found == REGISTERS.end() ? nullptr : found;
+    const catalogue::Row* row = catalogue::find(static_cast<unsigned>(code));
+    return row == nullptr ? nullptr : &REGISTERS[static_cast<std::size_t>(row - catalogue::ROWS)];
 }
 
 void factoryValue(const Register& reg, int copy, std::uint8_t* bytes)
 {
     switch (reg.code) {
-    case 0x9C: // MFR_LOCATION
-    case 0x9D: // MFR_DATE
-    case 0x9E: // MFR_SERIAL
+    case MfrLocation::CODE:
+    case MfrDate::CODE:
+    case MfrSerial::CODE:
         for (int i = 0; i < reg.size; ++i) {
             bytes[i] = i % 2 == 0 ? 0x31 : 0x30;
         }
         return;
-    case 0xDC: // MFR_NV_FAULT_LOG reads as erased flash
+    case MfrNvFaultLog::CODE: // reads as erased flash
         std::fill_n(bytes, reg.size, std::uint8_t{0xFF});
         return;
     default:

@@ -28,10 +28,10 @@ public:
     /// Path of the PM data file; empty if the action takes none.
     std::string getFileName() const { return m_fileName; }
 
-protected:
     /// Writes the usage text to standard error.
     void printUsage() const;
 
+protected:
     std::string m_programName;
     std::string m_fileName;
     Action m_action;

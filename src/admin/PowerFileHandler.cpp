@@ -21,17 +21,17 @@ constexpr int COMPARE_ATTEMPTS = 2;
 /// The page of the commands before a file's first PAGE entry. They are compared by
 /// the rights of the whole device, which start-up has selected, but written by those
 /// of a channel.
-constexpr std::uint8_t FIRST_COMPARE_PAGE = ALL_PAGES;
+constexpr std::uint8_t FIRST_COMPARE_PAGE = Command::ALL_PAGES;
 constexpr std::uint8_t FIRST_WRITE_PAGE = 0;
 
 std::uint8_t pageOf(const Command& pageCommand)
 {
-    return static_cast<const Page&>(pageCommand).getByte();
+    return static_cast<const ByteCommand&>(pageCommand).getByte();
 }
 
 } // namespace
 
-PowerFileHandler::PowerFileHandler() : Max34460("PowerFileHandler", BUS, CHIP_ADDRESS)
+PowerFileHandler::PowerFileHandler() : Max34460("PowerFileHandler", BUS, Command::CHIP_ADDRESS)
 {
     const PmMutexLock lock("PowerFileHandler::PowerFileHandler");
 }

@@ -53,12 +53,12 @@ public:
     /// accept the command.
     bool save();
 
-protected:
     /// Whether the command makes the chip act and is thus no setting.
     bool isSkippedCommand(const Command* command) const;
     /// Whether the command is compared on this model of the chip.
     bool isComparable(const Command* command) const;
 
+protected:
     std::vector<Command*> m_fileCommands;
     std::vector<Command*> m_targetCommands;
     MfrDate m_fileMfrDate;

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "commandCatalogue.h"
 #include "log.h"
 
 namespace {
@@ -197,7 +198,8 @@ void PowerFileParser::checkEntries()
         const unsigned int length = parseHex(m_hexData, position, DIGITS_PER_BYTE);
         const unsigned int code = parseHex(m_hexData, position + DIGITS_PER_BYTE, DIGITS_PER_BYTE);
         next = position + ENTRY_HEAD_DIGITS + DIGITS_PER_BYTE * length;
-        const unsigned int needed = Command::findDataSize(code).value_or(0);
+        const catalogue::Row* const row = catalogue::find(code);
+        const unsigned int needed = row == nullptr ? 0 : row->size;
 
         char reason[96];
         if (size - position < ENTRY_HEAD_DIGITS) {
