@@ -237,7 +237,8 @@ TEST_F(DriverTest, AFileThatIsMissingOrBrokenIsNotUsed)
     EXPECT_EQ("access 0\n! *** File 'no.hex' not found. ***\nERROR main: File 'no.hex' not found.\n" + FAILURE,
               text.substr(text.find("access")));
     const std::string broken =
-        "File '" + m_file + "' is not a valid PM data file: the entry at byte 0 (command 25) has 1 data bytes of 2";
+        "File '" + m_file
+        + "' is not a valid PM data file: the entry at byte 0 in line 1 (command 25) has 1 data bytes of 2";
     EXPECT_EQ(LOADED + "! *** " + broken + " ***\nERROR main: " + broken + "\n" + FAILURE, run("-r", "01252B"));
     EXPECT_EQ(std::string::npos, runMain({"-r"}).find("open /dev")) << "nor the chip, with a bad command line";
 }

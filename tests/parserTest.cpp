@@ -81,37 +81,43 @@ TEST_F(ParserTest, WellFormedFiles)
     }
 }
 
-TEST_F(ParserTest, BrokenFilesAreRefusedWhole)
+TEST_F(ParserTest, BrokenFilesKeepTheirDataAndNameTheirFirstFault)
 {
     const std::string good = asRecord("010003");
+    const std::string page = "00 03\n";
     const std::string noDigits = "line 2 holds something other than hexadecimal digits";
     const std::string noChecksum = "line 2 ends before its checksum";
     const auto pastEnd = [](const std::string& code) {
-        return "the entry at byte 3 (command " + code + ") runs past the end of the data";
+        return "the entry at byte 3 in line 2 (command " + code + ") runs past the end of the data";
     };
-    const std::pair<std::string, std::string> cases[] = {
-        {good + "hello, world", noDigits},
-        {good + "\n:0G000000FF00", "line 3 holds something other than hexadecimal digits"},
-        {good + ":01000g000000", noDigits},
-        {good + ":01000000 000", noDigits},
-        {good + ":010000000G00", noDigits},
-        {good + ":01000000000-", noDigits},
-        {good + std::string(100, '\0'), noDigits},
-        {good + ":0100000000F", noChecksum},
-        {good + ":FF000000000000", noChecksum},
-        {good + asRecord("01"), "the entry at byte 3 is cut off behind its length"},
-        {good + asRecord("0125"), pastEnd("25")},
-        {good + asRecord("02252B"), pastEnd("25")},
-        {good + asRecord("02042B"), pastEnd("04")},
-        {good + asRecord("01252B") + asRecord("02"), "the entry at byte 3 (command 25) has 1 data bytes of 2"},
-        {asRecord("0000"), "the entry at byte 0 (command 00) has 0 data bytes of 1"},
-        {asRecord("079D01020304050607"), "the entry at byte 0 (command 9d) has 7 data bytes of 8"},
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {good + "hello, world\n:0G000000FF00", noDigits, page},
+        {good + "\n:0g0000000100\n" + asRecord("01"), "line 3 holds something other than hexadecimal digits",
+         page + "00 00\n"},
+        {good + ":02000000g6 100", noDigits, page + "01 00\n"},
+        {good + ":01000000 600", noDigits, page + "00 00\n"},
+        {good + ":020000000001G0", noDigits, page + "01 00\n"},
+        {good + ":0200000000010-", noDigits, page + "01 00\n"},
+        {good + std::string(100, '\0'), noDigits, page},
+        {good + ":0100000000F", noChecksum, page + "00 00\n"},
+        {good + ":FF0000000100071", noChecksum, page + "00 07\n00 00\n"},
+        {good + asRecord("01"), "the entry at byte 3 in line 2 is cut off behind its length", page + "00 00\n"},
+        {good + asRecord("0125"), pastEnd("25"), page + "25 0000\n"},
+        {good + "\r\n" + asRecord("02") + asRecord("252B"),
+         "the entry at byte 3 in line 3 (command 25) runs past the end of the data", page + "25 002b\n"},
+        {good + asRecord("02042B"), pastEnd("04"), page},
+        {good + asRecord("01252B") + asRecord("02"), "the entry at byte 3 in line 2 (command 25) has 1 data bytes of 2",
+         page + "25 002b\n00 00\n"},
+        {asRecord("0000"), "the entry at byte 0 in line 1 (command 00) has 0 data bytes of 1", "00 00\n"},
+        {asRecord("FF9D010203040506"), "the entry at byte 0 in line 1 (command 9d) runs past the end of the data",
+         "9d 01 02 03 04 05 06 00 00 \nversion 01 02 03 04 05 06 00 00 "},
     };
-    for (const auto& [content, error] : cases) {
-        EXPECT_EQ("", parse(content)) << error;
+    for (const auto& [content, error, loaded] : cases) {
+        parse(content);
         EXPECT_EQ(error, m_parser.getError());
-        EXPECT_EQ(NO_VERSION, load()) << error;
+        EXPECT_EQ(loaded.back() == ' ' ? loaded : loaded + NO_VERSION, load()) << error;
     }
+    EXPECT_EQ("hello, w", parse("x04000000hello, w")) << "whatever stands there";
     EXPECT_EQ("010003", parse(good)) << "the next file counts alone";
     EXPECT_EQ("", m_parser.getError());
 }
@@ -130,13 +136,14 @@ TEST_F(ParserTest, WhatYieldsNothingIsEmptyAndWhatNeverEndsRefused)
 TEST_F(ParserTest, WhatFailsOnTheWayOrIsTooLargeIsRefused)
 {
     fakeSystem.goodReads = 1;
-    EXPECT_EQ("", parse(asRecord("010003") + std::string(1 << 20, '\n')));
+    EXPECT_EQ("010003", parse(asRecord("010003") + std::string(1 << 20, '\n')));
     EXPECT_EQ("reading it failed on the way", m_parser.getError());
-    for (const auto& [size, error] : {std::pair{16 << 20, "line 2 holds something other than hexadecimal digits"},
-                                      {(16 << 20) + 1, "it is too large"}}) {
+    for (const auto& [size, digits, error] :
+         {std::tuple{16 << 20, "010003", "line 2 holds something other than hexadecimal digits"},
+          {(16 << 20) + 1, "", "it is too large"}}) {
         std::filesystem::resize_file(m_path, 18);
         std::filesystem::resize_file(m_path, static_cast<std::size_t>(size)); // with zeros
-        EXPECT_EQ("", m_parser.parseFile(m_path));
+        EXPECT_EQ(digits, m_parser.parseFile(m_path));
         EXPECT_EQ(error, m_parser.getError());
     }
 }
@@ -152,10 +159,12 @@ TEST_F(ParserTest, AFifoIsAFile)
 TEST_F(ParserTest, Numbers)
 {
     const std::tuple<std::string, unsigned int, unsigned int, unsigned int> cases[] = {
-        {"0123", 1, 2, 0x12}, {"fF", 0, 2, 0xFF}, {"AF09", 0, 4, 0xAF09}, {"af:", 0, 3, 0xAF}, {"12@4", 0, 4, 0x12},
-        {"1g", 0, 2, 1},      {"1G", 0, 2, 1},    {"1/", 0, 2, 1},        {"1`", 0, 2, 1},     {" \t1A", 0, 4, 0x1A},
-        {"1 2", 0, 3, 1},     {"ABC", 2, 4, 0xC}, {"ABC", 3, 2, 0},       {"ABC", 9, 2, 0},    {"ABC", ~0U, 2, 0},
-        {"ABC", 1, 0, 0},     {"x1", 0, 2, 0},    {"", 0, 1, 0}};
+        {"0123", 1, 2, 0x12},    {"fF", 0, 2, 0xFF},      {"AF09", 0, 4, 0xAF09}, {"af:", 0, 3, 0xAF},
+        {"12@4", 0, 4, 0x12},    {"1g", 0, 2, 1},         {"1G", 0, 2, 1},        {"1/", 0, 2, 1},
+        {"1`", 0, 2, 1},         {" \t1A", 0, 4, 0x1A},   {"1 2", 0, 3, 1},       {"ABC", 2, 4, 0xC},
+        {"ABC", 3, 2, 0},        {"ABC", 9, 2, 0},        {"ABC", ~0U, 2, 0},     {"ABC", 1, 0, 0},
+        {"x1", 0, 2, 0},         {"", 0, 1, 0},           {"ABC", 1, ~0U, 0xBC},  {"-1", 0, 2, 0},
+        {"FFFFFFFF", 0, 8, ~0U}, {"123456789", 0, 9, ~0U}};
     for (const auto& [text, position, length, value] : cases) {
         EXPECT_EQ(value, m_parser.parseHex(text, position, length)) << text << position;
     }

@@ -7,22 +7,19 @@
 
 #include "command.h"
 
-/// A file that is not well formed is refused whole: it yields no data and no
-/// command, and getError() tells why.
+/// Collects the data of a file, and makes commands from it. What keeps the file from being well
+/// formed is noted, and takes nothing away: whoever uses its commands asks getError() first.
 class PowerFileParser {
 public:
-    /// Reads the file and checks its records and entries. Returns a copy of the
-    /// collected data: two hexadecimal digits a byte; empty for a file that can't
-    /// be read, that holds no record, or that is broken.
+    /// Reads the file. Returns a copy of the collected data, two hexadecimal digits a byte: what
+    /// its lines hold. Empty for a file that can't be read, that has no records or is too large.
     std::string parseFile(const std::string& fileName);
 
-    /// Returns the data field of one record line; empty if the line is no record.
+    /// Returns the data field of one record line, shorter where the line ends first.
     std::string parseLine(const std::string& line) const;
 
-    /// Returns the number that stands in hexadecimal in `text`. White space before
-    /// it is skipped; it ends at the first other character, after `length`
-    /// characters, or with the text. 0 if there are no digits: a sign or "0x" is
-    /// none. Only the last eight digits count.
+    /// Returns the number that stands in hexadecimal in `text`, in up to `length` characters from
+    /// `position` on; pmDataFile::parseHex says how.
     unsigned int parseHex(const std::string& text, unsigned int position,
                           unsigned int length) const;
 
@@ -31,15 +28,15 @@ public:
     /// if it has none.
     MfrDate loadCommands(std::vector<Command*>& list) const;
 
-    /// Why the last file was refused; empty if it was not.
+    /// The first fault of the last file, with its place; empty if the file is well formed.
     const std::string& getError() const { return m_error; }
 
 protected:
     std::string m_hexData; ///< data fields of all records, joined
 
 private:
-    void checkEntries();
-    void refuse(const std::string& reason);
+    void checkEntries(const std::string& text);
+    void noteFault(const std::string& fault);
 
     std::string m_error;
 };

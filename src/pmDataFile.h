@@ -1,0 +1,91 @@
+// The format of PM data files: Intel HEX records, a line each, whose data fields, joined in the
+// order of the lines, are a stream of command entries. PowerFileParser reads files with it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace pmDataFile {
+
+/// How the reading of a file went.
+enum class Reading : std::uint8_t { WHOLE, FAILED, TOO_LARGE };
+
+/// Appends all that can be read from the descriptor to `text`. FAILED, with errno set, if an error
+/// ends it, TOO_LARGE if it is larger than any PM data file.
+Reading readAll(int fd, std::string& text);
+
+/// The number that stands in hexadecimal in `text`, in up to `length` characters from `position`
+/// on. White space before it is skipped; it ends at the first other character or with the text.
+/// 0 if there are no digits: a sign or "0x" is none. What is too large is the largest number.
+unsigned int parseHex(std::string_view text, std::size_t position, std::size_t length);
+
+/// The fields of a record. Where the line ends first they are shorter, or 0.
+struct Record {
+    unsigned int byteCount;
+    unsigned int address;
+    unsigned int type;
+    std::string_view data; ///< of the line: two digits a byte
+    unsigned int checksum;
+};
+Record parseRecord(std::string_view line);
+
+/// What keeps `line` from being a whole record, in words; null if nothing does.
+const char* findRecordFault(std::string_view line);
+
+/// Walks over the record lines of a file: those of more than ten characters. All others are blank
+/// or stray.
+class RecordLines {
+public:
+    explicit RecordLines(std::string_view text) : m_rest(text) {}
+
+    /// Goes to the next record line, at first to the first; false if there is none.
+    bool next();
+
+    std::string_view line() const { return m_line; }
+    /// Of the line in the file, counted from 1.
+    unsigned int number() const { return m_number; }
+
+private:
+    std::string_view m_rest;
+    std::string_view m_line;
+    unsigned int m_number = 0;
+};
+
+/// The number of the line in which the byte at `offset` of a file's joined data stands.
+unsigned int findLine(std::string_view text, std::size_t offset);
+
+/// Walks over the entries of joined data, two digits a byte. Digits beyond its end, and what is no
+/// digit, count as 0.
+class Entries {
+public:
+    /// Data bytes of the longest entry: their count is a byte.
+    static constexpr std::size_t MAX_LENGTH = 255;
+
+    explicit Entries(std::string_view digits) : m_digits(digits) {}
+
+    /// Goes to the next entry, at first to the first; false if there is none.
+    bool next();
+
+    /// Of the entry's first byte in the data.
+    std::size_t offset() const;
+    /// Number of data bytes, as the entry says; those beyond the end of the stream are counted too.
+    unsigned int length() const { return m_length; }
+    /// PMBus command code.
+    unsigned int code() const { return m_code; }
+    /// Copies the data bytes to the begin of `bytes` and fills it with zeros.
+    void copyData(std::uint8_t (&bytes)[MAX_LENGTH]) const;
+
+    /// What keeps the entry from being a whole one of its command, in words; empty if nothing does.
+    std::string findFault() const;
+
+private:
+    std::string_view m_digits;
+    std::size_t m_position = 0; ///< of the entry, in digits
+    std::size_t m_next = 0;     ///< of what follows it
+    unsigned int m_length = 0;
+    unsigned int m_code = 0;
+};
+
+} // namespace pmDataFile
