@@ -1,5 +1,5 @@
-// Stand-in for the board's utilities library: the hardware version is the number
-// in a one-line text file whose path is fixed when the library is built.
+// Stand-in for the board's utilities library: the hardware version is the number in a one-line text
+// file whose path is fixed when the library is built.
 #include "boardUtils.h"
 
 #include <cerrno>

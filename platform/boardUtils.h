@@ -1,5 +1,5 @@
-// The board's utilities library (libboardutils.so) as this system uses it: the
-// hardware version of the board. Used by PowerFileHandler::compareHwVersions.
+// The board's utilities library (libboardutils.so) as this system uses it: the hardware version of
+// the board. Used by PowerFileHandler::compareHwVersions.
 #pragma once
 
 class boardUtils {
@@ -9,12 +9,12 @@ public:
     boardUtils(const boardUtils&) = delete;
     boardUtils& operator=(const boardUtils&) = delete;
 
-    /// Stores the board's hardware version in `version`. Returns non-zero on
-    /// success; 0 if the version can't be had: don't rely on `version` then.
+    /// Stores the board's hardware version in `version`. Returns non-zero on success; 0 if the
+    /// version can't be had: don't rely on `version` then.
     int getVersion(int& version);
 
 private:
-    // Callers allocate the object by this declaration. Ample room, sixteen pointers,
-    // for the members of the board's own class.
+    // Callers allocate the object by this declaration. Ample room, sixteen pointers, for the
+    // members of the board's own class.
     [[maybe_unused]] void* m_reserved[16] = {};
 };

@@ -1,5 +1,5 @@
-// Stand-in for the board's trace library: the level is the integer given to the
-// constructor, the log is the system's.
+// Stand-in for the board's trace library: the level is the integer given to the constructor, the
+// log is the system's.
 #include "trace.h"
 
 #include <syslog.h>

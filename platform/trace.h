@@ -1,5 +1,5 @@
-// The board's trace library (libtrace.so) as this system uses it: an object
-// whose settings carry the current trace level. Used by src/log.h and by main.
+// The board's trace library (libtrace.so) as this system uses it: an object whose settings carry
+// the current trace level. Used by src/log.h and by main.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@ struct TraceSettings {
     std::int32_t level; ///< current trace level; the higher, the more is logged
 };
 
-/// The process's trace object. It has no virtual table: its first member is the
-/// pointer to its settings, as in the board's own library.
+/// The process's trace object. It has no virtual table: its first member is the pointer to its
+/// settings, as in the board's own library.
 class TraceObject {
 public:
     /// Opens the system log under `identity`, with `level` as the trace level.
@@ -22,8 +22,8 @@ public:
     TraceSettings* m_settings; ///< null: nothing is logged
 
 private:
-    // Callers allocate the object by this declaration. Ample room, sixteen pointers
-    // with the first, for the members of the board's own class.
+    // Callers allocate the object by this declaration. Ample room, sixteen pointers with the first,
+    // for the members of the board's own class.
     [[maybe_unused]] void* m_reserved[15] = {};
 };
 

@@ -20,8 +20,8 @@ constexpr std::int32_t MAX_ATTEMPTS = 3;
 /// Long enough for most of what holds up a bus to pass.
 constexpr useconds_t RETRY_PAUSE_US = 10000;
 
-/// Makes one SMBus transfer with the chip bound to `fd`. Returns what the request
-/// returned: -1, with errno set, on failure.
+/// Makes one SMBus transfer with the chip bound to `fd`. Returns what the request returned: -1,
+/// with errno set, on failure.
 int smbus(int fd, std::uint8_t readWrite, std::uint8_t code, std::uint32_t size,
           i2c_smbus_data* data)
 {
@@ -39,14 +39,14 @@ std::string toHex(unsigned int value, int digits)
 
 } // namespace
 
-Command::Command(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-                 std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
+Command::Command(std::uint8_t code, std::uint8_t dataSize, Access channels, Access sensors,
+                 Access device) noexcept
     : m_retries(MAX_ATTEMPTS),
       m_code(code),
       m_dataSize(dataSize),
-      m_channelAccess(channelAccess),
-      m_temperatureAccess(temperatureAccess),
-      m_allPagesAccess(allPagesAccess),
+      m_channelAccess(channels),
+      m_temperatureAccess(sensors),
+      m_allPagesAccess(device),
       m_status(false)
 {
 }
@@ -85,7 +85,8 @@ bool Command::writeSmbus(int fd, std::uint8_t page, std::uint32_t size, const i2
     for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("write")) {
         i2c_smbus_data sent = data;
         if (smbus(fd, I2C_SMBUS_WRITE, m_code, size, &sent) >= 0) {
-            return succeed();
+            m_status = true;
+            return true;
         }
         LOG_AS("write", WARNING, "Write command %02x on page %d failed, %s", getCode(), page,
                std::strerror(errno));
@@ -98,18 +99,13 @@ bool Command::readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus
     for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("read")) {
         data = {};
         if (smbus(fd, I2C_SMBUS_READ, m_code, size, &data) == 0) {
-            return succeed();
+            m_status = true;
+            return true;
         }
         LOG_AS("read", WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
                std::strerror(errno));
     }
     return false;
-}
-
-bool Command::succeed()
-{
-    m_status = true;
-    return true;
 }
 
 void Command::retry(const char* caller)
@@ -156,12 +152,6 @@ Command* Command::create(unsigned int code)
     }
 }
 
-NullCommand::NullCommand(std::uint8_t code, std::uint32_t channelAccess,
-                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
-    : Command(code, SIZE, channelAccess, temperatureAccess, allPagesAccess)
-{
-}
-
 std::string NullCommand::dataToString() const
 {
     return "<no data>";
@@ -187,7 +177,8 @@ bool NullCommand::write(int fd, std::uint8_t page)
     for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry(__func__)) {
         // SMBus Send Byte: the code itself is all that is sent.
         if (smbus(fd, I2C_SMBUS_WRITE, m_code, I2C_SMBUS_BYTE, nullptr) >= 0) {
-            return succeed();
+            m_status = true;
+            return true;
         }
         LOG(WARNING, "Write command %02x on page %d failed", getCode(), page);
     }
@@ -198,12 +189,6 @@ bool NullCommand::read(int /*fd*/, std::uint8_t page)
 {
     m_status = isValid(ACCESS_READ, page);
     return m_status;
-}
-
-ByteCommand::ByteCommand(std::uint8_t code, std::uint32_t channelAccess,
-                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
-    : Command(code, SIZE, channelAccess, temperatureAccess, allPagesAccess)
-{
 }
 
 std::string ByteCommand::dataToString() const
@@ -244,12 +229,6 @@ bool ByteCommand::read(int fd, std::uint8_t page)
     }
     m_byte = data.byte;
     return true;
-}
-
-WordCommand::WordCommand(std::uint8_t code, std::uint32_t channelAccess,
-                         std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
-    : Command(code, SIZE, channelAccess, temperatureAccess, allPagesAccess)
-{
 }
 
 std::string WordCommand::dataToString() const
@@ -293,12 +272,6 @@ bool WordCommand::read(int fd, std::uint8_t page)
     }
     m_word = data.word;
     return true;
-}
-
-BlockCommand::BlockCommand(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-                           std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept
-    : Command(code, dataSize, channelAccess, temperatureAccess, allPagesAccess)
-{
 }
 
 std::string BlockCommand::dataToString() const
@@ -366,7 +339,8 @@ bool BlockCommand::read(int fd, std::uint8_t page)
         if (ioctl(fd, I2C_RDWR, &request) != -1) {
             std::memset(m_data, 0, sizeof(m_data));
             std::memcpy(m_data, received, m_dataSize);
-            return succeed();
+            m_status = true;
+            return true;
         }
         LOG(WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
             std::strerror(errno));

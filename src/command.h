@@ -1,6 +1,6 @@
-// The PMBus command model: one object per register of the MAX34460, which holds
-// its data and moves it over the bus. The device, the parser and the handler of
-// the PM data file work with these. Including this file brings in the catalogue.
+// The PMBus command model: one object per register of the MAX34460, which holds its data and moves
+// it over the bus. The device, the parser and the handler of the PM data file work with these.
+// Including this file brings in the catalogue.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@ union i2c_smbus_data; // of the kernel's interface, linux/i2c.h
 inline constexpr std::uint32_t ACCESS_READ = 1;
 inline constexpr std::uint32_t ACCESS_WRITE = 2;
 
-/// A PMBus register or action. It holds no page: the page is an argument of each
-/// transfer, and callers select it on the chip by writing a `Page` first.
+/// A PMBus register or action. It holds no page: the page is an argument of each transfer, and
+/// callers select it on the chip by writing a `Page` first.
 class Command {
 public:
     /// The chip's 7-bit address on the bus.
@@ -23,36 +23,36 @@ public:
     /// The page that stands for the device as a whole (PMBus standard, PAGE).
     static constexpr std::uint8_t ALL_PAGES = 255;
 
-    /// The access masks that a group of pages can have for a command.
-    static constexpr std::uint32_t NO = 0;
-    static constexpr std::uint32_t RO = ACCESS_READ;
-    static constexpr std::uint32_t WO = ACCESS_WRITE;
-    static constexpr std::uint32_t RW = ACCESS_READ | ACCESS_WRITE;
+    /// What a group of pages allows with a command: a mask of ACCESS_READ and ACCESS_WRITE.
+    using Access = std::uint32_t;
+    static constexpr Access NO = 0;
+    static constexpr Access RO = ACCESS_READ;
+    static constexpr Access WO = ACCESS_WRITE;
+    static constexpr Access RW = ACCESS_READ | ACCESS_WRITE;
 
     virtual ~Command() = default;
 
     /// The data as lower-case hexadecimal text.
     virtual std::string dataToString() const = 0;
 
-    /// Whether `other` is of the same data-size class and the data of this command
-    /// equals its first bytes; the codes don't matter. False for a null pointer. A
-    /// command without data equals everything.
+    /// Whether `other` is of the same data-size class and the data of this command equals its first
+    /// bytes; the codes don't matter. False for a null pointer. A command without data equals
+    /// everything.
     virtual bool compare(const Command* other) const = 0;
 
     /// Loads the data from `bytes`, at least getDataSize() of them, words low byte first.
     virtual void setData(const std::uint8_t* bytes) = 0;
 
-    /// Copies the data to `bytes`, with room for getDataSize() of them. Returns
-    /// getStatus(); the data is copied in any case.
+    /// Copies the data to `bytes`, with room for getDataSize() of them. Returns getStatus(); the
+    /// data is copied in any case.
     virtual bool getData(std::uint8_t* bytes) const = 0;
 
-    /// Writes the data to the chip behind `fd`, an I2C device bound to the chip's
-    /// address. `page` (0 to 11, 13 to 17 or 255) decides whether that is allowed.
-    /// Makes up to three attempts; false when refused or when all have failed.
+    /// Writes the data to the chip behind `fd`, an I2C device bound to the chip's address. `page`
+    /// (0 to 11, 13 to 17 or 255) decides whether that is allowed. Makes up to three attempts;
+    /// false when refused or when all have failed.
     virtual bool write(int fd, std::uint8_t page) = 0;
 
-    /// Reads the data from the chip; otherwise as write(). On failure the data
-    /// stays as it was.
+    /// Reads the data from the chip; otherwise as write(). On failure the data stays as it was.
     virtual bool read(int fd, std::uint8_t page) = 0;
 
     std::uint8_t getCode() const { return m_code; }
@@ -62,22 +62,22 @@ public:
     bool getStatus() const { return m_status; }
     void setStatus(bool status) { m_status = status; }
 
-    /// Whether `access` (ACCESS_READ or ACCESS_WRITE) is allowed on `page`.
-    /// False, with a message, for a page that does not exist.
+    /// Whether `access` (ACCESS_READ or ACCESS_WRITE) is allowed on `page`. False, with a message,
+    /// for a page that does not exist.
     bool isValid(std::uint32_t access, std::uint8_t page) const;
 
     /// Whether constants and data are equal; the last transfer doesn't matter.
     bool operator==(const Command& other) const;
 
-    /// Whether the data differs. Not the negation of ==: two commands of different
-    /// codes with equal data are neither equal nor unequal.
+    /// Whether the data differs. Not the negation of ==: two commands of different codes with equal
+    /// data are neither equal nor unequal.
     bool operator!=(const Command& other) const;
 
     /// The constants and the data as two or more lines of text.
     std::string toString() const;
 
-    /// Makes the command with `code`, its data all zero. Returns null, with a
-    /// message, if the catalogue has none. The caller owns the result.
+    /// Makes the command with `code`, its data all zero. Returns null, with a message, if the
+    /// catalogue has none. The caller owns the result.
     static Command* create(unsigned int code);
 
     /// The twelve monitored supply channels.
@@ -87,13 +87,13 @@ public:
     static bool isAllPages(std::uint8_t page) { return page == ALL_PAGES; }
 
 protected:
-    Command(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-            std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept;
+    Command(std::uint8_t code, std::uint8_t dataSize, Access channels, Access sensors,
+            Access device) noexcept;
     Command(const Command&) = default;
     Command& operator=(const Command&) = default;
 
-    /// Starts a transfer. False, with the message of the operation, if `access` is not
-    /// allowed on `page`.
+    /// Starts a transfer. False, with the message of the operation, if `access` is not allowed on
+    /// `page`.
     bool begin(std::uint32_t access, std::uint8_t page);
 
     /// Makes up to three attempts to send `data` as an SMBus transaction of the type `size`.
@@ -102,18 +102,15 @@ protected:
     /// The same for what is read; `data` is what came if the result is true.
     bool readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus_data& data);
 
-    /// Ends a transfer that went well; returns true.
-    bool succeed();
-
     /// Accounts for a failed attempt on behalf of `caller`, and pauses.
     void retry(const char* caller);
 
     std::int32_t m_retries; ///< attempts left in the transfer under way
     std::uint8_t m_code;
     std::uint8_t m_dataSize;
-    std::uint32_t m_channelAccess;
-    std::uint32_t m_temperatureAccess;
-    std::uint32_t m_allPagesAccess;
+    Access m_channelAccess;
+    Access m_temperatureAccess;
+    Access m_allPagesAccess;
     bool m_status;
 };
 
@@ -122,8 +119,10 @@ class NullCommand : public Command {
 public:
     static constexpr std::uint8_t SIZE = 0;
 
-    NullCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
-                std::uint32_t allPagesAccess) noexcept;
+    NullCommand(std::uint8_t code, Access channels, Access sensors, Access device) noexcept
+        : Command(code, SIZE, channels, sensors, device)
+    {
+    }
 
     std::string dataToString() const override;
     bool compare(const Command* other) const override;
@@ -139,8 +138,10 @@ class ByteCommand : public Command {
 public:
     static constexpr std::uint8_t SIZE = 1;
 
-    ByteCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
-                std::uint32_t allPagesAccess) noexcept;
+    ByteCommand(std::uint8_t code, Access channels, Access sensors, Access device) noexcept
+        : Command(code, SIZE, channels, sensors, device)
+    {
+    }
 
     std::string dataToString() const override;
     bool compare(const Command* other) const override;
@@ -161,8 +162,10 @@ class WordCommand : public Command {
 public:
     static constexpr std::uint8_t SIZE = 2;
 
-    WordCommand(std::uint8_t code, std::uint32_t channelAccess, std::uint32_t temperatureAccess,
-                std::uint32_t allPagesAccess) noexcept;
+    WordCommand(std::uint8_t code, Access channels, Access sensors, Access device) noexcept
+        : Command(code, SIZE, channels, sensors, device)
+    {
+    }
 
     std::string dataToString() const override;
     bool compare(const Command* other) const override;
@@ -178,15 +181,17 @@ protected:
     std::uint16_t m_word = 0; ///< the number, whatever the order of its bytes outside
 };
 
-/// A register of up to 255 bytes, moved as they are: no byte count is added or
-/// removed.
+/// A register of up to 255 bytes, moved as they are: no byte count is added or removed.
 class BlockCommand : public Command {
 public:
     /// Room for the largest block.
     static constexpr std::size_t MAX_DATA_SIZE = 255;
 
-    BlockCommand(std::uint8_t code, std::uint8_t dataSize, std::uint32_t channelAccess,
-                 std::uint32_t temperatureAccess, std::uint32_t allPagesAccess) noexcept;
+    BlockCommand(std::uint8_t code, std::uint8_t dataSize, Access channels, Access sensors,
+                 Access device) noexcept
+        : Command(code, dataSize, channels, sensors, device)
+    {
+    }
 
     /// Two digits and a blank per byte, a line end after every 32nd byte.
     std::string dataToString() const override;
@@ -202,9 +207,8 @@ protected:
     std::uint8_t m_data[MAX_DATA_SIZE] = {}; ///< bytes behind m_dataSize stay 0
 };
 
-// The classes of the catalogue, each with its code and its number of data bytes. Page
-// puts the page number into its data before it is written, so that writing it selects
-// that page on the chip.
+// The classes of the catalogue, each with its code and its number of data bytes. Page puts the page
+// number into its data before it is written, so that writing it selects that page on the chip.
 #define COMMAND_ROW(code, name, base, channels, sensors, device, ...)                              \
     class name : public base##Command {                                                            \
     public:                                                                                        \

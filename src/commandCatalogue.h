@@ -2,10 +2,7 @@
 // what becomes of its value. Whoever reads PM data files or plays the chip looks commands up here.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
-#include <iterator>
 
 #include "command.h"
 
@@ -33,25 +30,15 @@ inline constexpr Row ROWS[] = {
 #include "commandCatalogue.def"
 };
 
-inline constexpr std::size_t CODE_COUNT = 256;
-
-/// Where in ROWS each code stands; behind their end if it doesn't.
-inline constexpr auto POSITIONS = [] {
-    std::array<std::uint8_t, CODE_COUNT> positions{};
-    for (std::uint8_t& position : positions) {
-        position = std::size(ROWS);
-    }
-    for (std::uint8_t i = 0; i < std::size(ROWS); ++i) {
-        positions[ROWS[i].code] = i;
-    }
-    return positions;
-}();
-
 /// The row of the command with this code, or null if there is none.
 constexpr const Row* find(unsigned int code)
 {
-    const std::size_t position = code < CODE_COUNT ? POSITIONS[code] : std::size(ROWS);
-    return position < std::size(ROWS) ? &ROWS[position] : nullptr;
+    for (const Row& row : ROWS) {
+        if (row.code == code) {
+            return &row;
+        }
+    }
+    return nullptr;
 }
 
 } // namespace catalogue

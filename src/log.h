@@ -1,6 +1,6 @@
-// The log statement: one syslog message with the source file, line and function
-// before its text, if the current trace level admits its tag. Every file of the
-// system reports its diagnostics through it.
+// The log statement: one syslog message with the source file, line and function before its text, if
+// the current trace level admits its tag. Every file of the system reports its diagnostics through
+// it.
 #pragma once
 
 #include <syslog.h>
@@ -9,8 +9,8 @@
 
 #include "trace.h"
 
-/// A level tag: the least trace level at which its statements are emitted, and
-/// the priority with which syslog gets them.
+/// A level tag: the least trace level at which its statements are emitted, and the priority with
+/// which syslog gets them.
 struct LogLevel {
     std::int32_t threshold;
     int priority;
@@ -24,8 +24,8 @@ inline constexpr LogLevel LOG_LEVEL_DEBUG1{7, LOG_DEBUG};
 inline constexpr LogLevel LOG_LEVEL_DEBUG2{8, LOG_DEBUG};
 inline constexpr LogLevel LOG_LEVEL_DEBUG3{9, LOG_DEBUG};
 
-/// Whether the trace object admits `level` now. Read afresh by every statement:
-/// the level may change while the process runs.
+/// Whether the trace object admits `level` now. Read afresh by every statement: the level may
+/// change while the process runs.
 inline bool logAdmits(const LogLevel& level)
 {
     return g_traceObject != nullptr && g_traceObject->m_settings != nullptr
@@ -44,8 +44,8 @@ constexpr const char* logBaseName(const char* path)
     return name;
 }
 
-/// LOG(tag, "literal format", arguments...) logs on behalf of the function that
-/// holds it. The arguments are evaluated only if the trace level admits the tag.
+/// LOG(tag, "literal format", arguments...) logs on behalf of the function that holds it. The
+/// arguments are evaluated only if the trace level admits the tag.
 #define LOG(tag, ...) LOG_STATEMENT(#tag, LOG_LEVEL_##tag, __func__, __VA_ARGS__)
 
 /// The same on behalf of `function` (a string), for helpers of that function.

@@ -39,8 +39,8 @@ bool Max34460::isHwOk() const
     return m_hwState == HW_STATE_OK;
 }
 
-// A step of the constructor, in whose name it logs: opens the device and binds it
-// to the chip's address. The descriptor stays open when the binding fails.
+// A step of the constructor, in whose name it logs: opens the device and binds it to the chip's
+// address. The descriptor stays open when the binding fails.
 bool Max34460::openBus()
 {
     do {

@@ -1,5 +1,5 @@
-// The power monitor chip: the open I2C bus, the chip's identity and installed
-// version, and whether it answered. PowerFileHandler derives from it.
+// The power monitor chip: the open I2C bus, the chip's identity and installed version, and whether
+// it answered. PowerFileHandler derives from it.
 #pragma once
 
 #include <string>
@@ -11,8 +11,8 @@ inline constexpr int HW_STATE_INIT = 0;
 inline constexpr int HW_STATE_OK = 1;
 inline constexpr int HW_STATE_FAILED = 2;
 
-/// The MAX34460 at an address on an I2C bus. Its construction opens the bus and
-/// identifies the chip, without the lock; a failure ends in HW_STATE_FAILED.
+/// The MAX34460 at an address on an I2C bus. Its construction opens the bus and identifies the
+/// chip, without the lock; a failure ends in HW_STATE_FAILED.
 class Max34460 {
 public:
     /// `bus` is the number in /dev/i2c-N, `address` the chip's 7-bit address.

@@ -17,22 +17,17 @@ enum class Reading : std::uint8_t { WHOLE, FAILED, TOO_LARGE };
 Reading readAll(int fd, std::string& text);
 
 /// The number that stands in hexadecimal in `text`, in up to `length` characters from `position`
-/// on. White space before it is skipped; it ends at the first other character or with the text.
-/// 0 if there are no digits: a sign or "0x" is none. What is too large is the largest number.
+/// on. White space before it is skipped; it ends at the first other character or with the text. 0
+/// if there are no digits: a sign or "0x" is none. What is too large is the largest number.
 unsigned int parseHex(std::string_view text, std::size_t position, std::size_t length);
 
-/// The fields of a record. Where the line ends first they are shorter, or 0.
+/// The fields of a record line. Where the line ends first they are shorter, or 0.
 struct Record {
-    unsigned int byteCount;
-    unsigned int address;
-    unsigned int type;
+    unsigned int byteCount, address, type, checksum;
     std::string_view data; ///< of the line: two digits a byte
-    unsigned int checksum;
+    const char* fault; ///< what keeps the line from being a whole record, in words; null: nothing
 };
 Record parseRecord(std::string_view line);
-
-/// What keeps `line` from being a whole record, in words; null if nothing does.
-const char* findRecordFault(std::string_view line);
 
 /// Walks over the record lines of a file: those of more than ten characters. All others are blank
 /// or stray.

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// Fourth argument of semctl. The program has to define it, and to pass it whole:
-/// where unions travel in memory a bare int would be taken for an address.
+/// Fourth argument of semctl. The program has to define it, and to pass it whole: where unions
+/// travel in memory a bare int would be taken for an address.
 union semun {
     int val;
     semid_ds* buf;
@@ -30,8 +30,8 @@ void setValue(int semId, int value)
     semctl(semId, 0, SETVAL, argument);
 }
 
-/// Adds `change` to the semaphore, without waiting. Without SEM_UNDO as well: the
-/// other users of the chip recover a dead holder's lock as this class does.
+/// Adds `change` to the semaphore, without waiting. Without SEM_UNDO as well: the other users of
+/// the chip recover a dead holder's lock as this class does.
 bool tryToChange(int semId, short change)
 {
     sembuf operation{0, change, IPC_NOWAIT};
@@ -70,8 +70,8 @@ PmMutexLock::PmMutexLock(const char* owner) : m_semId(-1), m_owner(owner)
 
 PmMutexLock::~PmMutexLock()
 {
-    // Raised only from 0: a forced taker and a slow holder both give back, and the
-    // value must not grow beyond 1. A failed GETVAL is not 0 either.
+    // Raised only from 0: a forced taker and a slow holder both give back, and the value must not
+    // grow beyond 1. A failed GETVAL is not 0 either.
     if (semctl(m_semId, 0, GETVAL) == TAKEN) {
         tryToChange(m_semId, +1);
     } else {

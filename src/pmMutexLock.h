@@ -1,5 +1,5 @@
-// The lock between the processes that use the power monitor: a System V semaphore
-// that PowerFileHandler takes for each of its operations.
+// The lock between the processes that use the power monitor: a System V semaphore that
+// PowerFileHandler takes for each of its operations.
 #pragma once
 
 #include <sys/ipc.h>
@@ -9,9 +9,9 @@
 /// Key of the semaphore set that all users of the chip share.
 inline constexpr key_t PM_MUTEX_KEY = 0x9F39B;
 
-/// Holds the lock from the end of its construction to its destruction. It never
-/// fails towards its caller: without a semaphore, or when the lock stays taken for
-/// about 20 s, it says so in the log and the caller goes on without the lock.
+/// Holds the lock from the end of its construction to its destruction. It never fails towards its
+/// caller: without a semaphore, or when the lock stays taken for about 20 s, it says so in the log
+/// and the caller goes on without the lock.
 class PmMutexLock {
 public:
     /// Waits for the lock; `owner` names its holder in the log.

@@ -1,5 +1,5 @@
-// The power settings version record: the first data bytes of MFR_DATE, in the chip
-// and in the PM data file. The device object and the handler read it.
+// The power settings version record: the first data bytes of MFR_DATE, in the chip and in the PM
+// data file. The device object and the handler read it.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,7 @@
 // main itself, compiled under another name, with the system calls replaced: all that a run
 // does, from the command line to the exit status.
+#include "PowerFileHandler.h"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -131,24 +133,6 @@ TEST_F(DriverTest, AnUpgradeWritesStoresAndConfirms)
     EXPECT_EQ(stored + DIFFERENT + SAVE_FAILED, run("-u", ENTRIES, OTHER));
 }
 
-TEST_F(DriverTest, AFailedWriteOrStoreEndsAnUpgrade)
-{
-    std::deque<int> upToPage = {1000, 0, 0, 0, 0, 0, 0, 2, 42, 0, 0, 0, 0, 42, 0, 0, 0, 0, 0, 0, 0, 42, 0, 0, 0};
-    fakeSystem.results = upToPage;
-    fakeSystem.results.insert(fakeSystem.results.end(), {-EIO, -EIO, -EIO});
-    const std::string failed = attempts(WRITE_DELAY, "Write command 60 on page 1 failed, Input/output error");
-    EXPECT_EQ(LOADED + NEW_ENOUGH + DIFFERENT + LOCK + PAGE + failed + WRITE_DATE + WRITE_RESULT + "failed\n" + UNLOCK
-                  + "ERROR main: Write power file to RAM failed\n" + FAILURE,
-              run("-u", ENTRIES, OTHER));
-
-    fakeSystem.results = upToPage;
-    fakeSystem.results.insert(fakeSystem.results.end(), {0, 0, 0, 0, 42, 0, 0, -EIO, -EIO, -EIO});
-    EXPECT_EQ(LOADED + NEW_ENOUGH + DIFFERENT + WRITTEN + "sleep 2\n" + LOCK
-                  + attempts(STORE, "Write command 11 on page 0 failed") + STORE_RESULT + "failed\n" + UNLOCK
-                  + SAVE_FAILED,
-              run("-u", ENTRIES, OTHER));
-}
-
 TEST_F(DriverTest, AFileWithoutKnownCommandsIsStoredButNeverEqual)
 {
     const std::string unknown = "ERROR create: Command 04 not found\nERROR loadCommands: Unknown command: 04\n";
@@ -170,29 +154,34 @@ std::string released(const std::string& operation)
     return UNLOCK + "DEBUG ~PmMutexLock: Semaphore released by PowerFileHandler::" + operation + "\n";
 }
 
-TEST_F(DriverTest, ActionsAmongTheEntriesAreNeitherComparedNorWritten)
+TEST_F(DriverTest, WhatIsComparedAndWhatIsWritten)
 {
     const std::string begin = START + "DEBUG setHwState: State changed from 0 to 1\n" + acquired("PowerFileHandler")
                               + released("PowerFileHandler") + "access 0\n";
     const std::string end = "DEBUG clear: \nDEBUG clear: \n" + SUCCESS;
     const std::string entries = "02D13412"
-                                "01000D"
+                                "010001"
                                 "0003"
                                 "0011"
                                 "0012"
-                                "02510102";
-    const std::string compared = "DEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command ";
-    EXPECT_EQ(begin + acquired("compare") + INSTALLED + "> New version is v0.0\n"
-                  + "DEBUG compare: Read command d1 (try 2 times)\nsmbus 1000 read size 3: d1\n" + compared
-                  + "d1 equal\nsmbus 1000 write size 2: 00 0d\nDEBUG compare: Write page 13\n"
-                  + "DEBUG compare: Read command 51 (try 2 times)\nsmbus 1000 read size 3: 51\n" + compared
-                  + "51 equal\n" + IS_EQUAL + released("compare") + end,
-              run("-E", entries, {0x34, 0x12, 1, 2}, 7));
-    const std::string written = run("-r", entries, {}, 7);
+                                "02EA0100"
+                                "02600102";
+    const auto equal = [](const std::string& code) {
+        return "DEBUG compare: Read command " + code + " (try 2 times)\nsmbus 1000 read size 3: " + code
+               + "\nDEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command " + code + " equal\n";
+    };
+    // Of all models, 57 does not give MFR_CHANNEL_NOMINAL back. It takes it, too.
+    for (const auto& [model, nominal] : {std::pair<int, std::string>{0x57, ""}, {0x56, equal("ea")}}) {
+        const Bytes read = model == 0x57 ? Bytes{0x34, 0x12, 1, 2} : Bytes{0x34, 0x12, 1, 0, 1, 2};
+        EXPECT_EQ(begin + acquired("compare") + INSTALLED + "> New version is v0.0\n" + equal("d1") + PAGE
+                      + "DEBUG compare: Write page 1\n" + nominal + equal("60") + IS_EQUAL + released("compare") + end,
+                  run("-E", entries, read, 7, static_cast<std::uint8_t>(model)));
+    }
+    const std::string written = run("-r", entries, {}, 7, 0x57);
     const std::string debug = "DEBUG1 writeCommands: Write ";
     EXPECT_EQ(acquired("writeCommands") + debug + "d1 to page 0\nsmbus 1000 write size 3: d1 1234\n" + debug
-                  + "00 to page 13\nsmbus 1000 write size 2: 00 0d\n" + debug
-                  + "51 to page 13\nsmbus 1000 write size 3: 51 0201\n" + WRITE_RESULT + "success\n"
+                  + "00 to page 1\n" + PAGE + debug + "ea to page 1\nsmbus 1000 write size 3: ea 0001\n" + debug
+                  + "60 to page 1\nsmbus 1000 write size 3: 60 0201\n" + WRITE_RESULT + "success\n"
                   + released("writeCommands") + end,
               written.substr(std::min(written.rfind(LOCK), written.size())));
     EXPECT_NE(std::string::npos, run("-e", entries, {}, 7).find(acquired("save") + STORE));
@@ -215,21 +204,6 @@ TEST_F(DriverTest, CompareToleratesAFailedPageAndOneFailedRead)
     EXPECT_NE(std::string::npos, text.find(expected)) << text;
 }
 
-TEST_F(DriverTest, OneModelDoesNotReadTwoRegistersBack)
-{
-    const std::string entries = "02E00000"
-                                "010001"
-                                "02EA0100"
-                                "02600000";
-    for (const auto& [model, comparable] : {std::pair{0x57, false}, {0x56, true}, {0, true}}) {
-        const std::string text = run("-E", entries, {0, 0, 1, 0}, 6, static_cast<std::uint8_t>(model));
-        EXPECT_EQ(comparable, text.find("read size 3: e0") != std::string::npos) << model;
-        EXPECT_EQ(comparable, text.find("read size 3: ea") != std::string::npos) << model;
-        EXPECT_NE(std::string::npos, text.find("read size 3: 60")) << model;
-    }
-    EXPECT_NE(std::string::npos, run("-r", entries, {}, 6, 0x57).find("ea 0001")) << "but takes them";
-}
-
 TEST_F(DriverTest, AFileThatIsMissingOrBrokenIsNotUsed)
 {
     setTraceLevel(6);
@@ -241,6 +215,54 @@ TEST_F(DriverTest, AFileThatIsMissingOrBrokenIsNotUsed)
         + "' is not a valid PM data file: the entry at byte 0 in line 1 (command 25) has 1 data bytes of 2";
     EXPECT_EQ(LOADED + "! *** " + broken + " ***\nERROR main: " + broken + "\n" + FAILURE, run("-r", "01252B"));
     EXPECT_EQ(std::string::npos, runMain({"-r"}).find("open /dev")) << "nor the chip, with a bad command line";
+}
+
+// What of the handler no run of main shows.
+TEST_F(DriverTest, TheHandlersLists)
+{
+    fakeSystem.bus = {0x4D, 0x57};
+    PowerFileHandler handler;
+    setTraceLevel(4);
+    transcript();
+    const std::string differ = "WARNING compare: Target commands and file commands sizes are different or 0\n";
+    handler.getFileCommands() = {nullptr, new Page};
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(LOCK + differ + UNLOCK + "false\n", recordResult([&handler] { return handler.compare(); }));
+        handler.getFileCommands().swap(handler.getTargetCommands());
+    }
+    handler.clear(handler.getFileCommands());
+    EXPECT_TRUE(handler.getFileCommands().empty());
+    // A page is taken from every command of that code and size.
+    handler.getFileCommands() = {new ByteCommand(0, 3, 3, 3), new VoutMarginHigh};
+    handler.getFileCommands()[0]->setData(reinterpret_cast<const std::uint8_t*>("\x0d"));
+    EXPECT_EQ(LOCK + "smbus 1000 write size 2: 00 0d\nERROR write: Write command 25 on page 13 not allowed\n" + UNLOCK
+                  + "false\n",
+              recordResult([&handler] { return handler.writeCommands(); }));
+    for (unsigned int code = 0; code <= 0xFF; ++code) {
+        const ByteCommand command(static_cast<std::uint8_t>(code), 0, 0, 0);
+        EXPECT_EQ(code == 0x03 || code == 0x11 || code == 0x12, handler.isSkippedCommand(&command)) << code;
+        EXPECT_EQ(code != 0xE0 && code != 0xEA, handler.isComparable(&command)) << code;
+    }
+}
+
+TEST_F(DriverTest, TheHandlerComparesFileVersions)
+{
+    const struct {
+        std::uint8_t record[8];
+        std::string version;
+    } cases[] = {{{1, 2}, ""}, {{0, 2}, "2.0"}, {{2, 2}, "2.2"}, {{1, 3}, "3.1"}, {{1, 1}, "1.1"}};
+    fakeSystem.bus = {0x4D, 0x5A, '0', '0', 1, 2};
+    PowerFileHandler handler;
+    transcript();
+    for (const auto& [bytes, version] : cases) {
+        MfrDate mfrDate;
+        mfrDate.setData(bytes);
+        handler.setFileMfrDate(mfrDate);
+        const std::string text = version.empty() ? "INFO comparePowerFileVersions: Versions equal: version 2.1\ntrue\n"
+                                                 : "WARNING comparePowerFileVersions: Versions differ : file version "
+                                                       + version + " <-> Target version 2.1\nfalse\n";
+        EXPECT_EQ(text, recordResult([&handler] { return handler.comparePowerFileVersions(); }));
+    }
 }
 
 TEST_F(DriverTest, WithoutATraceObjectMainMakesOneForInfos)

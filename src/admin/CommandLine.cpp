@@ -48,8 +48,8 @@ bool CommandLine::parse(int argc, char* const argv[])
     return true;
 }
 
-// Sets the action, of the last option that selects one, and whether it requires a PM
-// data file. False if an option is unknown; those behind it count all the same.
+// Sets the action, of the last option that selects one, and whether it requires a PM data file.
+// False if an option is unknown; those behind it count all the same.
 bool CommandLine::parseOptions(int argc, char* const argv[], bool& fileRequired)
 {
     bool known = true;
@@ -74,8 +74,8 @@ bool CommandLine::parseOptions(int argc, char* const argv[], bool& fileRequired)
             fileRequired = true;
             break;
         case 'v':
-            // With exactly one argument behind it, whatever that is: a version
-            // check against a file.
+            // With exactly one argument behind it, whatever that is: a version check against a
+            // file.
             fileRequired = (argc == optind + 1);
             m_action = fileRequired ? Action::Compare : Action::PrintVersion;
             break;

@@ -1,5 +1,5 @@
-// The command line of the tool: one action and, where it needs one, the path of
-// the PM data file. main reads the result.
+// The command line of the tool: one action and, where it needs one, the path of the PM data file.
+// main reads the result.
 #pragma once
 
 #include <string>
@@ -17,8 +17,8 @@ enum class Action {
     FileVersionCheck, ///< no option selects it
 };
 
-/// Parses the arguments once, when built. An unacceptable command line is told to
-/// the operator, usage included, and leaves the object invalid.
+/// Parses the arguments once, when built. An unacceptable command line is told to the operator,
+/// usage included, and leaves the object invalid.
 class CommandLine {
 public:
     CommandLine(int argc, char* const argv[]);

@@ -1,5 +1,5 @@
-// The power monitor together with a PM data file: the checks and the transfers
-// between the two. main builds one for a run and calls the operations of its action.
+// The power monitor together with a PM data file: the checks and the transfers between the two.
+// main builds one for a run and calls the operations of its action.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,13 @@
 
 class PowerFileHandler : public Max34460 {
 public:
-    /// Opens and identifies the chip, then waits once until nobody else holds the
-    /// lock, which also frees a stale one.
+    /// Opens and identifies the chip, then waits once until nobody else holds the lock, which also
+    /// frees a stale one.
     PowerFileHandler();
     ~PowerFileHandler() override;
 
-    /// The commands of the file, in file order. Both lists are to be filled from the
-    /// same file with objects of their own, which the handler then owns.
+    /// The commands of the file, in file order. Both lists are to be filled from the same file with
+    /// objects of their own, which the handler then owns.
     std::vector<Command*>& getFileCommands() { return m_fileCommands; }
     /// The commands into which the chip's values are read.
     std::vector<Command*>& getTargetCommands() { return m_targetCommands; }
@@ -38,19 +38,17 @@ public:
     /// Whether the file's version is the installed one.
     bool comparePowerFileVersions();
 
-    /// Reads the registers of the file from the chip, each up to twice, and compares
-    /// them; passes over actions and what isn't comparable. Stops at the first that
-    /// differs or can't be read. True if all are equal, false also if the lists are
-    /// empty.
+    /// Reads the registers of the file from the chip, each up to twice, and compares them; passes
+    /// over actions and what isn't comparable. Stops at the first that differs or can't be read.
+    /// True if all are equal, false also if the lists are empty.
     bool compare();
 
-    /// Writes the commands of the file, actions excepted, to the chip's working
-    /// registers. True if all writes succeeded; a failed one does not keep the others
-    /// from being made.
+    /// Writes the commands of the file, actions excepted, to the chip's working registers. True if
+    /// all writes succeeded; a failed one does not keep the others from being made.
     bool writeCommands();
 
-    /// Makes the chip store its working registers in its flash. False if it does not
-    /// accept the command.
+    /// Makes the chip store its working registers in its flash. False if it does not accept the
+    /// command.
     bool save();
 
     /// Whether the command makes the chip act and is thus no setting.

@@ -39,17 +39,17 @@ std::string PowerFileParser::parseFile(const std::string& fileName)
     m_hexData.reserve(text.size());
     m_error.clear();
 
-    std::string line;
     for (pmDataFile::RecordLines lines(text); lines.next();) {
-        line = lines.line();
+        const std::string line(lines.line());
         LOG(DEBUG3, "%s", line.c_str());
         m_hexData += parseLine(line);
-        if (const char* fault = pmDataFile::findRecordFault(line)) {
-            noteFault("line " + std::to_string(lines.number()) + " " + fault);
+        const char* const fault = pmDataFile::parseRecord(line).fault;
+        if (fault != nullptr && m_error.empty()) {
+            m_error = "line " + std::to_string(lines.number()) + " " + fault;
         }
     }
-    if (readFault != nullptr) {
-        noteFault(readFault);
+    if (readFault != nullptr && m_error.empty()) {
+        m_error = readFault;
     }
     checkEntries(text);
     return m_hexData;
@@ -91,23 +91,16 @@ MfrDate PowerFileParser::loadCommands(std::vector<Command*>& list) const
     return fileMfrDate;
 }
 
-// Notes the first entry that is not whole, or too short for its command.
+// Notes the first entry that is not whole, or too short for its command, unless there is a fault
+// before.
 void PowerFileParser::checkEntries(const std::string& text)
 {
     for (pmDataFile::Entries entries(m_hexData); m_error.empty() && entries.next();) {
         const std::string fault = entries.findFault();
         if (!fault.empty()) {
             const unsigned int line = pmDataFile::findLine(text, entries.offset());
-            noteFault("the entry at byte " + std::to_string(entries.offset()) + " in line "
-                      + std::to_string(line) + " " + fault);
+            m_error = "the entry at byte " + std::to_string(entries.offset()) + " in line "
+                      + std::to_string(line) + " " + fault;
         }
-    }
-}
-
-// The first fault is the one that counts.
-void PowerFileParser::noteFault(const std::string& fault)
-{
-    if (m_error.empty()) {
-        m_error = fault;
     }
 }

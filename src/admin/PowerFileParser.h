@@ -1,5 +1,5 @@
-// Reads a PM data file: Intel HEX records whose data is a sequence of PMBus
-// commands. main fills the handler's command lists with it.
+// Reads a PM data file: Intel HEX records whose data is a sequence of PMBus commands. main fills
+// the handler's command lists with it.
 #pragma once
 
 #include <string>
@@ -23,9 +23,8 @@ public:
     unsigned int parseHex(const std::string& text, unsigned int position,
                           unsigned int length) const;
 
-    /// Appends a new command for each entry of the file whose code is known; they
-    /// belong to the owner of `list`. Returns the file's version record, all zero
-    /// if it has none.
+    /// Appends a new command for each entry of the file whose code is known; they belong to the
+    /// owner of `list`. Returns the file's version record, all zero if it has none.
     MfrDate loadCommands(std::vector<Command*>& list) const;
 
     /// The first fault of the last file, with its place; empty if the file is well formed.
@@ -36,7 +35,6 @@ protected:
 
 private:
     void checkEntries(const std::string& text);
-    void noteFault(const std::string& fault);
 
     std::string m_error;
 };

@@ -1,6 +1,5 @@
-// The entry of the tool: parses the command line, brings chip and PM data file
-// together, runs the one action that the options select, and reports its result as
-// the exit status.
+// The entry of the tool: parses the command line, brings chip and PM data file together, runs the
+// one action that the options select, and reports its result as the exit status.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -20,13 +19,13 @@ namespace {
 constexpr char TRACE_IDENTITY[] = "corvane";
 constexpr int TRACE_LEVEL = 6; // errors, warnings and infos
 
-/// The pause between writing the working registers and storing them in flash, for
-/// the supplies to settle on what was written.
+/// The pause between writing the working registers and storing them in flash, for the supplies to
+/// settle on what was written.
 constexpr unsigned int SETTLE_TIME_S = 2;
 
-/// Opens standard streams that the caller closed, on /dev/null. The bus would get the
-/// lowest free descriptor, and what is printed would be written to the chip. False if
-/// that can't be kept from happening.
+/// Opens standard streams that the caller closed, on /dev/null. The bus would get the lowest free
+/// descriptor, and what is printed would be written to the chip. False if that can't be kept from
+/// happening.
 bool openStandardStreams()
 {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
@@ -40,8 +39,8 @@ bool openStandardStreams()
 
 // The functions from here on are steps of main and log in its name.
 
-/// Fills the handler's lists and version record from the file. False, with a
-/// message, if the file does not exist or is broken.
+/// Fills the handler's lists and version record from the file. False, with a message, if the file
+/// does not exist or is broken.
 bool loadFile(const std::string& fileName, PowerFileParser& parser, PowerFileHandler& handler)
 {
     if (access(fileName.c_str(), F_OK) != 0) {
@@ -63,8 +62,8 @@ bool loadFile(const std::string& fileName, PowerFileParser& parser, PowerFileHan
     return true;
 }
 
-/// The whole way of a file into the chip. False if a step fails, and if the chip
-/// already holds the file: then nothing is written.
+/// The whole way of a file into the chip. False if a step fails, and if the chip already holds the
+/// file: then nothing is written.
 bool upgrade(PowerFileHandler& handler)
 {
     if (!handler.compareHwVersions() || handler.compare()) {
@@ -122,8 +121,8 @@ int main(int argc, char* argv[])
     if (g_traceObject == nullptr) {
         g_traceObject = new TraceObject(TRACE_IDENTITY, TRACE_LEVEL);
     }
-    // Line by line, also into a pipe: what an operation prints is out before it gives
-    // the lock back, and a run that is killed has said how far it came.
+    // Line by line, also into a pipe: what an operation prints is out before it gives the lock
+    // back, and a run that is killed has said how far it came.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
     const CommandLine commandLine(argc, argv);
