@@ -21,6 +21,7 @@ from statistics import median
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/bench"
 PEERS = ROOT / "bench/peers"
+LIBRARIES = BUILD / "lib/pmadmin"
 PMADMIN, BENCHMARKS = BUILD / "src/pmadmin", BUILD / "bench/benchmarks"
 EXAMPLE, SMALL_EXAMPLE = ROOT / "examples/board-a.hex", ROOT / "examples/small.hex"
 HW_VERSION_FILE = BUILD / "board-hw-version"  # compiled into the build's libboardutils.so
@@ -56,9 +57,9 @@ def goal(text, figure, met, reason="see below"):
 
 def environment(command, bus=True):
     """Preloads the instant bus, and into the build's programs the board's libraries."""
-    libraries = [BUILD / "bench/libinstantbus.so"] if bus else []
+    libraries = [LIBRARIES / "libinstantbus.so"] if bus else []
     if Path(command[0]).is_relative_to(BUILD):
-        libraries += [BUILD / "platform/libtrace.so", BUILD / "platform/libboardutils.so"]
+        libraries += [LIBRARIES / "libtrace.so", LIBRARIES / "libboardutils.so"]
     return {"PATH": PATH, "LC_ALL": "C", "INSTANT_BUS_BOARD": str(BOARD),
             "BOARD_HW_VERSION_FILE": str(HW_VERSION_FILE),
             "LD_PRELOAD": ":".join(map(str, libraries))}

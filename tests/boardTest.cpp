@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <sstream>
 #include <tuple>
 #include <vector>
@@ -35,7 +36,7 @@ std::string carryOut(Session& session, const std::string& transfer)
         }
     }
     i2c_rdwr_ioctl_data request{messages, messages[1].len > 0 ? 2U : 1U};
-    int address = 0;
+    unsigned address = 0;
     if (deviceRequest(session, I2C_RDWR, &request, address) < 0) {
         return strerrorname_np(errno);
     }
@@ -53,6 +54,7 @@ protected:
         std::strcpy(m_session.board, path("board").c_str());
         std::strcpy(m_session.busLog, path("bus").c_str());
     }
+    ~BoardTest() override { std::filesystem::remove_all(m_session.folder); }
 
     /// Carries out steps, separated by "; ": transfers, fault rules, or "cml", which answers STATUS_CML
     /// and clears it. The answer of each stands behind " = ".
@@ -64,7 +66,7 @@ protected:
             const std::size_t sign = step.find(" = ");
             std::string answer;
             if (step.rfind("fault ", 0) == 0) {
-                EXPECT_TRUE(parseFault(step.substr(6), m_session.faults[m_session.faultCount++])) << step;
+                EXPECT_TRUE(parseFault(step.substr(6), m_session.faults[m_session.faultCount++], m_error)) << m_error;
             } else if (step.rfind("cml ", 0) == 0) {
                 answer = carryOut(m_session, "7E r1");
                 EXPECT_EQ(answer == "00" ? "0000" : "0200", carryOut(m_session, "79 r2"));
@@ -77,7 +79,8 @@ protected:
         }
     }
 
-    Session m_session;
+    std::string m_error;
+    Session& m_session = *shareSession(Session(), m_error);
 };
 
 // Each line begins with factory settings and page 0, an indented one continues.
@@ -181,19 +184,23 @@ TEST_F(BoardTest, TheLauncher)
         rulesEnough += "--fault busy ";
     }
     const std::string number = " needs a number from -2147483648 to 2147483647, not ";
-    std::vector<std::tuple<std::string, std::string, int, std::string>> cases = {
+    const std::string launcher = EMULATOR " " VIRTUAL_BOARD " --board board ";
+    const std::string libraries = std::filesystem::path(VIRTUAL_BOARD "/../../lib/pmadmin").lexically_normal();
+    const std::tuple<std::string, std::string, int, std::string> cases[] = {
         {"--bord x", "true", 2, "wrong option '--bord' (see --help)"},
         {"-x", "true", 2, "wrong option '-x' (see --help)"},
         {"--pid=3", "true", 2, "wrong option '--pid=3' (see --help)"},
         {"--board ''", "true", 2, "a file needs a name"},
+        {"--log " + std::string(5000, 'x'), "true", 2,
+         "this file name is too long: " + path("") + std::string(5000, 'x')},
         {"--board /no/b", "true", 2, "cannot make the board /no/b: No such file or directory"},
         {"--log /no/log", "true", 2, "cannot write /no/log: No such file or directory"},
         {"--hw-version 3x", "true", 2, "--hw-version" + number + "'3x'"},
         {"--trace-level ''", "true", 2, "--trace-level" + number + "''"},
         {"--model 256", "true", 2, "--model needs a number from 0 to 255, not '256'"},
         {"--time-scale -1", "true", 2, "--time-scale needs a decimal number from 0 on, not '-1'"},
-        {rulesEnough, "true", 0, ""},
         {rulesEnough + "--fault busy", "true", 2, "more than 64 rules of --fault"},
+        {"--fault keep=42@3", "true", 0, "the fault 'keep=42@3' never struck"},
         {"--help", "", 0, ""},
         {"--version", "", 0, ""},
         {"", "", 2, "no command to run (see --help)"},
@@ -201,20 +208,16 @@ TEST_F(BoardTest, TheLauncher)
         {"", "./board", 126, "cannot run './board': Permission denied"},
         {"", "sh -c 'exit 3'", 3, ""},
         {"", "sh -c 'kill -9 $$'", 128 + 9, ""},
-        {"", "env --ignore-signal=CHLD " EMULATOR " " VIRTUAL_BOARD " sh -c 'exit 4'", 4, ""},
-        {"",
-         "sh -c 'mkdir a:b; cp " VIRTUAL_BOARD " a:b; : >a:b/libvirtualboard.so; " EMULATOR " a:b/virtual-board true'",
-         2, "cannot preload " + path("a:b/libvirtualboard.so") + ": its name has a space or a colon"},
+        {"", "env --ignore-signal=CHLD " + launcher + "sh -c 'exit 4'", 4, ""},
+        {"", "env TMPDIR=/no " + launcher + "true", 2, "cannot share the session in /no: No such file or directory"},
+        {"", "env VIRTUAL_BOARD_SESSION=/no $PMADMIN -a", 1, "cannot use the session /no: No such file or directory"},
+        {"--bus-log /dev/full", "$PMADMIN -a", 0, "cannot write /dev/full: No space left on device"},
+        // What can't be saved was not done.
+        {"", "sh -c 'trap \"\" XFSZ; ulimit -f 0; $PMADMIN -r $EXAMPLES/small.hex'", 1, ""},
         // A signal that is to end the launcher reaches the command.
         {"", "sh -c 'trap \"exit 5\" TERM; kill $PPID; for i in $(seq 300000); do :; done'", 5, ""},
+        {"", "sh -c 'trap \"exit 6\" HUP; kill -HUP $PPID; for i in $(seq 300000); do :; done'", 6, ""},
     };
-    std::istringstream rules("nack 1 1: 1:nak 1:nack*2 0:nack 5-3:nack 1*0:nack /0:nack x:nack "
-                             "code=:nack code=1FF:nack code=0x42:nack code=42@256:nack stuck=42 "
-                             "stuck=42:0=1 stuck=42:1 keep= keep=42x busyx absent=1 open= "
-                             "open=ENOTHING open=EINTR*x silent-after=-1 store-silent=0 -1:nack");
-    for (std::string rule; rules >> rule;) {
-        cases.push_back({"--fault " + rule, "true", 2, "--fault doesn't know the rule '" + rule + "' (see --help)"});
-    }
     for (const auto& [options, command, status, reason] : cases) {
         const Outcome outcome = run(command, options);
         EXPECT_EQ(status, outcome.status) << options << command;
@@ -222,6 +225,80 @@ TEST_F(BoardTest, TheLauncher)
     }
     EXPECT_EQ(0, run("", "--version").output.find("virtual-board 1."));
     EXPECT_EQ(0, run("", "--help").output.find("Usage: virtual-board [OPTIONS]"));
+    const std::string inner = "TMPDIR=tmp LD_PRELOAD=$LD_PRELOAD:libc.so.6 LD_LIBRARY_PATH=/no " + launcher;
+    EXPECT_EQ(0U, run("sh -c 'mkdir tmp; " + inner + "printenv LD_PRELOAD LD_LIBRARY_PATH VIRTUAL_BOARD_SESSION'")
+                      .output.find(libraries + "/libvirtualboard.so:libc.so.6\n" + libraries + ":/no\n" + path("tmp")));
+    EXPECT_NE("", run("sh -c 'cd /; $PMADMIN -a'").log) << "a relative log stays where it is";
+}
+
+// Rules of --fault, and what should stand where they are wrong.
+const char* const WRONG_RULES[][2] = {
+    {"nack", "a kind of fault, or a transfer's number, at 'nack'"},
+    {"1", "':' at its end"},
+    {"1:nak", "nack, arbitration, timeout, eintr, kill-before or kill-after at 'nak'"},
+    {"0:nack", "a kind of fault, or a transfer's number, at '0:nack'"},
+    {"5-3:nack", "a transfer not before the first at '3:nack'"},
+    {"1*0:nack", "how many times at '0:nack'"},
+    {"/0:nack", "a number from 1 on at '0:nack'"},
+    {"code=1FF:nack", "a command code, two hexadecimal digits, at '1FF:nack'"},
+    {"code=0x42:nack", "a command code, two hexadecimal digits, at '0x42:nack'"},
+    {"code=42@256:nack", "a page, 0 to 255, at '256:nack'"},
+    {"stuck=42:0=1", "a mask, hexadecimal, at '0=1'"},
+    {"stuck=42:1", "'=' at its end"},
+    {"stuck=42:1=-1", "a value, hexadecimal, at '-1'"},
+    {"keep=42x", "its end at 'x'"},
+    {"open=ENOTHING*2", "an errno, such as EACCES, at 'ENOTHING*2'"},
+    {"open=EINTR*x", "how many times at 'x'"},
+    {"silent-after=-1", "a transfer's number at '-1'"},
+    {"store-silent=0", "milliseconds from 1 on at '0'"},
+};
+
+TEST_F(BoardTest, AWrongRuleIsToldWithThePartThatIsWrong)
+{
+    for (const auto& [rule, expected] : WRONG_RULES) {
+        Fault fault;
+        EXPECT_FALSE(parseFault(rule, fault, m_error));
+        EXPECT_EQ(std::string("expected ") + expected, m_error) << rule;
+    }
+    const Outcome outcome = run("true", "--fault 1:nak");
+    EXPECT_EQ("2virtual-board: --fault '1:nak': expected " + std::string(WRONG_RULES[2][1]) + " (see --help)\n",
+              std::to_string(outcome.status) + outcome.errors);
+}
+
+// In a folder with a space the loader finds the libraries by a link.
+TEST_F(BoardTest, InAnyFolder)
+{
+    run("sh -c 'mkdir -p \"a b/bin\" \"c d\"; cp " VIRTUAL_BOARD " \"a b/bin\"; "
+        "cp -rL $(dirname " VIRTUAL_BOARD ")/../lib \"a b\"'");
+    const std::string tool = EMULATOR " \"a b/bin/virtual-board\" --board board $PMADMIN -a'";
+    EXPECT_EQ(0, run("sh -c '" + tool).status);
+    EXPECT_EQ(0U, run("sh -c 'TMPDIR=\"c d\" " + tool)
+                      .errors.find("virtual-board: cannot load from " + path("a b/lib/pmadmin") + ", nor through "
+                                   + path("c d/virtual-board.")));
+}
+
+TEST_F(BoardTest, AProgramOnTheBus)
+{
+    const char* const cases[][3] = {
+        {"copies", "4d 4d 4d ffffffff ", ""},
+        {"spellings", "1 1 1 0 0 1 0 1 ", ""},
+        {"requests", "0 0 -1 ", ""},
+        {"handler", "200 ", ""},
+        {"cancel", "4d ", ""},
+        {"print", "", "4d\nvirtual-board: the bus got 8 bytes without a request: 2A 2A 2A 20 46 69 6C 65\n"},
+    };
+    for (const auto& [story, output, errors] : cases) {
+        const Outcome outcome = run(std::string(EMULATOR " " BUS_USER " ") + story);
+        EXPECT_EQ(output, outcome.output) << story;
+        EXPECT_EQ(errors, outcome.errors) << story;
+        EXPECT_EQ(0, outcome.status) << story;
+        EXPECT_EQ(errors[0] != '\0', outcome.bus.find("! 8 bytes without") != std::string::npos);
+    }
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    EXPECT_LT(STDERR_FILENO, FileLock(path("board").c_str()).fd()) << "what is printed must not reach it";
+    dup2(input, STDIN_FILENO);
+    close(input);
 }
 
 TEST_F(BoardTest, TheFile)
@@ -247,9 +324,9 @@ TEST_F(BoardTest, TheFile)
     }
 
     tell("01 80; 00 01; 42 11 11; D7 00 00; 11; 42 22 22; 05 = EREMOTEIO");
-    EXPECT_EQ(0, run("true", "--board second --model 0x57 --hw-version 7").status);
+    EXPECT_EQ(0, run("", "--board second --model 0x57 --hw-version 7").status);
     EXPECT_EQ(0, run("true", "--power-cycle --hw-version none").status);
-    EXPECT_EQ(0, run("true", "--board second --power-cycle").status);
+    EXPECT_EQ(0, run("", "--board second --power-cycle").status);
     tell("00 r1 = 00; 01 r1 = 00; 7E r1 = 00; 00 01; 42 r2 = 1111; D7 r2 = 6F13");
     BoardAccess first(path("board").c_str());
     BoardAccess second(path("second").c_str());
@@ -264,16 +341,11 @@ TEST_F(BoardTest, TheFile)
 
 TEST_F(BoardTest, SeveralProcessesAtOnce)
 {
-    std::string file;
-    std::string error;
-    Session* const shared = shareSession(m_session, file, error);
-    ASSERT_NE(nullptr, shared) << error;
-    unlink(file.c_str());
     for (const char* block : {"9D 1 1 1 1 1 1 1 1", "9D 2 2 2 2 2 2 2 2", "9D 3 3 3 3 3 3 3 3"}) {
         if (fork() == 0) {
             for (int i = 0; i < 100; ++i) {
-                carryOut(*shared, block);
-                carryOut(*shared, "9D r8");
+                carryOut(m_session, block);
+                carryOut(m_session, "9D r8");
             }
             _exit(0);
         }
@@ -289,7 +361,7 @@ TEST_F(BoardTest, SeveralProcessesAtOnce)
         written = data;
     }
     EXPECT_EQ(600, whole);
-    EXPECT_EQ(600U, shared->transfers);
+    EXPECT_EQ(600U, m_session.transfers);
 }
 
 } // namespace

@@ -56,16 +56,23 @@ TEST_F(RunTest, TheLargeExampleSurvivesAPowerCycleOnceItIsStored)
     EXPECT_EQ(0, run(compare, "--power-cycle").status);
 }
 
-TEST_F(RunTest, ALockThatIsNeverGivenBackIsTakenOver)
+// What is closed becomes no bus, and a reader that has gone ends no run.
+TEST_F(RunTest, WithoutStreamsOrReaders)
 {
-    EXPECT_EQ("", run("$PMADMIN -a", "--trace-level 4").log);
-    setLockValue(0);
-    const Outcome outcome = run("$PMADMIN -a", "--trace-level 4");
-    EXPECT_EQ(0, outcome.status);
-    EXPECT_EQ("err: [ERROR] pmMutexLock.cpp (PmMutexLock) - "
-              "Semaphore locked a long time - continue without the lock\n",
-              outcome.log);
-    EXPECT_EQ(1, lockValue());
+    const std::string upgrade = "$PMADMIN -u $EXAMPLES/small.hex";
+    const auto start = memory();
+    const std::string bus = run(upgrade).bus;
+    for (const char* streams : {">&-", "2>&-", "<&-", "<&- >&- 2>&-", ">&4"}) {
+        setMemory(start);
+        const Outcome outcome = run("sh -c 'mkfifo p; exec 3<>p 4>p 3>&-; $PMADMIN -v " + std::string(streams)
+                                    + "; rm p; " + upgrade + " " + streams + "'");
+        EXPECT_EQ(0, outcome.status) << streams;
+        EXPECT_EQ(bus, outcome.bus.substr(outcome.bus.size() - bus.size())) << streams;
+        EXPECT_EQ("", outcome.errors) << streams;
+        EXPECT_EQ(1, lockValue()) << streams;
+    }
+    EXPECT_EQ("S 74w 9D Sr 74r 00 01 01 00 00 00 00 00 P\n",
+              run("sh -c '$PMADMIN -m no.hex 2>&-'").bus.substr(bus.find("S 74w 9D")));
 }
 
 TEST_F(RunTest, TheExamplesAreWhatTheirListsGive)

@@ -1,7 +1,6 @@
 #include "board.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -65,8 +64,8 @@ BoardState makeFactoryState()
     return state;
 }
 
-// Writes a new board to the temporary file and gives it its name, if that is
-// still free: of several processes one makes the board, all find it whole.
+// Writes a new board to the temporary file and gives it its name, if that is still free: of several
+// processes one makes the board, all find it whole.
 bool publish(int fd, const std::string& temporary, const std::string& path)
 {
     BoardState state = makeFactoryState();
@@ -96,34 +95,21 @@ bool createBoard(const std::string& path, std::string& error)
     return made;
 }
 
-BoardAccess::BoardAccess(const char* path) : m_path(path)
+BoardAccess::BoardAccess(const char* path) : m_lock(path), m_path(path)
 {
-    m_fd = open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    int locked = -1;
-    while (m_fd >= 0 && (locked = flock(m_fd, LOCK_EX)) != 0 && errno == EINTR) {
-    }
-    if (locked != 0) {
-        m_error = "cannot use the board " + m_path + ": " + std::strerror(errno);
+    if (m_lock.error() != 0) {
+        m_error = "cannot use the board " + m_path + ": " + std::strerror(m_lock.error());
         return;
     }
     load();
-}
-
-BoardAccess::~BoardAccess()
-{
-    if (m_fd >= 0) {
-        // Said aloud, for a child forked meanwhile may hold the descriptor too.
-        flock(m_fd, LOCK_UN);
-        close(m_fd);
-    }
 }
 
 void BoardAccess::load()
 {
     struct stat status = {};
     ssize_t count = -1;
-    if (fstat(m_fd, &status) == 0 && S_ISREG(status.st_mode)) {
-        count = pread(m_fd, &m_state, sizeof m_state, 0);
+    if (fstat(m_lock.fd(), &status) == 0 && S_ISREG(status.st_mode)) {
+        count = pread(m_lock.fd(), &m_state, sizeof m_state, 0);
     }
     if (count != ssize_t{sizeof m_state} || status.st_size != count || m_state.magic != MAGIC) {
         m_error = m_path + " is not a virtual board's memory";
@@ -164,7 +150,7 @@ bool BoardAccess::save()
     if (std::memcmp(&m_state, &m_saved, sizeof m_state) == 0) {
         return true;
     }
-    if (!writeState(m_fd, m_state)) {
+    if (!writeState(m_lock.fd(), m_state)) {
         m_error = "cannot save the board " + m_path + ": " + std::strerror(errno);
         return false;
     }

@@ -1,6 +1,5 @@
-// The board's memory file: made with factory settings on first use, locked and
-// loaded for one transfer, written back whole. Used by the bus, the launcher
-// and tests that look into a board.
+// The board's memory file: made with factory settings on first use, locked and loaded for one
+// transfer, written back whole. Used by the bus, the launcher and tests that look into a board.
 #pragma once
 
 #include <sys/types.h>
@@ -10,12 +9,12 @@
 #include <string>
 
 #include "chip.h"
+#include "fileLock.h"
 
 namespace virtualboard {
 
-/// The file's content. Bytes alone, numbers with the high byte first, so that
-/// every machine reads every board. It fits into one page of memory: a kill
-/// can't cut the write that puts it back.
+/// The file's content. Bytes alone, numbers with the high byte first, so that every machine reads
+/// every board. It fits into one page of memory: a kill can't cut the write that puts it back.
 struct BoardState {
     std::array<char, 16> magic;
     std::uint8_t format;
@@ -27,19 +26,15 @@ struct BoardState {
 };
 static_assert(alignof(BoardState) == 1 && sizeof(BoardState) <= 4096);
 
-/// Makes the file with factory settings unless it exists. On failure returns
-/// false with the reason in `error`.
+/// Makes the file with factory settings unless it exists. On failure returns false with the reason
+/// in `error`.
 bool createBoard(const std::string& path, std::string& error);
 
-/// Holds a board for as long as the object lives. Everyone else waits, a transfer
-/// of the same process too.
+/// Holds a board for as long as the object lives; FileLock says what that means.
 class BoardAccess {
 public:
     /// Waits for the board, then loads it. Ask `isOpen` for the outcome.
     explicit BoardAccess(const char* path);
-    ~BoardAccess();
-    BoardAccess(const BoardAccess&) = delete;
-    BoardAccess& operator=(const BoardAccess&) = delete;
 
     bool isOpen() const { return m_error.empty(); }
     /// Why the board could not be had or saved, with the file's name.
@@ -60,11 +55,11 @@ public:
 private:
     void load();
 
+    FileLock m_lock;
     BoardState m_state{};
     BoardState m_saved{}; ///< what the file holds
     std::string m_path;
     std::string m_error;
-    int m_fd = -1;
 };
 
 } // namespace virtualboard

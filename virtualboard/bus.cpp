@@ -1,6 +1,5 @@
 #include "bus.h"
 
-#include <linux/i2c.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,17 +17,22 @@ namespace {
 constexpr std::uint64_t BIT_US = 10;       // at 100 kHz
 constexpr std::uint64_t BITS_PER_BYTE = 9; // with the acknowledge bit
 
+bool isRead(const i2c_msg& message)
+{
+    return (message.flags & I2C_M_RD) != 0;
+}
+
 // What goes over the wire in a transfer.
 struct Wire {
     std::string text; // in bus notation
     std::uint64_t bytes = 0;
     std::uint64_t bits = 0;
 
-    void start(const Message& message)
+    void start(const i2c_msg& message)
     {
         char start[12];
-        std::snprintf(start, sizeof start, "%s %02X%c", text.empty() ? "S" : " Sr",
-                      static_cast<unsigned>(message.address), message.read ? 'r' : 'w');
+        std::snprintf(start, sizeof start, "%s %02X%c", text.empty() ? "S" : " Sr", message.addr,
+                      isRead(message) ? 'r' : 'w');
         text += start;
         bytes += 1;
         bits += 1 + BITS_PER_BYTE;
@@ -53,10 +57,16 @@ struct Wire {
     }
 };
 
+struct Outcome {
+    int error = 0;       // or the errno
+    bool killed = false; // the process is to be
+    Wire wire;
+};
+
 // One transfer while it holds the board.
 class Transfer {
 public:
-    Transfer(Session& session, BoardAccess& board, Message* messages, std::size_t count)
+    Transfer(Session& session, BoardAccess& board, i2c_msg* messages, std::size_t count)
         : m_session(session),
           m_board(board),
           m_chip(board.chip()),
@@ -65,21 +75,20 @@ public:
     {
     }
 
-    int run();
+    Outcome run();
 
 private:
     int code() const;
     void attempt(int error);
     int perform();
-    int write(const Message& message, bool readFollows);
-    int read(Message& message);
-    void receive(const Message& message, std::size_t from, std::size_t count);
-    void finish(int error, bool killed);
+    int write(const i2c_msg& message, bool readFollows);
+    int read(i2c_msg& message);
+    void receive(const i2c_msg& message, std::size_t from, std::size_t count);
 
     Session& m_session;
     BoardAccess& m_board;
     Chip m_chip;
-    Message* m_messages;
+    i2c_msg* m_messages;
     std::size_t m_count;
     int m_named = ANY; // command code that a read is about
     Wire m_wire;
@@ -88,12 +97,12 @@ private:
 // The command code that the transfer begins with.
 int Transfer::code() const
 {
-    const Message& first = m_messages[0];
-    return first.read || first.size == 0 || first.address != Command::CHIP_ADDRESS ? ANY
-                                                                                   : first.bytes[0];
+    const i2c_msg& first = m_messages[0];
+    return isRead(first) || first.len == 0 || first.addr != Command::CHIP_ADDRESS ? ANY
+                                                                                  : first.buf[0];
 }
 
-int Transfer::run()
+Outcome Transfer::run()
 {
     ++m_session.transfers;
     const Fault* fault = strikingFault(m_session, FaultKind::TRANSFER, code(), m_chip.page());
@@ -111,8 +120,7 @@ int Transfer::run()
         std::fprintf(stderr, "virtual-board: %s\n", m_board.error().c_str());
         error = EIO;
     }
-    finish(error, fault != nullptr && fault->kills);
-    return error;
+    return {error, fault != nullptr && fault->kills, m_wire};
 }
 
 // Shows what a transfer that doesn't reach the chip tried to say.
@@ -121,22 +129,22 @@ void Transfer::attempt(int error)
     m_wire.start(m_messages[0]);
     if (error == ENXIO) {
         m_wire.refuse();
-    } else if (!m_messages[0].read) {
-        m_wire.carry(m_messages[0].bytes, m_messages[0].size);
+    } else if (!isRead(m_messages[0])) {
+        m_wire.carry(m_messages[0].buf, m_messages[0].len);
     }
 }
 
 int Transfer::perform()
 {
     for (std::size_t i = 0; i < m_count; ++i) {
-        Message& message = m_messages[i];
+        i2c_msg& message = m_messages[i];
         m_wire.start(message);
-        if (message.address != Command::CHIP_ADDRESS) {
+        if (message.addr != Command::CHIP_ADDRESS) {
             m_wire.refuse();
             return ENXIO;
         }
-        const bool readFollows = i + 1 < m_count && m_messages[i + 1].read;
-        const int error = message.read ? read(message) : write(message, readFollows);
+        const bool readFollows = i + 1 < m_count && isRead(m_messages[i + 1]);
+        const int error = isRead(message) ? read(message) : write(message, readFollows);
         if (error != 0) {
             return error;
         }
@@ -144,92 +152,108 @@ int Transfer::perform()
     return 0;
 }
 
-int Transfer::write(const Message& message, bool readFollows)
+int Transfer::write(const i2c_msg& message, bool readFollows)
 {
-    if (message.size == 0) {
+    if (message.len == 0) {
         return 0; // SMBus quick command: the chip acknowledges, that is all
     }
     const Memory before = m_board.chip();
     const int page = m_chip.page();
-    const std::size_t accepted = m_chip.receive(message.bytes, message.size, readFollows);
-    const bool whole = accepted == message.size;
-    m_wire.carry(message.bytes, whole ? accepted : accepted + 1);
+    const std::size_t accepted = m_chip.receive(message.buf, message.len, readFollows);
+    const bool whole = accepted == message.len;
+    m_wire.carry(message.buf, whole ? accepted : accepted + 1);
     if (!whole) {
         m_wire.refuse();
         return EREMOTEIO;
     }
-    m_named = message.bytes[0];
+    m_named = message.buf[0];
     if (readFollows) {
         return 0;
     }
     if (strikingFault(m_session, FaultKind::KEEP, m_named, page) != nullptr) {
         m_board.chip() = before;
     }
-    if (m_named == StoreDefaultAll::CODE && message.size == 1) {
+    if (m_named == StoreDefaultAll::CODE && message.len == 1) {
         const Fault* silent = strikingFault(m_session, FaultKind::STORE_SILENT);
         m_session.silentUntil = silent == nullptr ? 0 : m_session.clock + silent->silence;
     }
     return 0;
 }
 
-int Transfer::read(Message& message)
+int Transfer::read(i2c_msg& message)
 {
-    if (!message.countFirst) {
-        receive(message, 0, message.size);
+    if ((message.flags & I2C_M_RECV_LEN) == 0) {
+        receive(message, 0, message.len);
         return 0;
     }
-    message.size = 1;
     receive(message, 0, 1);
-    const std::size_t count = message.bytes[0];
+    const std::uint8_t count = message.buf[0];
     if (count == 0 || count > I2C_SMBUS_BLOCK_MAX) {
         return EPROTO;
     }
-    message.size += count;
+    message.len = static_cast<std::uint16_t>(1 + count);
     receive(message, 1, count);
     return 0;
 }
 
 // Takes `count` bytes from the chip, `from` bytes into the message.
-void Transfer::receive(const Message& message, std::size_t from, std::size_t count)
+void Transfer::receive(const i2c_msg& message, std::size_t from, std::size_t count)
 {
-    m_chip.send(message.bytes + from, count, from);
+    m_chip.send(message.buf + from, count, from);
     if (Fault* stuck = strikingFault(m_session, FaultKind::STUCK, m_named, m_chip.page())) {
         for (std::size_t i = from; i < from + count && i < sizeof stuck->mask; ++i) {
             const auto mask = static_cast<std::uint8_t>(stuck->mask >> (8 * i));
             const auto value = static_cast<std::uint8_t>(stuck->value >> (8 * i));
-            message.bytes[i] =
-                static_cast<std::uint8_t>((message.bytes[i] & ~mask) | (value & mask));
+            message.buf[i] = static_cast<std::uint8_t>((message.buf[i] & ~mask) | (value & mask));
         }
     }
-    m_wire.carry(message.bytes + from, count);
+    m_wire.carry(message.buf + from, count);
 }
 
-void Transfer::finish(int error, bool killed)
+// Counts a transfer that is over, and shows it.
+void account(Session& session, const Outcome& outcome)
 {
-    m_session.failures += error == 0 ? 0 : 1;
-    m_session.bytes += m_wire.bytes;
-    m_session.bits += m_wire.bits;
-    m_session.clock += m_wire.bits * BIT_US;
-    if (m_session.busLog[0] != '\0') {
+    const auto& [error, killed, wire] = outcome;
+    session.failures += error == 0 ? 0 : 1;
+    session.bytes += wire.bytes;
+    session.bits += wire.bits;
+    session.clock += wire.bits * BIT_US;
+    if (session.busLog[0] != '\0') {
         const char* name = killed ? "SIGKILL" : error != 0 ? strerrorname_np(error) : nullptr;
         const std::string mark = name == nullptr ? "" : std::string(" ! ") + name;
-        appendLine(m_session, m_session.busLog, m_wire.text + mark);
+        appendLine(session, session.busLog, wire.text + mark);
     }
     if (killed) {
         raise(SIGKILL);
     }
 }
 
+int refuse(const std::string& reason)
+{
+    std::fprintf(stderr, "virtual-board: %s\n", reason.c_str());
+    return EIO;
+}
+
 } // namespace
 
-int transfer(Session& session, Message* messages, std::size_t count)
+int transfer(Session& session, i2c_msg* messages, std::size_t count)
 {
-    BoardAccess board(session.board);
-    if (!board.isOpen()) {
-        std::fprintf(stderr, "virtual-board: %s\n", board.error().c_str());
-        return EIO;
+    const FileLock turn = takeTurn(session);
+    if (turn.error() != 0) {
+        return refuse("cannot use the session " + std::string(session.folder) + ": "
+                      + std::strerror(turn.error()));
     }
-    return Transfer(session, board, messages, count).run();
+    Outcome outcome;
+    {
+        BoardAccess board(session.board);
+        if (!board.isOpen()) {
+            return refuse(board.error());
+        }
+        outcome = Transfer(session, board, messages, count).run();
+    }
+    // Nobody waits for the board while a log is slow to take its line.
+    account(session, outcome);
+    return outcome.error;
 }
 
 } // namespace virtualboard

@@ -11,8 +11,8 @@ constexpr std::uint8_t CML_INVALID_COMMAND = 0x80;
 constexpr std::uint8_t CML_INVALID_DATA = 0x40;
 constexpr std::uint8_t STATUS_CML_SUMMARY = 0x02;
 
-// PMBus standard: WRITE_PROTECT's three levels. The second spares PAGE and
-// OPERATION, the third ON_OFF_CONFIG as well.
+// PMBus standard: WRITE_PROTECT's three levels. The second spares PAGE and OPERATION, the third
+// ON_OFF_CONFIG as well.
 constexpr std::uint8_t PROTECT_ALL = 0x80;
 constexpr std::uint8_t PROTECT_ALL_BUT_OPERATION = 0x40;
 constexpr std::uint8_t PROTECT_ALL_BUT_ON_OFF = 0x20;

@@ -30,8 +30,7 @@ whatever the time scale, and by transfers on a 100 kHz bus.
 
 namespace {
 
-// Reads a rule from left to right; after the first thing that doesn't fit,
-// nothing fits any more.
+// Reads a rule from left to right, up to the first thing that doesn't fit.
 class Scanner {
 public:
     explicit Scanner(const std::string& text) : m_at(text.c_str()) {}
@@ -46,47 +45,55 @@ public:
         return true;
     }
 
-    bool number(int base, std::uint64_t least, std::uint64_t most, std::uint64_t& number)
+    bool require(const char* word) { return skip(word) || fail("'" + std::string(word) + "'"); }
+
+    bool number(int base, std::uint64_t least, std::uint64_t most, const char* what,
+                std::uint64_t& number)
     {
-        const auto first = static_cast<unsigned char>(*m_at);
         char* end = nullptr;
         errno = 0;
         const unsigned long long parsed = std::strtoull(m_at, &end, base);
         // strtoull would take a sign, blanks and "0x" as well.
         const bool digits = base == 16
-                                ? std::isxdigit(first) != 0 && m_at[1] != 'x' && m_at[1] != 'X'
-                                : std::isdigit(first) != 0;
+                                ? std::isxdigit(first()) != 0 && m_at[1] != 'x' && m_at[1] != 'X'
+                                : std::isdigit(first()) != 0;
         if (!digits || errno != 0 || parsed < least || parsed > most) {
-            return false;
+            return fail(what);
         }
         number = parsed;
         m_at = end;
         return true;
     }
 
-    std::string word(const char* endings)
+    std::string word(const char* endings) const { return {m_at, std::strcspn(m_at, endings)}; }
+
+    unsigned char first() const { return static_cast<unsigned char>(*m_at); }
+
+    // Always false: `what` should stand here.
+    bool fail(const std::string& what)
     {
-        const std::size_t length = std::strcspn(m_at, endings);
-        m_at += length;
-        return {m_at - length, length};
+        m_error = "expected " + what
+                  + (*m_at == '\0' ? " at its end" : " at '" + std::string(m_at) + "'");
+        return false;
     }
 
-    bool atEnd() const { return *m_at == '\0'; }
+    const std::string& error() const { return m_error; }
 
 private:
     const char* m_at;
+    std::string m_error;
 };
 
 // Behind "code=", "stuck=" or "keep=": XX[@PAGE].
 bool parseRegister(Scanner& scan, Fault& fault)
 {
     std::uint64_t code = 0;
-    if (!scan.number(16, 0, 0xFF, code)) {
+    if (!scan.number(16, 0, 0xFF, "a command code, two hexadecimal digits,", code)) {
         return false;
     }
     fault.code = static_cast<int>(code);
     if (std::uint64_t page = 0; scan.skip("@")) {
-        if (!scan.number(10, 0, 255, page)) {
+        if (!scan.number(10, 0, 255, "a page, 0 to 255,", page)) {
             return false;
         }
         fault.page = static_cast<int>(page);
@@ -96,7 +103,7 @@ bool parseRegister(Scanner& scan, Fault& fault)
 
 bool parseTimes(Scanner& scan, Fault& fault)
 {
-    return !scan.skip("*") || scan.number(10, 1, ALWAYS - 1, fault.times);
+    return !scan.skip("*") || scan.number(10, 1, ALWAYS - 1, "how many times", fault.times);
 }
 
 bool parseWhen(Scanner& scan, Fault& fault)
@@ -105,18 +112,19 @@ bool parseWhen(Scanner& scan, Fault& fault)
         return parseRegister(scan, fault);
     }
     if (scan.skip("/")) {
-        return scan.number(10, 1, ALWAYS - 1, fault.every);
+        return scan.number(10, 1, ALWAYS - 1, "a number from 1 on", fault.every);
     }
-    if (!scan.number(10, 1, ALWAYS - 1, fault.first)) {
+    if (!scan.number(10, 1, ALWAYS - 1, "a kind of fault, or a transfer's number,", fault.first)) {
         return false;
     }
     if (!scan.skip("-")) {
         fault.last = fault.first;
-    } else {
-        // Without a number behind it the range is open.
-        scan.number(10, fault.first, ALWAYS - 1, fault.last);
+        return true;
     }
-    return true;
+    // Without a number behind it the range is open.
+    return std::isdigit(scan.first()) == 0
+           || scan.number(10, fault.first, ALWAYS - 1, "a transfer not before the first",
+                          fault.last);
 }
 
 bool parseTransferFault(Scanner& scan, Fault& fault)
@@ -129,18 +137,17 @@ bool parseTransferFault(Scanner& scan, Fault& fault)
         {"nack", ENXIO, false},  {"arbitration", EAGAIN, false}, {"timeout", ETIMEDOUT, false},
         {"eintr", EINTR, false}, {"kill-before", EINTR, true},   {"kill-after", 0, true},
     };
-    if (!parseWhen(scan, fault) || !parseTimes(scan, fault) || !scan.skip(":")) {
+    if (!parseWhen(scan, fault) || !parseTimes(scan, fault) || !scan.require(":")) {
         return false;
     }
-    const std::string name = scan.word("");
     for (const auto& what : WHATS) {
-        if (name == what.name) {
+        if (scan.word("") == what.name) {
             fault.error = what.error;
             fault.kills = what.kills;
-            return true;
+            return scan.skip(what.name);
         }
     }
-    return false;
+    return scan.fail("nack, arbitration, timeout, eintr, kill-before or kill-after");
 }
 
 // The errno that the C library knows by this name, 0 if none.
@@ -160,9 +167,10 @@ bool parseBody(Scanner& scan, Fault& fault)
 {
     if (scan.skip("stuck=")) {
         fault.kind = FaultKind::STUCK;
-        return parseRegister(scan, fault) && scan.skip(":")
-               && scan.number(16, 1, UINT64_MAX, fault.mask) && scan.skip("=")
-               && scan.number(16, 0, UINT64_MAX, fault.value);
+        return parseRegister(scan, fault) && scan.require(":")
+               && scan.number(16, 1, UINT64_MAX, "a mask, hexadecimal,", fault.mask)
+               && scan.require("=")
+               && scan.number(16, 0, UINT64_MAX, "a value, hexadecimal,", fault.value);
     }
     if (scan.skip("keep=")) {
         fault.kind = FaultKind::KEEP;
@@ -170,8 +178,10 @@ bool parseBody(Scanner& scan, Fault& fault)
     }
     if (scan.skip("open=")) {
         fault.kind = FaultKind::OPEN;
-        fault.error = errnoByName(scan.word("*"));
-        return fault.error != 0 && parseTimes(scan, fault);
+        const std::string name = scan.word("*");
+        fault.error = errnoByName(name);
+        return (fault.error != 0 || scan.fail("an errno, such as EACCES,"))
+               && scan.skip(name.c_str()) && parseTimes(scan, fault);
     }
     if (scan.skip("busy")) {
         fault.kind = FaultKind::BUSY;
@@ -179,7 +189,7 @@ bool parseBody(Scanner& scan, Fault& fault)
     }
     if (scan.skip("store-silent=")) {
         fault.kind = FaultKind::STORE_SILENT;
-        const bool fits = scan.number(10, 1, UINT32_MAX, fault.silence);
+        const bool fits = scan.number(10, 1, UINT32_MAX, "milliseconds from 1 on", fault.silence);
         fault.silence *= 1000;
         return fits;
     }
@@ -189,7 +199,7 @@ bool parseBody(Scanner& scan, Fault& fault)
     }
     if (scan.skip("silent-after=")) {
         fault.error = ENXIO;
-        const bool fits = scan.number(10, 0, ALWAYS - 2, fault.first);
+        const bool fits = scan.number(10, 0, ALWAYS - 2, "a transfer's number", fault.first);
         ++fault.first;
         return fits;
     }
@@ -198,11 +208,13 @@ bool parseBody(Scanner& scan, Fault& fault)
 
 } // namespace
 
-bool parseFault(const std::string& rule, Fault& fault)
+bool parseFault(const std::string& rule, Fault& fault, std::string& error)
 {
     fault = Fault{};
     Scanner scan(rule);
-    return parseBody(scan, fault) && scan.atEnd();
+    const bool whole = parseBody(scan, fault) && (scan.first() == '\0' || scan.fail("its end"));
+    error = scan.error();
+    return whole;
 }
 
 } // namespace virtualboard

@@ -1,5 +1,5 @@
-// Fault rules and their grammar. Used by the launcher, which parses them, and by
-// the session, which finds the one that strikes.
+// Fault rules and their grammar. Used by the launcher, which parses them, and by the session, which
+// finds the one that strikes.
 #pragma once
 
 #include <cstdint>
@@ -26,12 +26,14 @@ struct Fault {
     std::uint64_t last = ALWAYS;
     std::uint64_t every = 1;      ///< only multiples of it
     std::uint64_t times = ALWAYS; ///< how often it may still strike
+    bool struck = false;          ///< at least once
     std::uint64_t mask = 0;       ///< STUCK: these bits of the number read ...
     std::uint64_t value = 0;      ///< ... show this
     std::uint64_t silence = 0;    ///< STORE_SILENT: microseconds
 };
 
-/// Parses RULE as FAULT_HELP says; false if it is none.
-bool parseFault(const std::string& rule, Fault& fault);
+/// Parses RULE as FAULT_HELP says; false, with what is wrong at which part of it in `error`, if it
+/// is none.
+bool parseFault(const std::string& rule, Fault& fault, std::string& error);
 
 } // namespace virtualboard

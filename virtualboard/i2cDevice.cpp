@@ -10,8 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "board.h"
 #include "bus.h"
+#include "command.h"
 
 namespace virtualboard {
 
@@ -30,81 +30,89 @@ int fail(int error)
     return -1;
 }
 
-int bind(Session& session, unsigned long request, unsigned long wanted, int& address)
+int bind(Session& session, unsigned long request, unsigned long wanted, unsigned& address)
 {
     if (wanted > LAST_ADDRESS) {
         return fail(EINVAL);
     }
     if (request == I2C_SLAVE && wanted == Command::CHIP_ADDRESS) {
-        const BoardAccess turn(session.board);
+        const FileLock turn = takeTurn(session);
         if (strikingFault(session, FaultKind::BUSY) != nullptr) {
             return fail(EBUSY);
         }
     }
-    address = static_cast<int>(wanted);
+    address = static_cast<unsigned>(wanted);
     return 0;
 }
 
+// A message of an SMBus transaction.
+i2c_msg message(unsigned address, bool read, std::uint8_t* bytes, std::size_t size)
+{
+    return {static_cast<std::uint16_t>(address), static_cast<std::uint16_t>(read ? I2C_M_RD : 0),
+            static_cast<std::uint16_t>(size), bytes};
+}
+
 // Returns 0, or -1 with errno.
-int carryOut(Session& session, Message* messages, std::size_t count)
+int carryOut(Session& session, i2c_msg* messages, std::size_t count)
 {
     const int error = transfer(session, messages, count);
     return error == 0 ? 0 : fail(error);
 }
 
-// SMBus transactions become the messages that the kernel makes of them for a bus
-// that knows plain I2C: one that is written, then one that is read.
+// SMBus transactions become the messages that the kernel makes of them for a bus that knows plain
+// I2C: one that is written, then one that is read.
 
-int writeSmbus(Session& session, const i2c_smbus_ioctl_data& request, int address)
+int writeSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned address)
 {
     std::array<std::uint8_t, I2C_SMBUS_BLOCK_MAX + 2> bytes{request.command};
-    Message message{address, false, bytes.data(), 1};
+    std::size_t size = 1;
     const i2c_smbus_data* data = request.data;
     switch (request.size) {
     case I2C_SMBUS_BYTE:
         break;
     case I2C_SMBUS_BYTE_DATA:
-        message.size += 1;
-        message.bytes[1] = data->byte;
+        size += 1;
+        bytes[1] = data->byte;
         break;
     case I2C_SMBUS_WORD_DATA:
-        message.size += 2;
-        message.bytes[1] = static_cast<std::uint8_t>(data->word);
-        message.bytes[2] = static_cast<std::uint8_t>(data->word >> 8);
+        size += 2;
+        bytes[1] = static_cast<std::uint8_t>(data->word);
+        bytes[2] = static_cast<std::uint8_t>(data->word >> 8);
         break;
     case I2C_SMBUS_BLOCK_DATA:
-        message.size += data->block[0] + 1U;
+        size += data->block[0] + 1U;
         std::copy_n(data->block, data->block[0] + 1, bytes.begin() + 1);
         break;
     default: // I2C_SMBUS_I2C_BLOCK_DATA and its older form
-        message.size += data->block[0];
+        size += data->block[0];
         std::copy_n(data->block + 1, data->block[0], bytes.begin() + 1);
         break;
     }
-    return carryOut(session, &message, 1);
+    i2c_msg written = message(address, false, bytes.data(), size);
+    return carryOut(session, &written, 1);
 }
 
-int readSmbus(Session& session, const i2c_smbus_ioctl_data& request, int address)
+int readSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned address)
 {
     std::uint8_t code = request.command;
     i2c_smbus_data data = {};
-    Message messages[] = {{address, false, &code, 1}, {address, true, data.block, 1}};
-    Message& answer = messages[1];
+    i2c_msg messages[] = {message(address, false, &code, 1), message(address, true, data.block, 1)};
+    i2c_msg& answer = messages[1];
     switch (request.size) {
     case I2C_SMBUS_BYTE:
     case I2C_SMBUS_BYTE_DATA:
         break;
     case I2C_SMBUS_WORD_DATA:
-        answer.size = 2;
+        answer.len = 2;
         break;
     case I2C_SMBUS_BLOCK_DATA:
-        answer.countFirst = true;
+        answer.flags |= I2C_M_RECV_LEN;
         break;
     default: // the older form asks for no count
         data.block[0] =
             request.size == I2C_SMBUS_I2C_BLOCK_DATA ? request.data->block[0] : I2C_SMBUS_BLOCK_MAX;
-        answer.bytes = data.block + 1;
-        answer.size = data.block[0];
+        answer.buf = data.block + 1;
+        answer.len = data.block[0];
         break;
     }
     const bool named = request.size > I2C_SMBUS_BYTE;
@@ -114,12 +122,12 @@ int readSmbus(Session& session, const i2c_smbus_ioctl_data& request, int address
     if (request.size == I2C_SMBUS_WORD_DATA) {
         request.data->word = static_cast<std::uint16_t>(data.block[0] | data.block[1] << 8);
     } else {
-        std::copy(data.block, answer.bytes + answer.size, request.data->block);
+        std::copy(data.block, answer.buf + answer.len, request.data->block);
     }
     return 0;
 }
 
-int smbusRequest(Session& session, const i2c_smbus_ioctl_data& request, int address)
+int smbusRequest(Session& session, const i2c_smbus_ioctl_data& request, unsigned address)
 {
     const bool reads = request.read_write == I2C_SMBUS_READ;
     const bool bare = request.size == I2C_SMBUS_QUICK || (request.size == I2C_SMBUS_BYTE && !reads);
@@ -136,8 +144,8 @@ int smbusRequest(Session& session, const i2c_smbus_ioctl_data& request, int addr
         return fail(EINVAL);
     }
     if (request.size == I2C_SMBUS_QUICK) {
-        Message message{address, reads, nullptr, 0};
-        return carryOut(session, &message, 1);
+        i2c_msg quick = message(address, reads, nullptr, 0);
+        return carryOut(session, &quick, 1);
     }
     return reads ? readSmbus(session, request, address) : writeSmbus(session, request, address);
 }
@@ -169,14 +177,12 @@ int transferRequest(Session& session, const i2c_rdwr_ioctl_data& request)
     if (request.msgs == nullptr || request.nmsgs == 0 || request.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS) {
         return fail(EINVAL);
     }
-    std::array<Message, I2C_RDWR_IOCTL_MAX_MSGS> messages{};
+    std::array<i2c_msg, I2C_RDWR_IOCTL_MAX_MSGS> messages{};
     for (std::size_t i = 0; i < request.nmsgs; ++i) {
-        const i2c_msg& message = request.msgs[i];
-        if (const int error = checkMessage(message); error != 0) {
+        messages[i] = request.msgs[i];
+        if (const int error = checkMessage(messages[i]); error != 0) {
             return fail(error);
         }
-        messages[i] = {message.addr, (message.flags & I2C_M_RD) != 0, message.buf, message.len,
-                       (message.flags & I2C_M_RECV_LEN) != 0};
     }
     const bool done = carryOut(session, messages.data(), request.nmsgs) == 0;
     return done ? static_cast<int>(request.nmsgs) : -1;
@@ -184,7 +190,7 @@ int transferRequest(Session& session, const i2c_rdwr_ioctl_data& request)
 
 } // namespace
 
-int deviceRequest(Session& session, unsigned long request, void* argument, int& address)
+int deviceRequest(Session& session, unsigned long request, void* argument, unsigned& address)
 {
     const auto number = reinterpret_cast<std::uintptr_t>(argument);
     switch (request) {
@@ -193,8 +199,7 @@ int deviceRequest(Session& session, unsigned long request, void* argument, int& 
         return bind(session, request, number, address);
     case I2C_TENBIT:
     case I2C_PEC:
-        // The chip has a 7-bit address and this bus makes no check bytes.
-        return number == 0 ? 0 : fail(EINVAL);
+        return 0; // noted, but this bus has neither long addresses nor check bytes
     case I2C_RETRIES:
     case I2C_TIMEOUT:
         return number <= INT_MAX ? 0 : fail(EINVAL);

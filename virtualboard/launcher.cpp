@@ -1,6 +1,6 @@
-// virtual-board: runs a command with a virtual board in the place of the real
-// one. Reads the options, readies the board and the session, preloads the shim
-// into the command, and reports.
+// virtual-board: runs a command with a virtual board in the place of the real one. Reads the
+// options, readies the board and the session, hides the machine's own buses, preloads the shim into
+// the command, and reports.
 #include <fcntl.h>
 #include <getopt.h>
 #include <sys/wait.h>
@@ -16,11 +16,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "board.h"
+#include "isolation.h"
 #include "session.h"
 
 namespace {
@@ -33,14 +36,17 @@ constexpr int STATUS_NOT_EXECUTABLE = 126;
 constexpr int STATUS_NOT_FOUND = 127;
 constexpr int STATUS_SIGNAL = 128;
 
-constexpr const char* LIBRARY = "libvirtualboard.so";
-constexpr const char* INSTALLED_LIBRARY = "../lib/pmadmin/libvirtualboard.so";
+// Where the shim and the stand-ins for the board's libraries are, seen from the launcher.
+constexpr const char* LIBRARIES = "../lib/pmadmin";
+constexpr const char* SHIM = "libvirtualboard.so";
 
 constexpr const char* HELP =
     R"(Usage: virtual-board [OPTIONS] [--] COMMAND [ARG...]
+       virtual-board [--board FILE] [--power-cycle] [--hw-version N] [--model BYTE]
 
 Runs COMMAND, and all that it starts, on a virtual board: /dev/i2c-0 with a
-MAX34460 at address 0x74, kept in a file between runs.
+MAX34460 at address 0x74, kept in a file between runs. Without COMMAND it does
+to the board what the options say.
 
   --board FILE      the board's memory, made with factory settings on first use
                     (default: virtual-board.state)
@@ -72,7 +78,10 @@ struct Options {
     std::optional<int> model;
     std::optional<std::string> log;
     std::optional<std::string> busLog;
+    std::vector<std::string> rules; ///< of the session's faults
     Session session;
+
+    bool changesBoard() const { return powerCycle || setHardwareVersion || model; }
 };
 
 [[noreturn]] void refuse(const std::string& reason)
@@ -136,15 +145,18 @@ void takeLog(char (&to)[PATH_MAX], const std::optional<std::string>& path)
     close(fd);
 }
 
-void addFault(Session& session, const char* rule)
+void addFault(Options& options, const char* rule)
 {
+    Session& session = options.session;
     if (session.faultCount == MAX_FAULTS) {
         refuse("more than " + std::to_string(MAX_FAULTS) + " rules of --fault");
     }
-    if (!parseFault(rule, session.faults[session.faultCount])) {
-        refuse(std::string("--fault doesn't know the rule '") + rule + "' (see --help)");
+    std::string error;
+    if (!parseFault(rule, session.faults[session.faultCount], error)) {
+        refuse(std::string("--fault '") + rule + "': " + error + " (see --help)");
     }
     ++session.faultCount;
+    options.rules.emplace_back(rule);
 }
 
 void takeHardwareVersion(Options& options, const char* value)
@@ -191,8 +203,7 @@ constexpr struct {
     {"time-scale", required_argument,
      [](Options& to, const char* value) { to.session.timeScale = requireScale(value); }},
     {"summary", no_argument, [](Options& to, const char*) { to.summary = true; }},
-    {"fault", required_argument,
-     [](Options& to, const char* value) { addFault(to.session, value); }},
+    {"fault", required_argument, addFault},
     {"help", no_argument, showHelp},
     {"version", no_argument, showVersion},
 };
@@ -220,29 +231,34 @@ Options parseOptions(int argc, char** argv)
         }
         OPTIONS[index].take(options, optarg);
     }
-    if (optind >= argc) {
+    if (optind >= argc && !options.changesBoard()) {
         refuse("no command to run (see --help)");
     }
     return options;
 }
 
-// The shim lies beside the launcher where it was built, else where it is installed.
-std::string findLibrary()
+std::string findLibraries()
 {
     std::error_code error;
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-    for (const char* place : {LIBRARY, INSTALLED_LIBRARY}) {
-        std::string library = (folder / place).lexically_normal().string();
-        if (!std::filesystem::exists(library, error)) {
-            continue;
-        }
-        // The loader would go on without it, and the command reach a real bus.
-        if (library.find_first_of(" :") != std::string::npos) {
-            refuse("cannot preload " + library + ": its name has a space or a colon");
-        }
-        return library;
+    const auto own = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    std::string folder = (own / LIBRARIES).lexically_normal().string();
+    if (!std::filesystem::exists(folder + "/" + SHIM, error)) {
+        refuse("cannot find " + folder + "/" + SHIM);
     }
-    refuse(std::string("cannot find ") + LIBRARY + " beside " + folder.string());
+    return folder;
+}
+
+// The folder, or a link to it that the loader can read, who divides its lists at spaces and colons.
+// Empty if there is none: the loader would go on, and the command reach a real bus.
+std::string makeLoadable(const std::string& folder, const std::string& link)
+{
+    constexpr const char* DIVIDERS = " :";
+    if (folder.find_first_of(DIVIDERS) == std::string::npos) {
+        return folder;
+    }
+    const bool linked = link.find_first_of(DIVIDERS) == std::string::npos
+                        && symlink(folder.c_str(), link.c_str()) == 0;
+    return linked ? link : "";
 }
 
 void readyBoard(const Options& options)
@@ -271,20 +287,29 @@ void readyBoard(const Options& options)
     }
 }
 
-// Our library first, then the caller's others: an outer launcher's gives way.
-void setPreload(const std::string& library)
+std::string environment(const char* name)
 {
-    const char* outer = std::getenv("LD_PRELOAD");
-    std::string preload = library;
-    for (const char* at = outer == nullptr ? "" : outer; *at != '\0';) {
-        const std::string entry(at, std::strcspn(at, ": "));
-        at += entry.size();
-        at += std::strspn(at, ": ");
-        if (!entry.empty() && std::filesystem::path(entry).filename() != LIBRARY) {
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
+}
+
+// Our libraries first, then the caller's others: an outer launcher's gives way.
+void setEnvironment(const std::string& libraries, const char* sessionFolder)
+{
+    std::string preload = libraries + "/" + SHIM;
+    const std::string others = environment("LD_PRELOAD");
+    for (std::size_t at = 0; at < others.size();) {
+        const std::size_t end = std::min(others.find_first_of(": ", at), others.size());
+        const std::string entry = others.substr(at, end - at);
+        at = end + 1;
+        if (!entry.empty() && std::filesystem::path(entry).filename() != SHIM) {
             preload += ":" + entry;
         }
     }
+    const std::string path = environment("LD_LIBRARY_PATH");
     setenv("LD_PRELOAD", preload.c_str(), 1);
+    setenv("LD_LIBRARY_PATH", (libraries + (path.empty() ? "" : ":") + path).c_str(), 1);
+    setenv(SESSION_VARIABLE, sessionFolder, 1);
 }
 
 [[noreturn]] void execute(char** command)
@@ -295,8 +320,8 @@ void setPreload(const std::string& library)
     _exit(error == ENOENT ? STATUS_NOT_FOUND : STATUS_NOT_EXECUTABLE);
 }
 
-// Waits for the command and returns its status as shells do. Signals meant to end
-// the launcher are passed on to it; those of the terminal reach it by themselves.
+// Waits for the command and returns its status as shells do. Signals meant to end the launcher are
+// passed on to it; those of the terminal reach it by themselves.
 int waitFor(pid_t command, const sigset_t& signals)
 {
     int status = 0;
@@ -309,7 +334,7 @@ int waitFor(pid_t command, const sigset_t& signals)
     return WIFSIGNALED(status) ? STATUS_SIGNAL + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-int runCommand(char** command, const std::string& library, const std::string& sessionPath)
+int runCommand(char** command, const std::string& libraries, const char* sessionFolder)
 {
     // From here on the launcher's signals wait until waitFor asks for them.
     sigset_t signals;
@@ -324,8 +349,7 @@ int runCommand(char** command, const std::string& library, const std::string& se
 
     const pid_t child = fork();
     if (child == 0) {
-        setPreload(library);
-        setenv(SESSION_VARIABLE, sessionPath.c_str(), 1);
+        setEnvironment(libraries, sessionFolder);
         signal(SIGCHLD, childHandler);
         sigprocmask(SIG_SETMASK, &mask, nullptr);
         execute(command);
@@ -347,27 +371,81 @@ void printSummary(const Session& session)
                  session.bits % BITS_PER_MS);
 }
 
+// What was written to the bus without a request, in words; empty if nothing was.
+std::string findStrayBytes(const std::filesystem::path& folder)
+{
+    constexpr int SHOWN = 16;
+    std::int64_t count = 0;
+    std::string first;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        const auto size = static_cast<std::int64_t>(entry.file_size(error));
+        if (entry.path().filename().string().rfind(BUS_FILE_PREFIX, 0) != 0 || size <= 0) {
+            continue;
+        }
+        const std::int64_t begin = (size - 1) / BUS_FILE_STRIDE * BUS_FILE_STRIDE;
+        count += size - begin;
+        std::ifstream file(entry.path(), std::ios::binary);
+        file.seekg(begin);
+        for (int i = 0; i < SHOWN && file.peek() != EOF; ++i) {
+            char text[4];
+            std::snprintf(text, sizeof text, " %02X", static_cast<unsigned>(file.get()));
+            first += text;
+        }
+    }
+    return count == 0 ? "" : std::to_string(count) + " bytes without a request:" + first;
+}
+
+// What an operator must know who believes to have rehearsed something.
+void report(const Options& options, const Session& session)
+{
+    for (std::size_t i = 0; i < options.rules.size(); ++i) {
+        if (!session.faults[i].struck) {
+            std::fprintf(stderr, "virtual-board: the fault '%s' never struck\n",
+                         options.rules[i].c_str());
+        }
+    }
+    if (const std::string stray = findStrayBytes(session.folder); !stray.empty()) {
+        std::fprintf(stderr, "virtual-board: the bus got %s\n", stray.c_str());
+        if (session.busLog[0] != '\0') {
+            appendLine(session, session.busLog, "! " + stray);
+        }
+    }
+    if (options.summary) {
+        printSummary(session);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     Options options = parseOptions(argc, argv);
-    const std::string library = findLibrary();
+    const std::string libraries = findLibraries();
     copyPath(options.session.board, options.board.empty() ? "" : absolutePath(options.board));
     takeLog(options.session.log, options.log);
     takeLog(options.session.busLog, options.busLog);
     readyBoard(options);
+    if (optind >= argc) {
+        return EXIT_SUCCESS;
+    }
 
-    std::string path;
     std::string error;
-    const Session* session = shareSession(options.session, path, error);
-    const int status = session == nullptr ? STATUS_USAGE : runCommand(argv + optind, library, path);
-    unlink(path.c_str());
+    const Session* session = hideBuses(error) ? shareSession(options.session, error) : nullptr;
     if (session == nullptr) {
         refuse(error);
     }
-    if (options.summary) {
-        printSummary(*session);
+    const std::string folder = session->folder;
+    const std::string loadable = makeLoadable(libraries, folder + "/libraries");
+    int status = STATUS_USAGE;
+    if (loadable.empty()) {
+        std::fprintf(stderr, "virtual-board: cannot load from %s, nor through %s: %s\n",
+                     libraries.c_str(), folder.c_str(), "a path may have no space and no colon");
+    } else {
+        status = runCommand(argv + optind, loadable, session->folder);
+        report(options, *session);
     }
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
     return status;
 }

@@ -1,6 +1,6 @@
-// The chip's register table: what each register is, on which pages it answers,
-// where its copies lie in an image of the chip's memory, and what it holds from
-// the factory. Used by the chip's model and by tests that look into a board.
+// The chip's register table: what each register is, on which pages it answers, where its copies lie
+// in an image of the chip's memory, and what it holds from the factory. Used by the chip's model
+// and by tests that look into a board.
 #pragma once
 
 #include <array>
@@ -12,8 +12,8 @@
 
 namespace virtualboard {
 
-/// Pages (MAX34460 data sheet): 0 to 11 the supplies, 13 to 17 the temperature
-/// sensors, 255 the whole device.
+/// Pages (MAX34460 data sheet): 0 to 11 the supplies, 13 to 17 the temperature sensors, 255 the
+/// whole device.
 inline constexpr int CHANNEL_COUNT = 12;
 inline constexpr int FIRST_SENSOR_PAGE = 13;
 inline constexpr int SENSOR_COUNT = 5;
@@ -60,8 +60,8 @@ constexpr auto makeRegisters()
     std::size_t offset = 0;
     for (std::size_t i = 0; i < table.size(); ++i) {
         const catalogue::Row& row = catalogue::ROWS[i];
-        // What page 255 shows is one register for the device; OPERATION alone
-        // is written there on behalf of all channels.
+        // What page 255 shows is one register for the device; OPERATION alone is written there on
+        // behalf of all channels.
         const bool shared = row.deviceAccess != Command::NO && row.code != Operation::CODE;
         const int group = row.channelAccess != Command::NO ? CHANNEL_COUNT : SENSOR_COUNT;
         const int copies = row.size == 0 ? 0 : shared ? 1 : group;

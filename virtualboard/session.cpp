@@ -16,46 +16,57 @@ namespace virtualboard {
 
 namespace {
 
-Session* mapSession(int fd)
+std::string fileOf(const char* folder)
 {
-    void* memory = mmap(nullptr, sizeof(Session), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    return memory == MAP_FAILED ? nullptr : static_cast<Session*>(memory);
+    return std::string(folder) + "/session";
 }
 
-Session* openSession(const char* path)
+Session* openSession(const char* folder)
 {
-    const int fd = open(path, O_RDWR | O_CLOEXEC);
+    const int fd = openAboveStreams(fileOf(folder).c_str(), O_RDWR);
     if (fd < 0) {
         return nullptr;
     }
     struct stat status = {};
-    Session* session = nullptr;
+    void* memory = MAP_FAILED;
     if (fstat(fd, &status) == 0) {
         errno = EINVAL; // unless this is a session of this version
         if (status.st_size == static_cast<off_t>(sizeof(Session))) {
-            session = mapSession(fd);
+            memory = mmap(nullptr, sizeof(Session), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         }
     }
     const int reason = errno;
     close(fd);
     errno = reason;
-    return session;
+    return memory == MAP_FAILED ? nullptr : static_cast<Session*>(memory);
 }
 
 // Returns 0 or the errno. A line cut short is a full disk.
 int writeWhole(int fd, const std::string& line)
 {
-    ssize_t written = -1;
-    do {
-        written = write(fd, line.data(), line.size());
-    } while (written < 0 && errno == EINTR);
-    if (written < 0) {
+    const ssize_t written = TEMP_FAILURE_RETRY(write(fd, line.data(), line.size()));
+    return written < 0 ? errno : static_cast<std::size_t>(written) == line.size() ? 0 : ENOSPC;
+}
+
+// Makes the folder's file with room for the session. Returns 0 or the errno: a file that only seems
+// to have room would end the process when it is written to.
+int makeFile(const char* folder)
+{
+    const int fd = open(fileOf(folder).c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) {
         return errno;
     }
-    return static_cast<std::size_t>(written) == line.size() ? 0 : ENOSPC;
+    const int error = posix_fallocate(fd, 0, sizeof(Session));
+    close(fd);
+    return error;
 }
 
 } // namespace
+
+FileLock takeTurn(const Session& session)
+{
+    return FileLock(fileOf(session.folder).c_str());
+}
 
 Fault* strikingFault(Session& session, FaultKind kind, int code, int page)
 {
@@ -70,30 +81,36 @@ Fault* strikingFault(Session& session, FaultKind kind, int code, int page)
     if (fault == end) {
         return nullptr;
     }
+    fault->struck = true;
     --fault->times; // ALWAYS outlasts every run
     return fault;
 }
 
-Session* shareSession(const Session& session, std::string& path, std::string& error)
+Session* shareSession(const Session& session, std::string& error)
 {
-    const char* folder = std::getenv("TMPDIR");
-    std::error_code ignored; // a path that can't be made absolute can't be opened either
-    path =
-        std::filesystem::absolute(folder != nullptr && *folder != '\0' ? folder : "/tmp", ignored)
-        / "virtual-board.XXXXXX";
-    const int fd = mkostemp(path.data(), O_CLOEXEC);
+    const char* named = std::getenv("TMPDIR");
+    std::error_code ignored; // a path that can't be made absolute can't be made a folder either
+    const auto parent =
+        std::filesystem::absolute(named != nullptr && *named != '\0' ? named : "/tmp", ignored);
+    std::string folder = parent / "virtual-board.XXXXXX";
     Session* shared = nullptr;
-    if (fd >= 0 && ftruncate(fd, sizeof(Session)) == 0) {
-        shared = mapSession(fd);
+    if (folder.size() + NAME_MAX >= PATH_MAX) {
+        errno = ENAMETOOLONG;
+    } else if (mkdtemp(folder.data()) != nullptr) {
+        const int full = makeFile(folder.c_str());
+        shared = full == 0 ? openSession(folder.c_str()) : nullptr;
+        const int reason = full == 0 ? errno : full;
+        if (shared == nullptr) {
+            std::filesystem::remove_all(folder, ignored);
+        }
+        errno = reason;
     }
     if (shared == nullptr) {
-        error = "cannot share the session " + path + ": " + std::strerror(errno);
-    } else {
-        *shared = session;
+        error = "cannot share the session in " + parent.string() + ": " + std::strerror(errno);
+        return nullptr;
     }
-    if (fd >= 0) {
-        close(fd);
-    }
+    *shared = session;
+    std::memcpy(shared->folder, folder.c_str(), folder.size() + 1);
     return shared;
 }
 
@@ -124,7 +141,7 @@ void appendLine(const Session& session, const char* log, const std::string& line
         writeWhole(STDERR_FILENO, text);
         return; // a closed stderr has nowhere to complain
     }
-    const int fd = open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int fd = openAboveStreams(log, O_WRONLY | O_APPEND | O_CREAT);
     const int error = fd < 0 ? errno : writeWhole(fd, text);
     if (fd >= 0) {
         close(fd);

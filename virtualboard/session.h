@@ -1,7 +1,6 @@
-// The session: what all processes under one run of the launcher share, options,
-// fault rules, counters and the virtual clock, in a temporary file mapped by
-// each of them. Whoever holds the board may change it. Made by the launcher (or
-// by a test, as a plain object), used by the bus and the shim.
+// The session: what all processes under one run of the launcher share, options, fault rules,
+// counters and the virtual clock, in a temporary folder of its own. Made by the launcher or a test,
+// used by the bus and the shim.
 #pragma once
 
 #include <climits>
@@ -10,15 +9,24 @@
 #include <type_traits>
 
 #include "faults.h"
+#include "fileLock.h"
 
 namespace virtualboard {
 
-/// Environment: the path of the session's file. Unset: the shim answers nothing.
+/// Environment: the path of the session's folder. Unset: the shim answers nothing.
 inline constexpr const char* SESSION_VARIABLE = "VIRTUAL_BOARD_SESSION";
+
+/// Each open bus has a file in the folder, whose offset is this often the address that it is bound
+/// to. What is written to the bus without a request is the file's content, from there on.
+inline constexpr const char* BUS_FILE_PREFIX = "bus.";
+inline constexpr std::int64_t BUS_FILE_STRIDE = 1 << 20;
 
 inline constexpr int MAX_FAULTS = 64;
 
+/// Mapped by each process from a file in the folder. Whoever changes it, or lets an order of lines
+/// in the logs follow from it, takes a turn.
 struct Session {
+    char folder[PATH_MAX] = ""; ///< absolute
     char board[PATH_MAX] = "";  ///< the board's memory file, absolute
     char log[PATH_MAX] = "";    ///< for syslog messages; empty: the system's; "-": stderr
     char busLog[PATH_MAX] = ""; ///< one line a transfer; empty: none; "-": stderr
@@ -39,19 +47,22 @@ struct Session {
 };
 static_assert(std::is_trivially_copyable_v<Session>);
 
+/// Holds the session until the result is destroyed.
+FileLock takeTurn(const Session& session);
+
 /// Counts a strike of the first matching rule and returns it, or null.
 Fault* strikingFault(Session& session, FaultKind kind, int code = ANY, int page = ANY);
 
-/// Puts the session into a temporary file and maps it; null with the reason in
-/// `error`. The caller removes the file `path` in the end.
-Session* shareSession(const Session& session, std::string& path, std::string& error);
+/// Puts the session into a folder of its own, which it then names, and maps it; null with the
+/// reason in `error`. The caller removes the folder in the end.
+Session* shareSession(const Session& session, std::string& error);
 
-/// The session that the environment names, or null if it names none. Ends the
-/// process with a message if it can't be had: going on would reach real buses.
+/// The session that the environment names, or null if it names none. Ends the process with a
+/// message if it can't be had: going on would reach real buses.
 Session* joinSession();
 
-/// Appends one line to a log in a single write, the newline is added here.
-/// `log` is one of the session's two. Says once on stderr if that fails.
+/// Appends one line to a log in a single write, the newline is added here. `log` is one of the
+/// session's two. Says once on stderr if that fails.
 void appendLine(const Session& session, const char* log, const std::string& line);
 
 } // namespace virtualboard

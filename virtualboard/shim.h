@@ -1,6 +1,6 @@
-// What the preloaded shim's files share. Each function in them stands before the
-// C library's (or the board library's) of the same name, does the virtual
-// board's part, and hands everything else on.
+// What the preloaded shim's files share. Each function in them stands before the C library's (or
+// the board library's) of the same name, does the virtual board's part, and hands everything else
+// on.
 #pragma once
 
 #include <dlfcn.h>

@@ -1,7 +1,6 @@
-// The shim's device calls: opening the virtual bus, requests on its descriptors
-// and their copies. A bus's descriptor is a real one that can do nothing: an
-// O_PATH handle of /dev/null. That the kernel still knows it as one says that it
-// is the bus's, however it was closed, replaced, inherited or copied.
+// The shim's device calls: opening the virtual bus, and requests on its descriptors. Behind each is
+// an empty file of its own, whose offset all copies of the descriptor share, as they share what the
+// kernel keeps: by dup, fork and exec.
 
 // The checked and the 64-bit forms are defined here beside the plain ones.
 #undef _FORTIFY_SOURCE
@@ -13,89 +12,81 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
-#include <iterator>
+#include <string>
 
-#include "board.h"
 #include "i2cDevice.h"
 
 namespace virtualboard {
 
 namespace {
 
-constexpr const char* BUS_PATH = "/dev/i2c-0";
-constexpr const char* BUS_PREFIXES[] = {"/dev/i2c-", "/dev/i2c/"};
-constexpr int DESCRIPTOR_COUNT = 65536;
+constexpr const char* BUS_FOLDER = "/dev";
+constexpr const char* BUS_PREFIX = "i2c-";
+constexpr const char* BUS_NAME = "i2c-0"; // there is one bus
 
-// What each of the bus's descriptors is bound to.
-std::array<int, DESCRIPTOR_COUNT> addresses{};
+// Of a bus's file. The sticky bit, which means nothing on a file, tells it from all others.
+constexpr mode_t BUS_FILE_MODE = S_ISVTX | S_IRUSR | S_IWUSR;
 
-bool isBusPath(const char* path)
+// The name of an I2C device in /dev, if the path leads to one in whatever spelling; else null.
+const char* busName(int folder, const char* path)
 {
+    const char* slash = path == nullptr ? nullptr : std::strrchr(path, '/');
+    const char* name = slash == nullptr ? path : slash + 1;
     // The session comes last: joining it opens its file.
-    const auto begins = [path](const char* prefix) {
-        return std::strncmp(path, prefix, std::strlen(prefix)) == 0;
-    };
-    return path != nullptr && std::any_of(std::begin(BUS_PREFIXES), std::end(BUS_PREFIXES), begins)
-           && joinSession() != nullptr;
-}
-
-bool isBusDescriptor(int fd)
-{
-    if (joinSession() == nullptr || fd < 0 || fd >= DESCRIPTOR_COUNT) {
-        return false;
+    if (name == nullptr || std::strncmp(name, BUS_PREFIX, std::strlen(BUS_PREFIX)) != 0
+        || joinSession() == nullptr) {
+        return nullptr;
+    }
+    std::string parent(path, static_cast<std::size_t>(name - path));
+    if (path[0] != '/') {
+        parent.insert(0,
+                      folder == AT_FDCWD ? "./" : "/proc/self/fd/" + std::to_string(folder) + "/");
     }
     const int reason = errno;
-    static auto* const real = next<int(int, int, ...)>("fcntl");
-    const int flags = real(fd, F_GETFL);
-    struct stat status = {};
-    const bool isBus = flags != -1 && (flags & O_PATH) != 0 && fstat(fd, &status) == 0
-                       && S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+    char resolved[PATH_MAX];
+    const bool isDevice =
+        realpath(parent.c_str(), resolved) != nullptr && std::strcmp(resolved, BUS_FOLDER) == 0;
     errno = reason;
-    return isBus;
+    return isDevice ? name : nullptr;
 }
 
-// Opens one of the paths of buses: there is one bus, number 0.
-int openBus(const char* path, int flags)
+int openBus(const char* name, int flags)
 {
-    if (std::strcmp(path, BUS_PATH) != 0) {
+    if (std::strcmp(name, BUS_NAME) != 0) {
         errno = ENOENT;
         return -1;
     }
+    Session& session = *joinSession();
     {
-        Session& session = *joinSession();
-        const BoardAccess turn(session.board);
+        const FileLock turn = takeTurn(session);
         if (const Fault* fault = strikingFault(session, FaultKind::OPEN)) {
             errno = fault->error;
             return -1;
         }
     }
-    const int fd = open("/dev/null", O_PATH | (flags & O_CLOEXEC));
-    if (fd >= DESCRIPTOR_COUNT) {
-        close(fd);
-        errno = EMFILE;
-        return -1;
-    }
+    std::string path = std::string(session.folder) + "/" + BUS_FILE_PREFIX + "XXXXXX";
+    const int fd = mkostemp(path.data(), flags & O_CLOEXEC);
     if (fd >= 0) {
-        addresses[static_cast<std::size_t>(fd)] = 0;
+        fchmod(fd, BUS_FILE_MODE);
     }
     return fd;
 }
 
-// A copy of a bus's descriptor is bound as the original is.
-int copied(int from, int to)
+bool isBusDescriptor(int fd)
 {
-    if (to >= 0 && to < DESCRIPTOR_COUNT && isBusDescriptor(to)) {
-        addresses[static_cast<std::size_t>(to)] = addresses[static_cast<std::size_t>(from)];
-    }
-    return to;
+    const int reason = errno;
+    struct stat64 status = {};
+    const bool isBus = joinSession() != nullptr && fstat64(fd, &status) == 0
+                       && status.st_mode == (S_IFREG | BUS_FILE_MODE);
+    errno = reason;
+    return isBus;
 }
 
 // The mode is there only if a file may be made.
@@ -106,17 +97,12 @@ mode_t modeOf(int flags, va_list arguments)
     return makes ? va_arg(arguments, mode_t) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
 }
 
-int openPath(const char* name, int folder, const char* path, int flags, mode_t mode)
+int openPath(const char* function, int folder, const char* path, int flags, mode_t mode)
 {
-    return isBusPath(path) ? openBus(path, flags)
-                           : next<int(int, const char*, int, ...)>(name)(folder, path, flags, mode);
-}
-
-int duplicate(int fd, int command, void* argument, const char* name)
-{
-    const int result = next<int(int, int, ...)>(name)(fd, command, argument);
-    const bool copies = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
-    return copies ? copied(fd, result) : result;
+    if (const char* name = busName(folder, path)) {
+        return openBus(name, flags);
+    }
+    return next<int(int, const char*, int, ...)>(function)(folder, path, flags, mode);
 }
 
 } // namespace
@@ -192,47 +178,16 @@ INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
     if (isBusDescriptor(fd)) {
-        return deviceRequest(*joinSession(), request, argument,
-                             addresses[static_cast<std::size_t>(fd)]);
+        const auto bound = static_cast<unsigned>(lseek64(fd, 0, SEEK_CUR) / BUS_FILE_STRIDE);
+        unsigned address = bound;
+        const int result = deviceRequest(*joinSession(), request, argument, address);
+        if (address != bound) {
+            lseek64(fd, address * BUS_FILE_STRIDE, SEEK_SET);
+        }
+        return result;
     }
     static auto* const real = next<int(int, unsigned long, ...)>("ioctl");
     return real(fd, request, argument);
-}
-
-INTERPOSED int dup(int fd) noexcept
-{
-    static auto* const real = next<int(int)>("dup");
-    return copied(fd, real(fd));
-}
-
-INTERPOSED int dup2(int from, int to) noexcept
-{
-    static auto* const real = next<int(int, int)>("dup2");
-    return copied(from, real(from, to));
-}
-
-INTERPOSED int dup3(int from, int to, int flags) noexcept
-{
-    static auto* const real = next<int(int, int, int)>("dup3");
-    return copied(from, real(from, to, flags));
-}
-
-INTERPOSED int fcntl(int fd, int command, ...)
-{
-    va_list arguments;
-    va_start(arguments, command);
-    void* argument = va_arg(arguments, void*);
-    va_end(arguments);
-    return duplicate(fd, command, argument, "fcntl");
-}
-
-INTERPOSED int fcntl64(int fd, int command, ...)
-{
-    va_list arguments;
-    va_start(arguments, command);
-    void* argument = va_arg(arguments, void*);
-    va_end(arguments);
-    return duplicate(fd, command, argument, "fcntl64");
 }
 
 } // extern "C"

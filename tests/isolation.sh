@@ -1,0 +1,66 @@
+#!/bin/sh
+# On a machine with I2C buses of its own virtual-board hides them from its command, and from nobody
+# else. Such a machine is made here, in a mount namespace. Usage: isolation.sh VIRTUAL_BOARD PMADMIN
+set -u
+if [ "${3-}" != inside ]; then
+    mounts=--mount
+    unshare --mount true 2>/dev/null || mounts='--map-root-user --mount'
+    # shellcheck disable=SC2086 # options
+    unshare $mounts true || { echo "skipped: this machine allows no mount namespace"; exit 77; }
+    # shellcheck disable=SC2086
+    exec unshare $mounts sh "$0" "$1" "$2" inside
+fi
+work=$(mktemp -d)
+trap 'cd / && umount -lR "$work" && rmdir "$work"' EXIT
+mount -t tmpfs dev "$work" && chmod 755 "$work" && cd "$work" || exit 1
+mkdir dev user && chmod 777 user
+for device in null zero full urandom; do
+    : >dev/$device && mount --bind /dev/$device dev/$device || exit 1
+done
+ln -s /proc/self/fd dev/fd
+echo secret >dev/i2c-0
+echo secret >dev/i2c-17
+mount --rbind dev /dev && mount --make-rshared / || exit 1 # so that what is mounted would spread
+cd user || exit 1
+failed=0
+
+# expect WHAT STATUS OUTPUT COMMAND... - compares status and output, errors included.
+expect() {
+    what=$1 status=$2 output=$3
+    shift 3
+    actual=$("$@" 2>&1)
+    [ "$?:$actual" = "$status:$output" ] && return
+    printf '%s: %s gave\n%s\nin place of %s:\n%s\n' "$what" "$*" "$actual" "$status" "$output"
+    failed=1
+}
+buses='cat /dev/i2c-0 /dev/i2c-17 && grep NoNewPrivs /proc/self/status'
+mounts=$(cat /proc/self/mountinfo)
+expect root 0 "NoNewPrivs:	0" "$1" env -i sh -c "$buses"
+expect "the virtual one is there" 0 "" "$1" "$2" -a
+"$1" sh -c 'touch running; exec sleep 1' &
+while [ ! -e running ]; do :; done
+expect "outside, meanwhile" 0 secret cat /dev/i2c-17
+expect "mounts outside" 0 "$mounts" cat /proc/self/mountinfo
+wait
+
+# What a build for coverage counts, this user may leave in a folder of his own.
+user="setpriv --reuid 65534 --regid 65534 --clear-groups env GCOV_PREFIX=$PWD/own"
+rm -f virtual-board.state
+if $user unshare --user true 2>/dev/null; then
+    # shellcheck disable=SC2086 # options
+    expect "an ordinary user" 0 "NoNewPrivs:	1" $user "$1" env -i sh -c "$buses"
+else
+    echo "skipped: an ordinary user, to whom this machine allows no namespace"
+fi
+# shellcheck disable=SC2016 # the inner shell expands it
+expect "where it is not allowed" 2 \
+    "virtual-board: cannot hide the machine's own /dev/i2c-*: No space left on device; run it as root" \
+    unshare --map-root-user sh -c 'echo 0 >/proc/sys/user/max_user_namespaces
+        exec setpriv --bounding-set=-all "$0" --board forbidden true' "$1"
+
+mkdir full && mount -t tmpfs -o size=4k full full || exit 1
+expect "no room for the session" 2 \
+    "virtual-board: cannot share the session in $work/user/full: No space left on device" \
+    env TMPDIR="$work/user/full" "$1" --board room true
+expect "nothing is left" 0 "" ls full
+exit $failed

@@ -1,0 +1,48 @@
+#include "fileLock.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace virtualboard {
+
+int openAboveStreams(const char* path, int flags)
+{
+    const int fd = open(path, flags | O_CLOEXEC, 0666);
+    if (fd < 0 || fd > STDERR_FILENO) {
+        return fd;
+    }
+    const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int reason = errno;
+    close(fd);
+    errno = reason;
+    return above;
+}
+
+FileLock::FileLock(const char* path)
+{
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &m_signals);
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
+    m_fd = openAboveStreams(path, O_RDWR | O_NONBLOCK | O_NOCTTY);
+    if (m_fd < 0 || flock(m_fd, LOCK_EX) != 0) {
+        m_error = errno;
+    }
+}
+
+FileLock::~FileLock()
+{
+    if (m_fd >= 0) {
+        // Said aloud, for a child forked meanwhile may hold the descriptor too.
+        flock(m_fd, LOCK_UN);
+        close(m_fd);
+    }
+    pthread_setcancelstate(m_cancelState, nullptr);
+    pthread_sigmask(SIG_SETMASK, &m_signals, nullptr);
+}
+
+} // namespace virtualboard

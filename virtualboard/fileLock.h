@@ -1,0 +1,35 @@
+// A lock on a file between processes and threads. Used for a board's file and for what the
+// processes of a session share.
+#pragma once
+
+#include <csignal>
+
+namespace virtualboard {
+
+/// Like open(2) with O_CLOEXEC, but never gives a standard stream's descriptor: what a program
+/// prints there must not reach the file.
+int openAboveStreams(const char* path, int flags);
+
+/// Holds the lock of an existing file for as long as the object lives. Everyone else waits, this
+/// process's threads too. Meanwhile signals wait and the thread is not cancelled: a handler that
+/// wants the lock would wait for ever, and what is done under it would end halfway.
+class FileLock {
+public:
+    explicit FileLock(const char* path);
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+    /// 0, or the errno that kept the lock from being had.
+    int error() const { return m_error; }
+    /// Of the file, open for reading and writing; the lock's own.
+    int fd() const { return m_fd; }
+
+private:
+    sigset_t m_signals{};
+    int m_cancelState = 0;
+    int m_fd = -1;
+    int m_error = 0;
+};
+
+} // namespace virtualboard
