@@ -280,7 +280,7 @@ TEST_F(BoardTest, InAnyFolder)
 TEST_F(BoardTest, AProgramOnTheBus)
 {
     const char* const cases[][3] = {
-        {"copies", "4d 4d 4d ffffffff ", ""},
+        {"copies " EMULATOR " " BUS_USER " inherited", "4d 4d 4d ffffffff ", ""},
         {"spellings", "1 1 1 0 0 1 0 1 ", ""},
         {"requests", "0 0 -1 ", ""},
         {"handler", "200 ", ""},

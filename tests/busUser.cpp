@@ -32,14 +32,15 @@ void say(int fd)
 }
 
 // A copy from before the binding, a child, and a program that is started share what the original is bound to.
-void copies(const char* self)
+void copies(char** program)
 {
     const int copy = dup(bus);
     ioctl(bus, I2C_SLAVE, 0x74L);
     say(copy);
     if (fork() == 0) {
         say(bus);
-        execl(self, self, "inherited", std::to_string(bus).c_str(), nullptr);
+        setenv("BUS", std::to_string(bus).c_str(), 1);
+        execvp(program[0], program);
     }
     wait(nullptr);
     say(bus);
@@ -108,7 +109,7 @@ int main(int argc, char** argv)
 {
     const std::string story = argc > 1 ? argv[1] : "";
     if (story == "inherited") {
-        bus = std::atoi(argv[2]);
+        bus = std::atoi(std::getenv("BUS"));
         say(bus);
         ioctl(bus, I2C_SLAVE, 0x10L);
         return 0;
@@ -119,7 +120,7 @@ int main(int argc, char** argv)
     }
     bus = open("/dev/i2c-0", O_RDWR);
     if (story == "copies") {
-        copies(argv[0]);
+        copies(argv + 2);
     }
     ioctl(bus, I2C_SLAVE, 0x74L);
     if (story == "spellings") {
