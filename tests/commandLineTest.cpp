@@ -60,7 +60,8 @@ TEST_F(CommandLineTest, SelectsAnActionAndAFileOrShowsTheUsage)
         {{"-a", "f", "g"}, Action::AccessibilityCheck, "", REFUSED},
         {{"-v", "f", "g"}, Action::PrintVersion, "", REFUSED},
     };
-    for (auto [arguments, action, fileName, outcome] : cases) {
+    for (const auto& row : cases) {
+        std::vector<std::string> arguments = std::get<0>(row);
         arguments.insert(arguments.begin(), "./pm");
         std::vector<char*> argv;
         for (std::string& argument : arguments) {
@@ -68,10 +69,10 @@ TEST_F(CommandLineTest, SelectsAnActionAndAFileOrShowsTheUsage)
         }
         argv.push_back(nullptr);
         optind = 0; // a new scan
-        EXPECT_EQ(outcome, recordResult([&, action = action, fileName = fileName] {
+        EXPECT_EQ(std::get<3>(row), recordResult([&] {
                       const CommandLine commandLine(static_cast<int>(argv.size()) - 1, argv.data());
-                      EXPECT_EQ(action, commandLine.getAction());
-                      EXPECT_EQ(fileName, commandLine.getFileName());
+                      EXPECT_EQ(std::get<1>(row), commandLine.getAction());
+                      EXPECT_EQ(std::get<2>(row), commandLine.getFileName());
                       return commandLine.isValid();
                   }))
             << testing::PrintToString(arguments);

@@ -3,13 +3,16 @@
 # else. Such a machine is made here, in a mount namespace. Usage: isolation.sh VIRTUAL_BOARD PMADMIN
 set -u
 if [ "${3-}" != inside ]; then
-    mounts=--mount
-    unshare --mount true 2>/dev/null || mounts='--map-root-user --mount'
+    mounts='--mount --propagation unchanged'
     # shellcheck disable=SC2086 # options
+    unshare $mounts true 2>/dev/null || mounts="--map-root-user $mounts"
+    # shellcheck disable=SC2086
     unshare $mounts true || { echo "skipped: this machine allows no mount namespace"; exit 77; }
     # shellcheck disable=SC2086
     exec unshare $mounts sh "$0" "$1" "$2" inside
 fi
+# In a chroot the root may be no mount.
+mount --make-rprivate / 2>/dev/null || mount --make-rprivate /dev || exit 1
 work=$(mktemp -d)
 trap 'cd / && umount -lR "$work" && rmdir "$work"' EXIT
 mount -t tmpfs dev "$work" && chmod 755 "$work" && cd "$work" || exit 1
@@ -20,7 +23,7 @@ done
 ln -s /proc/self/fd dev/fd
 echo secret >dev/i2c-0
 echo secret >dev/i2c-17
-mount --rbind dev /dev && mount --make-rshared / || exit 1 # so that what is mounted would spread
+mount --rbind dev /dev && mount --make-rshared /dev || exit 1 # what is mounted there would spread
 cd user || exit 1
 failed=0
 
@@ -46,18 +49,22 @@ wait
 # What a build for coverage counts, this user may leave in a folder of his own.
 user="setpriv --reuid 65534 --regid 65534 --clear-groups env GCOV_PREFIX=$PWD/own"
 rm -f virtual-board.state
-if $user unshare --user true 2>/dev/null; then
+refused="virtual-board: cannot hide the machine's own /dev/i2c-*"
+if ! $user true 2>/dev/null; then
+    echo "skipped: an ordinary user, whom this user can't become"
+elif $user unshare --user true 2>/dev/null; then
     # shellcheck disable=SC2086 # options
     expect "an ordinary user" 0 "NoNewPrivs:	1" $user "$1" env -i sh -c "$buses"
 else
-    echo "skipped: an ordinary user, to whom this machine allows no namespace"
+    # shellcheck disable=SC2086
+    expect "in a chroot" 2 "$refused: Operation not permitted; run it as root" $user "$1" true
 fi
-# shellcheck disable=SC2016 # the inner shell expands it
-expect "where it is not allowed" 2 \
-    "virtual-board: cannot hide the machine's own /dev/i2c-*: No space left on device; run it as root" \
-    unshare --map-root-user sh -c 'echo 0 >/proc/sys/user/max_user_namespaces
-        exec setpriv --bounding-set=-all "$0" --board forbidden true' "$1"
-
+if unshare --map-root-user true 2>/dev/null; then
+    # shellcheck disable=SC2016 # the inner shell expands it
+    expect "where it is not allowed" 2 "$refused: No space left on device; run it as root" \
+        unshare --map-root-user sh -c 'echo 0 >/proc/sys/user/max_user_namespaces
+            exec setpriv --bounding-set=-all "$0" --board forbidden true' "$1"
+fi
 mkdir full && mount -t tmpfs -o size=4k full full || exit 1
 expect "no room for the session" 2 \
     "virtual-board: cannot share the session in $work/user/full: No space left on device" \

@@ -84,8 +84,8 @@ TEST_F(TransferTest, ThreeAttemptsWithPausesAndTheErrorOfEach)
         const std::string text = what;
         const std::string code = text.substr(isRead ? 5 : 6, 2);
         const std::string page = text.substr(text.rfind(' ') + 1);
-        const auto failed = [&, request = request](int number, const std::string& error) {
-            return attempt(number, request,
+        const auto failed = [&, wanted = request](int number, const std::string& error) {
+            return attempt(number, wanted,
                            (isRead ? "Read command " : "Write command ") + code + " on page " + page + " failed"
                                + (code == "11" ? "" : ", " + error));
         };

@@ -200,7 +200,7 @@ int Transfer::read(i2c_msg& message)
 void Transfer::receive(const i2c_msg& message, std::size_t from, std::size_t count)
 {
     m_chip.send(message.buf + from, count, from);
-    if (Fault* stuck = strikingFault(m_session, FaultKind::STUCK, m_named, m_chip.page())) {
+    if (const Fault* stuck = strikingFault(m_session, FaultKind::STUCK, m_named, m_chip.page())) {
         for (std::size_t i = from; i < from + count && i < sizeof stuck->mask; ++i) {
             const auto mask = static_cast<std::uint8_t>(stuck->mask >> (8 * i));
             const auto value = static_cast<std::uint8_t>(stuck->value >> (8 * i));

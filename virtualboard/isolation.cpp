@@ -42,10 +42,12 @@ bool enterUserNamespace()
            && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
 }
 
-// What is mounted from here on stays in this namespace.
+// What is mounted from here on stays in this namespace. In a chroot the root may be no mount.
 bool keepMounts()
 {
-    return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+           || (errno == EINVAL
+               && mount("none", "/dev", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
 }
 
 bool hide(const char* path)

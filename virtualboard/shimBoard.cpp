@@ -18,7 +18,7 @@ using namespace virtualboard;
 // The lock stays the kernel's own; two boards have two.
 extern "C" INTERPOSED int semget(key_t key, int count, int flags) noexcept
 {
-    Session* session = joinSession();
+    const Session* session = joinSession();
     if (session != nullptr && key == PM_MUTEX_KEY) {
         const BoardAccess board(session->board);
         if (!board.isOpen()) {
@@ -47,7 +47,7 @@ INTERPOSED TraceObject::TraceObject(const char* identity, int level) : m_setting
 
 INTERPOSED int boardUtils::getVersion(int& version)
 {
-    Session* session = joinSession();
+    const Session* session = joinSession();
     if (session == nullptr) {
         auto* real = next<int(boardUtils*, int&)>("_ZN10boardUtils10getVersionERi");
         return real == nullptr ? 0 : real(this, version);
