@@ -81,10 +81,10 @@ public:
     static Command* create(unsigned int code);
 
     /// The twelve monitored supply channels.
-    static bool isChannelPage(std::uint8_t page) { return page <= 11; }
+    static constexpr bool isChannelPage(std::uint8_t page) { return page <= 11; }
     /// The five temperature sensors.
-    static bool isTemperaturePage(std::uint8_t page) { return page >= 13 && page <= 17; }
-    static bool isAllPages(std::uint8_t page) { return page == ALL_PAGES; }
+    static constexpr bool isTemperaturePage(std::uint8_t page) { return page >= 13 && page <= 17; }
+    static constexpr bool isAllPages(std::uint8_t page) { return page == ALL_PAGES; }
 
 protected:
     Command(std::uint8_t code, std::uint8_t dataSize, Access channels, Access sensors,

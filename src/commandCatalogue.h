@@ -1,14 +1,18 @@
-// The catalogue as a table: what each command is, on which pages it may be read and written, and
-// what becomes of its value. Whoever reads PM data files or plays the chip looks commands up here.
+// The catalogue as a table: what each command is, on which pages it may be read and written, what
+// becomes of its value and how it reads. The reading of PM data files, pmfile and the virtual board
+// look commands up here.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "command.h"
 
 namespace catalogue {
 
-/// What a command stands for (data sheets of the chip's family).
+/// What a command stands for.
 enum class Kind : std::uint8_t {
     ACTION,  ///< the chip does something; no data
     SETTING, ///< kept in flash and put back at power-up
@@ -16,29 +20,97 @@ enum class Kind : std::uint8_t {
     FIXED,   ///< part of the silicon, nothing changes it
 };
 
-struct Row {
-    std::uint8_t code;
-    std::uint8_t size;                                       ///< number of data bytes
-    std::uint32_t channelAccess, sensorAccess, deviceAccess; ///< access masks by page group
-    Kind kind;
+/// How a value reads. Words in units are signed numbers, PMBus format DIRECT.
+enum class Format : std::uint8_t {
+    NONE,    ///< no data
+    BITS,    ///< hexadecimal
+    COUNT,   ///< decimal
+    VOLTS,   ///< 1 mV a step
+    RATIO,   ///< 32767 is 1
+    CELSIUS, ///< 0.01 °C a step
+    TIME,    ///< 0.2 ms a step, as a sibling of the chip counts
+    TEXT,    ///< characters
+    VERSION, ///< the version record, versionRecord.h
 };
 
-#define COMMAND_ROW(code, name, base, channels, sensors, device, kind)                             \
-    {name::CODE, name::SIZE, Command::channels, Command::sensors, Command::device, Kind::kind},
+/// A name as the PMBus standard writes it, made from the class's: VOUT_OV_FAULT_LIMIT.
+struct PmbusName {
+    char text[24];
+};
+
+struct Row {
+    std::uint8_t code;
+    std::uint8_t size; ///< number of data bytes
+    PmbusName name;
+    std::uint32_t channelAccess, sensorAccess, deviceAccess; ///< access masks by page group
+    Kind kind;
+    Format format;
+    std::uint16_t factory; ///< the number that the chip leaves the factory with
+};
+
+constexpr PmbusName toPmbusName(const char* className)
+{
+    PmbusName name{};
+    std::size_t length = 0;
+    for (const char* at = className; *at != '\0'; ++at) {
+        const bool capital = *at < 'a';
+        const bool wordBegins =
+            at != className && capital && (at[-1] >= 'a' || (at[1] >= 'a' && at[1] <= 'z'));
+        if (wordBegins) {
+            name.text[length++] = '_';
+        }
+        name.text[length++] = static_cast<char>(capital ? *at : *at - 'a' + 'A');
+    }
+    return name;
+}
+
+#define COMMAND_ROW(code, name, base, channels, sensors, device, kind, format, factory)            \
+    {name::CODE,        name::SIZE,       toPmbusName(#name),                                      \
+     Command::channels, Command::sensors, Command::device,                                         \
+     Kind::kind,        Format::format,   factory},
 /// In the order of the codes.
 inline constexpr Row ROWS[] = {
 #include "commandCatalogue.def"
 };
 
+constexpr std::array<std::uint8_t, 256> findPositions()
+{
+    std::array<std::uint8_t, 256> positions{};
+    for (std::uint8_t& position : positions) {
+        position = static_cast<std::uint8_t>(std::size(ROWS));
+    }
+    std::uint8_t next = 0;
+    for (const Row& row : ROWS) {
+        positions[row.code] = next++;
+    }
+    return positions;
+}
+
+/// Where in ROWS each code stands; behind their end if it does not.
+inline constexpr auto POSITIONS = findPositions();
+
 /// The row of the command with this code, or null if there is none.
 constexpr const Row* find(unsigned int code)
 {
-    for (const Row& row : ROWS) {
-        if (row.code == code) {
-            return &row;
-        }
+    const std::size_t position = code < POSITIONS.size() ? POSITIONS[code] : std::size(ROWS);
+    return position < std::size(ROWS) ? &ROWS[position] : nullptr;
+}
+
+/// The access mask of a command on a page that exists.
+constexpr std::uint32_t accessOn(const Row& row, int page)
+{
+    return page == Command::ALL_PAGES                                ? row.deviceAccess
+           : Command::isChannelPage(static_cast<std::uint8_t>(page)) ? row.channelAccess
+                                                                     : row.sensorAccess;
+}
+
+/// Byte `i` of what a command's register holds from the factory.
+constexpr std::uint8_t factoryByte(const Row& row, unsigned int i)
+{
+    if (row.format == Format::TEXT || row.format == Format::VERSION) {
+        return i % 2 == 0 ? '1' : '0';
     }
-    return nullptr;
+    return static_cast<std::uint8_t>(i < sizeof(row.factory) ? row.factory >> (8 * i) : 0);
 }
 
 } // namespace catalogue

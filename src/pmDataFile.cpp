@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <iterator>
@@ -28,20 +29,29 @@ constexpr std::size_t CHECKSUM_WIDTH = 2;
 /// No record is as short.
 constexpr std::size_t MAX_SKIPPED_LENGTH = 10;
 
-constexpr std::size_t DIGITS_PER_BYTE = 2;
-
-/// An entry begins with its data length and its command code, a byte each.
-constexpr std::size_t ENTRY_HEAD_DIGITS = 2 * DIGITS_PER_BYTE;
+constexpr std::size_t ENTRY_HEAD_DIGITS = ENTRY_HEAD_BYTES * DIGITS_PER_BYTE;
 
 /// Far beyond any real file, which has some 5 KB: its commands still fit into a board's memory, and
 /// a source without an end, such as a device, is stopped before it fills that.
 constexpr std::size_t MAX_FILE_SIZE = std::size_t{16} * 1024 * 1024;
 
-/// The value of a hexadecimal digit, or -1 if `c` is none.
+/// The value of each character as a hexadecimal digit, -1 if it is none. A table, as no branch
+/// depends on the digit then: most of the time for a large file goes here.
+constexpr std::array<std::int8_t, 256> DIGIT_VALUES = [] {
+    std::array<std::int8_t, 256> values{};
+    for (std::int8_t& value : values) {
+        value = -1;
+    }
+    for (std::uint8_t i = 0; i < 16; ++i) {
+        values[static_cast<std::uint8_t>("0123456789abcdef"[i])] = static_cast<std::int8_t>(i);
+        values[static_cast<std::uint8_t>("0123456789ABCDEF"[i])] = static_cast<std::int8_t>(i);
+    }
+    return values;
+}();
+
 int digitValue(char c)
 {
-    const char lower = static_cast<char>(c | 0x20);
-    return c >= '0' && c <= '9' ? c - '0' : lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+    return DIGIT_VALUES[static_cast<std::uint8_t>(c)];
 }
 
 bool isDigit(char c)
@@ -114,25 +124,62 @@ Record parseRecord(std::string_view line)
     return record;
 }
 
-bool RecordLines::next()
+unsigned int checksumOf(std::string_view line)
 {
-    while (!m_rest.empty()) {
-        const std::size_t end = std::min(m_rest.find('\n'), m_rest.size());
-        m_line = m_rest.substr(0, end);
-        m_rest.remove_prefix(std::min(end + 1, m_rest.size()));
-        ++m_number;
-        if (m_line.size() > MAX_SKIPPED_LENGTH) {
-            return true;
-        }
+    const std::size_t digits = DIGITS_PER_BYTE * parseHex(line, COUNT_POSITION, COUNT_WIDTH);
+    unsigned int sum = 0;
+    for (std::size_t at = COUNT_POSITION; at < DATA_POSITION + digits; at += DIGITS_PER_BYTE) {
+        sum += parseHex(line, at, DIGITS_PER_BYTE);
     }
-    return false;
+    return -sum & 0xFF;
+}
+
+std::string makeRecords(const std::uint8_t* bytes, std::size_t count)
+{
+    constexpr std::size_t BYTES_PER_RECORD = 16; // the usual number
+    const auto addHex = [](std::string& text, const char* format, std::size_t number) {
+        char digits[8];
+        std::snprintf(digits, sizeof(digits), format, static_cast<unsigned int>(number));
+        text += digits;
+    };
+    std::string text;
+    for (std::size_t address = 0; address < count; address += BYTES_PER_RECORD) {
+        const std::size_t size = std::min(count - address, BYTES_PER_RECORD);
+        std::string line = ":";
+        addHex(line, "%02X", size);
+        addHex(line, "%04X", address);
+        addHex(line, "%02X", DATA_RECORD);
+        for (std::size_t i = 0; i < size; ++i) {
+            addHex(line, "%02X", bytes[address + i]);
+        }
+        addHex(line, "%02X\n", checksumOf(line));
+        text += line;
+    }
+    return text + ":00000001FF\n";
+}
+
+bool Lines::next()
+{
+    if (m_rest.empty()) {
+        return false;
+    }
+    const std::size_t end = std::min(m_rest.find('\n'), m_rest.size());
+    m_line = m_rest.substr(0, end);
+    m_rest.remove_prefix(std::min(end + 1, m_rest.size()));
+    ++m_number;
+    return true;
+}
+
+bool Lines::isRecord() const
+{
+    return m_line.size() > MAX_SKIPPED_LENGTH;
 }
 
 unsigned int findLine(std::string_view text, std::size_t offset)
 {
-    RecordLines lines(text);
+    Lines lines(text);
     for (std::size_t end = 0; end <= offset && lines.next();) {
-        end += parseRecord(lines.line()).data.size() / DIGITS_PER_BYTE;
+        end += lines.isRecord() ? parseRecord(lines.line()).data.size() / DIGITS_PER_BYTE : 0;
     }
     return lines.number();
 }
@@ -166,17 +213,22 @@ void Entries::copyData(std::uint8_t (&bytes)[MAX_LENGTH]) const
 
 std::string Entries::findFault() const
 {
-    const catalogue::Row* const row = catalogue::find(m_code);
+    return findEntryFault((m_digits.size() - m_position) / DIGITS_PER_BYTE, m_length, m_code);
+}
+
+std::string findEntryFault(std::size_t size, unsigned int length, unsigned int code)
+{
+    const catalogue::Row* const row = catalogue::find(code);
     const unsigned int needed = row == nullptr ? 0 : row->size;
     char fault[64] = "";
-    if (m_digits.size() - m_position < ENTRY_HEAD_DIGITS) {
+    if (size < ENTRY_HEAD_BYTES) {
         return "is cut off behind its length";
     }
-    if (m_next > m_digits.size()) {
-        std::snprintf(fault, sizeof(fault), "(command %02x) runs past the end of the data", m_code);
-    } else if (m_length < needed) {
-        std::snprintf(fault, sizeof(fault), "(command %02x) has %u data bytes of %u", m_code,
-                      m_length, needed);
+    if (size < ENTRY_HEAD_BYTES + length) {
+        std::snprintf(fault, sizeof(fault), "(command %02x) runs past the end of the data", code);
+    } else if (length < needed) {
+        std::snprintf(fault, sizeof(fault), "(command %02x) has %u data bytes of %u", code, length,
+                      needed);
     }
     return fault;
 }

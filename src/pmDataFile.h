@@ -1,5 +1,5 @@
 // The format of PM data files: Intel HEX records, a line each, whose data fields, joined in the
-// order of the lines, are a stream of command entries. PowerFileParser reads files with it.
+// order of the lines, are a stream of command entries. pmadmin and pmfile read files with it.
 #pragma once
 
 #include <cstddef>
@@ -16,6 +16,10 @@ enum class Reading : std::uint8_t { WHOLE, FAILED, TOO_LARGE };
 /// ends it, TOO_LARGE if it is larger than any PM data file.
 Reading readAll(int fd, std::string& text);
 
+/// Digits of a byte, and the bytes with which an entry begins: data length and command code.
+inline constexpr std::size_t DIGITS_PER_BYTE = 2;
+inline constexpr std::size_t ENTRY_HEAD_BYTES = 2;
+
 /// The number that stands in hexadecimal in `text`, in up to `length` characters from `position`
 /// on. White space before it is skipped; it ends at the first other character or with the text. 0
 /// if there are no digits: a sign or "0x" is none. What is too large is the largest number.
@@ -29,17 +33,28 @@ struct Record {
 };
 Record parseRecord(std::string_view line);
 
-/// Walks over the record lines of a file: those of more than ten characters. All others are blank
-/// or stray.
-class RecordLines {
-public:
-    explicit RecordLines(std::string_view text) : m_rest(text) {}
+/// Of Intel HEX; pmadmin takes the data of every type.
+inline constexpr unsigned int DATA_RECORD = 0;
+inline constexpr unsigned int END_RECORD = 1;
 
-    /// Goes to the next record line, at first to the first; false if there is none.
+/// The checksum that fits the fields before it: all bytes of a record sum up to 0 modulo 256.
+unsigned int checksumOf(std::string_view line);
+
+/// The lines of a file with these data bytes, of which 16-bit addresses reach 65,536 at most.
+std::string makeRecords(const std::uint8_t* bytes, std::size_t count);
+
+/// Walks over the lines of a file.
+class Lines {
+public:
+    explicit Lines(std::string_view text) : m_rest(text) {}
+
+    /// Goes to the next line, at first to the first; false if there is none.
     bool next();
 
+    /// Whether it counts as a record: others, of up to ten characters, are blank or stray.
+    bool isRecord() const;
     std::string_view line() const { return m_line; }
-    /// Of the line in the file, counted from 1.
+    /// Counted from 1.
     unsigned int number() const { return m_number; }
 
 private:
@@ -50,6 +65,10 @@ private:
 
 /// The number of the line in which the byte at `offset` of a file's joined data stands.
 unsigned int findLine(std::string_view text, std::size_t offset);
+
+/// What keeps an entry from being a whole one of its command, in words; empty if nothing does.
+/// `size` is the number of bytes from its first to the end of the data.
+std::string findEntryFault(std::size_t size, unsigned int length, unsigned int code);
 
 /// Walks over the entries of joined data, two digits a byte. Digits beyond its end, and what is no
 /// digit, count as 0.
@@ -72,7 +91,7 @@ public:
     /// Copies the data bytes to the begin of `bytes` and fills it with zeros.
     void copyData(std::uint8_t (&bytes)[MAX_LENGTH]) const;
 
-    /// What keeps the entry from being a whole one of its command, in words; empty if nothing does.
+    /// As findEntryFault says.
     std::string findFault() const;
 
 private:

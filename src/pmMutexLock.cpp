@@ -42,6 +42,17 @@ bool tryToChange(int semId, short change)
 
 PmMutexLock::PmMutexLock(const char* owner) : m_semId(-1), m_owner(owner)
 {
+    acquire();
+}
+
+PmMutexLock::PmMutexLock(const char* owner, bool& held) : m_semId(-1), m_owner(owner)
+{
+    held = acquire();
+}
+
+// The constructors' work, in whose name it logs. False if they go on without the lock.
+bool PmMutexLock::acquire()
+{
     m_semId = semget(PM_MUTEX_KEY, 1, IPC_CREAT | IPC_EXCL | ALL_MAY_USE);
     if (m_semId >= 0) {
         // Only its creator gives a set its first value.
@@ -49,23 +60,24 @@ PmMutexLock::PmMutexLock(const char* owner) : m_semId(-1), m_owner(owner)
     } else {
         m_semId = semget(PM_MUTEX_KEY, 1, IPC_CREAT | ALL_MAY_USE);
         if (m_semId < 0) {
-            LOG(ERROR, "Cannot get semaphore for %s", m_owner.c_str());
-            LOG(DEBUG, "Cannot acquire semaphore for %s", m_owner.c_str());
-            return;
+            LOG_AS("PmMutexLock", ERROR, "Cannot get semaphore for %s", m_owner.c_str());
+            LOG_AS("PmMutexLock", DEBUG, "Cannot acquire semaphore for %s", m_owner.c_str());
+            return false;
         }
     }
 
     for (int attempt = 1; attempt <= MAX_ATTEMPTS; ++attempt) {
         if (tryToChange(m_semId, -1)) {
-            LOG(DEBUG, "Semaphore acquired by %s", m_owner.c_str());
-            return;
+            LOG_AS("PmMutexLock", DEBUG, "Semaphore acquired by %s", m_owner.c_str());
+            return true;
         }
         if (attempt < MAX_ATTEMPTS) {
             sleep(ATTEMPT_PAUSE_S);
         }
     }
     setValue(m_semId, TAKEN);
-    LOG(ERROR, "Semaphore locked a long time - continue without the lock");
+    LOG_AS("PmMutexLock", ERROR, "Semaphore locked a long time - continue without the lock");
+    return false;
 }
 
 PmMutexLock::~PmMutexLock()

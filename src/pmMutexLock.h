@@ -16,6 +16,8 @@ class PmMutexLock {
 public:
     /// Waits for the lock; `owner` names its holder in the log.
     explicit PmMutexLock(const char* owner);
+    /// The same; `held` says whether the lock is had.
+    PmMutexLock(const char* owner, bool& held);
 
     /// Gives the lock back, also a stale one that was taken over.
     ~PmMutexLock();
@@ -26,4 +28,7 @@ public:
 protected:
     int m_semId; ///< of the semaphore set; negative when none could be had
     std::string m_owner;
+
+private:
+    bool acquire();
 };

@@ -21,6 +21,7 @@ BoardRun::BoardRun()
     std::string error;
     EXPECT_TRUE(virtualboard::createBoard(path("board"), error)) << error;
     setenv("PMADMIN", EMULATOR " " PMADMIN, 1);
+    setenv("PMFILE", EMULATOR " " PMFILE, 1);
     setenv("EXAMPLES", EXAMPLES, 1);
 }
 

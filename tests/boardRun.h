@@ -29,8 +29,8 @@ protected:
     BoardRun();
     ~BoardRun() override;
 
-    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN stands
-    /// for the tool, $EXAMPLES for the folder of the example files.
+    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN and
+    /// $PMFILE stand for the tools, $EXAMPLES for the folder of the example files.
     Outcome run(const std::string& command, const std::string& boardOptions = "") const;
 
     /// A file of the test's own folder.

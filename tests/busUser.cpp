@@ -123,6 +123,12 @@ int main(int argc, char** argv)
         copies(argv + 2);
     }
     ioctl(bus, I2C_SLAVE, 0x74L);
+    if (story == "page") { // selects one, with no regard to others
+        i2c_smbus_data data{};
+        data.byte = 5;
+        i2c_smbus_ioctl_data request{I2C_SMBUS_WRITE, 0x00, I2C_SMBUS_BYTE_DATA, &data};
+        return ioctl(bus, I2C_SMBUS, &request);
+    }
     if (story == "spellings") {
         spellings();
     } else if (story == "requests") {

@@ -39,7 +39,8 @@ void fillFactory(const Register& reg, Image& image)
 std::uint8_t* bytesOf(Image& image, int code, int page)
 {
     const Register* reg = findRegister(code);
-    if (reg == nullptr || reg->copies == 0 || !isPage(page) || reg->accessOn(page) == Command::NO) {
+    if (reg == nullptr || reg->copies == 0 || !isPage(page)
+        || accessOn(*reg, page) == Command::NO) {
         return nullptr;
     }
     return image.data() + reg->positionOn(page);
@@ -86,7 +87,7 @@ std::size_t Chip::receive(const std::uint8_t* bytes, std::size_t count, bool rea
         return 0;
     }
     const Register* reg = findRegister(bytes[0]);
-    const std::uint32_t mask = reg == nullptr ? Command::NO : reg->accessOn(page());
+    const std::uint32_t mask = reg == nullptr ? Command::NO : accessOn(*reg, page());
     if (mask == Command::NO) {
         fault(CML_INVALID_COMMAND);
         return 0;
@@ -105,7 +106,7 @@ std::size_t Chip::receive(const std::uint8_t* bytes, std::size_t count, bool rea
 
 void Chip::send(std::uint8_t* bytes, std::size_t count, std::size_t from)
 {
-    const bool readable = m_named != nullptr && (m_named->accessOn(page()) & ACCESS_READ) != 0;
+    const bool readable = m_named != nullptr && (accessOn(*m_named, page()) & ACCESS_READ) != 0;
     const std::size_t size = readable ? m_named->size : 0;
     const std::size_t known = from < size ? std::min(count, size - from) : 0;
     if (known > 0) {

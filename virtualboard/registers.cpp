@@ -12,34 +12,11 @@ constexpr std::array<int, CHANNEL_COUNT> SUPPLY_MV{12000, 5000, 3300, 2500, 1800
 // Sensors in hundredths of a degree Celsius, the format's step.
 constexpr std::array<int, SENSOR_COUNT> SENSOR_CENTI_C{3125, 3350, 2975, 4100, 3650};
 
-// Identity and limits are the data sheets' factory values.
-int factoryNumber(int code, int copy)
+// What changes by itself has plausible values, all else the data sheets' factory values.
+int factoryNumber(const Register& reg, int copy)
 {
     const auto at = static_cast<std::size_t>(copy);
-    switch (code) {
-    case OnOffConfig::CODE:
-        return 0x1A;
-    case Capability::CODE: // 400 kHz, neither PEC nor alert (PMBus standard)
-        return 0x20;
-    case VoutMode::CODE: // DIRECT format (PMBus standard)
-        return 0x40;
-    case VoutMarginHigh::CODE:
-    case VoutScaleMonitor::CODE: // a ratio of 1
-    case VoutOVFaultLimit::CODE:
-    case VoutOVWarnLimit::CODE:
-    case OTFaultLimit::CODE:
-    case OTWarnLimit::CODE:
-        return 0x7FFF;
-    case PmbusRevision::CODE:
-        return 0x11;
-    case MfrId::CODE:
-        return 'M';
-    case MfrModel::CODE:
-        return 'Z';
-    case MfrRevision::CODE: // two characters
-        return 0x3030;
-    case MfrFwSerial::CODE:
-        return 1;
+    switch (reg.code) {
     case ReadVout::CODE:
         return SUPPLY_MV.at(at);
     case MfrVoutPeak::CODE:
@@ -52,7 +29,7 @@ int factoryNumber(int code, int copy)
     case MfrTemperaturePeak::CODE:
         return SENSOR_CENTI_C.at(at) + 250;
     default:
-        return 0;
+        return reg.factory;
     }
 }
 
@@ -66,23 +43,11 @@ const Register* findRegister(int code)
 
 void factoryValue(const Register& reg, int copy, std::uint8_t* bytes)
 {
-    switch (reg.code) {
-    case MfrLocation::CODE:
-    case MfrDate::CODE:
-    case MfrSerial::CODE:
-        for (int i = 0; i < reg.size; ++i) {
-            bytes[i] = i % 2 == 0 ? 0x31 : 0x30;
-        }
-        return;
-    case MfrNvFaultLog::CODE: // reads as erased flash
-        std::fill_n(bytes, reg.size, std::uint8_t{0xFF});
-        return;
-    default:
-        break;
-    }
-    const int number = factoryNumber(reg.code, copy);
-    for (int i = 0; i < reg.size; ++i) {
-        bytes[i] = i < 2 ? static_cast<std::uint8_t>(number >> (8 * i)) : std::uint8_t{0};
+    Register shown = reg;
+    shown.factory = static_cast<std::uint16_t>(factoryNumber(reg, copy));
+    for (unsigned i = 0; i < reg.size; ++i) {
+        // The fault log reads as erased flash.
+        bytes[i] = reg.code == MfrNvFaultLog::CODE ? 0xFF : factoryByte(shown, i);
     }
 }
 

@@ -22,15 +22,6 @@ struct Register : catalogue::Row {
     std::uint8_t copies;  ///< 12 by channel, 5 by sensor, 1 for the device, 0 without data
     std::uint16_t offset; ///< of the first copy in an image, bytes in bus order
 
-    /// The access mask on `page`; 0: unknown there.
-    constexpr std::uint32_t accessOn(int page) const
-    {
-        if (page == Command::ALL_PAGES) {
-            return deviceAccess;
-        }
-        return page < CHANNEL_COUNT ? channelAccess : sensorAccess;
-    }
-
     /// Where in an image the copy for `page` lies, one on which it has access.
     constexpr std::size_t positionOn(int page) const
     {

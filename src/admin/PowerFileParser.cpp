@@ -39,7 +39,10 @@ std::string PowerFileParser::parseFile(const std::string& fileName)
     m_hexData.reserve(text.size());
     m_error.clear();
 
-    for (pmDataFile::RecordLines lines(text); lines.next();) {
+    for (pmDataFile::Lines lines(text); lines.next();) {
+        if (!lines.isRecord()) {
+            continue;
+        }
         const std::string line(lines.line());
         LOG(DEBUG3, "%s", line.c_str());
         m_hexData += parseLine(line);

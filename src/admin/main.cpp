@@ -1,6 +1,5 @@
 // The entry of the tool: parses the command line, brings chip and PM data file together, runs the
 // one action that the options select, and reports its result as the exit status.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -12,6 +11,7 @@
 #include "PowerFileHandler.h"
 #include "PowerFileParser.h"
 #include "log.h"
+#include "standardStreams.h"
 #include "trace.h"
 
 namespace {
@@ -23,21 +23,7 @@ constexpr int TRACE_LEVEL = 6; // errors, warnings and infos
 /// settle on what was written.
 constexpr unsigned int SETTLE_TIME_S = 2;
 
-/// Opens standard streams that the caller closed, on /dev/null. The bus would get the lowest free
-/// descriptor, and what is printed would be written to the chip. False if that can't be kept from
-/// happening.
-bool openStandardStreams()
-{
-    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
-        if (fcntl(stream, F_GETFD) == -1 && open("/dev/null", O_RDWR) != stream) {
-            std::fprintf(stderr, "A standard stream is closed, and /dev/null can't be opened.\n");
-            return false;
-        }
-    }
-    return true;
-}
-
-// The functions from here on are steps of main and log in its name.
+// The functions here are steps of main and log in its name.
 
 /// Fills the handler's lists and version record from the file. False, with a message, if the file
 /// does not exist or is broken.

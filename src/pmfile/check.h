@@ -1,0 +1,27 @@
+// Is a PM data file fit to be written? Each kind of complaint about it has a name, by which the
+// maker of a file can allow it. check reports them; make refuses files that have any.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "pmFile.h"
+
+/// Names of complaints that are not to be made; "all" is every one.
+using Allowed = std::vector<std::string>;
+
+struct Finding {
+    unsigned int line;
+    bool isError;
+    std::string text; ///< what, where and why, with the name of the complaint in parentheses
+};
+
+/// All findings in a file, in the order of its lines. Warnings are what a maker may intend; an
+/// error says that the file is not what its maker made, or can't work.
+std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed);
+
+/// False, with a message, if a name is none of a complaint.
+bool areComplaints(const Allowed& allowed);
+
+/// The command: STATUS_GOOD without findings, STATUS_DIFFERENT if all are warnings.
+int check(const std::vector<std::string>& paths, const Allowed& allowed);

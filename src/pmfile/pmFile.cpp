@@ -1,0 +1,183 @@
+#include "pmFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "output.h"
+
+using pmDataFile::DIGITS_PER_BYTE;
+using pmDataFile::ENTRY_HEAD_BYTES;
+using pmDataFile::Reading;
+
+namespace {
+
+bool isBlank(std::string_view line)
+{
+    return line.find_first_not_of(" \t\r") == std::string_view::npos;
+}
+
+} // namespace
+
+PmFile::PmFile(std::string fileName, std::string content)
+    : name(std::move(fileName)),
+      text(std::move(content))
+{
+    std::string digits;
+    digits.reserve(text.size());
+    findRecords(digits);
+    bytes.reserve(digits.size() / DIGITS_PER_BYTE);
+    for (std::size_t at = 0; at < digits.size(); at += DIGITS_PER_BYTE) {
+        bytes.push_back(
+            static_cast<std::uint8_t>(pmDataFile::parseHex(digits, at, DIGITS_PER_BYTE)));
+    }
+    findEntries(digits);
+}
+
+void PmFile::findRecords(std::string& digits)
+{
+    for (pmDataFile::Lines lines(text); lines.next();) {
+        const RecordLine found{pmDataFile::parseRecord(lines.line()), lines.line(), lines.number()};
+        if (lines.isRecord()) {
+            records.push_back(found);
+            digits += found.record.data;
+        } else if (!isBlank(lines.line())) {
+            strays.push_back(found);
+        }
+    }
+}
+
+void PmFile::findEntries(const std::string& digits)
+{
+    constexpr std::size_t USUAL_ENTRY_BYTES = 4; // of a word
+    entries.reserve(bytes.size() / USUAL_ENTRY_BYTES);
+    int index = 0;
+    int page = NO_PAGE;
+    auto record = records.begin();
+    std::size_t recordEnd = 0;
+    for (pmDataFile::Entries walk(digits); walk.next();) {
+        // The record in which the entry begins is the first that ends behind its offset.
+        while (recordEnd <= walk.offset() && record != records.end()) {
+            recordEnd += record->record.data.size() / DIGITS_PER_BYTE;
+            ++record;
+        }
+        const catalogue::Row* const row = catalogue::find(walk.code());
+        const std::size_t begin = std::min(walk.offset() + ENTRY_HEAD_BYTES, bytes.size());
+        const std::size_t size = std::min<std::size_t>(walk.length(), bytes.size() - begin);
+        Entry entry{row,           std::span(bytes).subspan(begin, size),
+                    walk.offset(), std::prev(record)->line,
+                    walk.code(),   row == nullptr ? -1 : index++,
+                    page,          walk.findFault().empty()};
+        if (entry.isPage() && entry.isValue()) {
+            page = entry.page = entry.data[0];
+        }
+        entries.push_back(entry);
+    }
+}
+
+std::string PmFile::faultOf(const Entry& entry) const
+{
+    return pmDataFile::findEntryFault(bytes.size() - entry.offset, bytes[entry.offset], entry.code);
+}
+
+bool readText(const std::string& path, std::string& text)
+{
+    const bool standard = path == "-";
+    const int fd = standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const Reading reading = fd < 0 ? Reading::FAILED : pmDataFile::readAll(fd, text);
+    const int reason = errno;
+    if (fd >= 0 && !standard) {
+        close(fd);
+    }
+    if (reading == Reading::FAILED) {
+        tell(path + ": cannot be read: " + std::strerror(reason));
+    } else if (reading == Reading::TOO_LARGE) {
+        tell(path + ": is too large for a PM data file");
+    }
+    return reading == Reading::WHOLE;
+}
+
+bool requireLoadable(const PmFile& file)
+{
+    for (const RecordLine& record : file.records) {
+        if (record.record.fault != nullptr) {
+            tell(file.name, record.line,
+                 std::string("expected a record; the line ") + record.record.fault);
+            return false;
+        }
+    }
+    for (const Entry& entry : file.entries) {
+        if (!entry.isWhole) {
+            tell(file.name, entry.line,
+                 "expected an entry; the one at byte " + std::to_string(entry.offset) + " "
+                     + file.faultOf(entry));
+            return false;
+        }
+    }
+    if (file.entries.empty()) {
+        tell(file.name + ": expected entries, but has none");
+        return false;
+    }
+    return true;
+}
+
+bool isPage(int page)
+{
+    const auto byte = static_cast<std::uint8_t>(page);
+    return page == byte
+           && (Command::isChannelPage(byte) || Command::isTemperaturePage(byte)
+               || Command::isAllPages(byte));
+}
+
+int registerPage(const Entry& entry)
+{
+    const bool shared = entry.row != nullptr && entry.row->deviceAccess != Command::NO
+                        && entry.code != Operation::CODE;
+    return shared ? Command::ALL_PAGES : entry.page;
+}
+
+std::string pageName(int page)
+{
+    constexpr int FIRST_SENSOR_PAGE = 13;
+    if (page == NO_PAGE) {
+        return "before the first page";
+    }
+    if (page == Command::ALL_PAGES) {
+        return "device";
+    }
+    const auto byte = static_cast<std::uint8_t>(page);
+    if (Command::isChannelPage(byte)) {
+        return "channel " + std::to_string(page);
+    }
+    return Command::isTemperaturePage(byte) ? "sensor " + std::to_string(page - FIRST_SENSOR_PAGE)
+                                            : "page " + std::to_string(page);
+}
+
+std::string commandName(const Entry& entry)
+{
+    if (entry.row != nullptr) {
+        return entry.row->name.text;
+    }
+    char name[16];
+    std::snprintf(name, sizeof(name), "command %02X", entry.code);
+    return name;
+}
+
+bool isFactoryValue(const Entry& entry)
+{
+    for (unsigned int i = 0; i < entry.row->size; ++i) {
+        if (entry.data[i] != factoryByte(*entry.row, i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isIdentity(const Entry& entry)
+{
+    return entry.row != nullptr && entry.row->format == catalogue::Format::TEXT;
+}

@@ -1,0 +1,86 @@
+// A PM data file as pmfile's commands see it: its records and entries, each with its line. All of
+// them begin with one.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "commandCatalogue.h"
+#include "pmDataFile.h"
+
+/// Before the first PAGE entry of a file, no page is selected.
+inline constexpr int NO_PAGE = -1;
+
+struct RecordLine {
+    pmDataFile::Record record;
+    std::string_view text;
+    unsigned int line;
+};
+
+struct Entry {
+    const catalogue::Row* row; ///< null: unknown
+    std::span<const std::uint8_t> data;
+    std::size_t offset; ///< of its first byte in the data
+    unsigned int line;  ///< in which it begins
+    unsigned int code;
+    int index; ///< as pmadmin prints it, counted from 0; -1 if it does not know the code
+    int page;  ///< selected for it, by itself if it is a PAGE entry; or NO_PAGE
+    bool isWhole;
+
+    bool isPage() const { return code == Page::CODE; }
+    /// Whether it has the data that its command takes.
+    bool isValue() const { return row != nullptr && row->size > 0 && isWhole; }
+    /// The data that its command takes; what is beyond that is surplus.
+    std::span<const std::uint8_t> value() const { return data.first(row->size); }
+};
+
+/// Views into itself: it stays where it is made.
+class PmFile {
+public:
+    PmFile(std::string fileName, std::string content);
+    PmFile(const PmFile&) = delete;
+    PmFile& operator=(const PmFile&) = delete;
+
+    /// What keeps the entry from being whole, in words.
+    std::string faultOf(const Entry& entry) const;
+
+    const std::string name;
+    const std::string text;
+    std::vector<RecordLine> records;
+    std::vector<RecordLine> strays; ///< lines too short for a record, but not blank
+    std::vector<Entry> entries;
+    std::vector<std::uint8_t> bytes; ///< the data of all records
+
+private:
+    void findRecords(std::string& digits);
+    void findEntries(const std::string& digits);
+};
+
+/// Reads a file, or standard input for "-". False, with a message, if it can't be read whole.
+bool readText(const std::string& path, std::string& text);
+
+/// False, with a message, unless pmadmin loads the file and it has an entry.
+bool requireLoadable(const PmFile& file);
+
+/// Whether the chip has the page.
+bool isPage(int page);
+
+/// The page that stands for all on which the register is the same one: for those of the whole
+/// device 255, for others the entry's own.
+int registerPage(const Entry& entry);
+
+/// "channel 3", "sensor 0", "device", "page 12", "before the first page".
+std::string pageName(int page);
+
+/// The name of an entry's command; "command 05" if it is unknown.
+std::string commandName(const Entry& entry);
+
+/// Whether the entry sets its register to what that has from the factory.
+bool isFactoryValue(const Entry& entry);
+
+/// Whether the register names this one device: it differs from chip to chip.
+bool isIdentity(const Entry& entry);

@@ -1,0 +1,254 @@
+#include "show.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string_view>
+#include <vector>
+
+#include "output.h"
+#include "pmFile.h"
+#include "values.h"
+
+using catalogue::Format;
+using catalogue::Kind;
+
+namespace {
+
+/// Whether what is written acts on the supplies at once.
+bool actsAtOnce(const Entry& entry)
+{
+    return entry.code == VoutScaleMonitor::CODE || entry.code == OnOffConfig::CODE
+           || entry.code == MfrMode::CODE;
+}
+
+bool canBeWritten(const Entry& entry)
+{
+    const int page = entry.page == NO_PAGE ? 0 : entry.page;
+    return isPage(page) && (accessOn(*entry.row, page) & ACCESS_WRITE) != 0;
+}
+
+/// What there is to say of an entry besides its value.
+std::vector<std::string> marksOf(const Entry& entry)
+{
+    if (entry.row == nullptr) {
+        return {"unknown, left out"};
+    }
+    if (entry.row->kind == Kind::ACTION) {
+        return {"passed over"};
+    }
+    std::vector<std::string> marks;
+    if (!canBeWritten(entry)) {
+        marks.emplace_back("can't be written");
+    }
+    if (isIdentity(entry)) {
+        marks.emplace_back("identity");
+    }
+    if (actsAtOnce(entry)) {
+        marks.emplace_back("acts at once");
+    }
+    if (entry.row->format == Format::TIME) {
+        marks.emplace_back("as a sibling counts");
+    }
+    return marks;
+}
+
+/// Numbers of a file, and the pages that it leaves or makes as they come from the factory.
+struct Summary {
+    std::size_t written = 0;
+    std::map<int, bool> used; ///< page, and whether a setting differs from the factory's
+};
+
+Summary summarise(const PmFile& file)
+{
+    Summary summary;
+    for (const Entry& entry : file.entries) {
+        if (entry.row == nullptr) {
+            continue;
+        }
+        summary.written += entry.row->kind != Kind::ACTION && canBeWritten(entry) ? 1 : 0;
+        if (!entry.isPage() && entry.isValue() && isPage(entry.page)) {
+            bool& used = summary.used[entry.page];
+            used = used || (entry.row->kind == Kind::SETTING && !isFactoryValue(entry));
+        }
+    }
+    return summary;
+}
+
+bool isUnused(const Summary& summary, int page)
+{
+    const auto found = summary.used.find(page);
+    return page != Command::ALL_PAGES && found != summary.used.end() && !found->second;
+}
+
+const Entry* findVersion(const PmFile& file)
+{
+    const Entry* version = nullptr;
+    for (const Entry& entry : file.entries) {
+        version = entry.code == MfrDate::CODE ? &entry : version;
+    }
+    return version;
+}
+
+void showEntry(const Entry& entry)
+{
+    const std::string index = entry.index < 0 ? "-" : std::to_string(entry.index);
+    const std::string value =
+        entry.row == nullptr || entry.isPage() ? "" : spokenValue(*entry.row, entry.value());
+    std::string marks;
+    for (const std::string& mark : marksOf(entry)) {
+        marks += (marks.empty() ? "" : ", ") + mark;
+    }
+    std::string bytes = hexBytes(entry.data);
+    std::erase(bytes, ' ');
+    char head[16];
+    std::snprintf(head, sizeof(head), "%5s  %02X  ", index.c_str(), entry.code);
+    std::string row = head + commandName(entry);
+    const auto column = [&row](std::size_t position, const std::string& text) {
+        row.resize(text.empty() ? row.size() : std::max(row.size() + 1, position), ' ');
+        row += text;
+    };
+    column(35, bytes);
+    column(53, value);
+    column(66, marks);
+    print(row + "\n");
+}
+
+std::size_t count(const Summary& summary, bool (*belongs)(std::uint8_t page))
+{
+    return static_cast<std::size_t>(std::ranges::count_if(summary.used, [&](const auto& page) {
+        return belongs(static_cast<std::uint8_t>(page.first));
+    }));
+}
+
+std::ptrdiff_t countUnused(const Summary& summary)
+{
+    return std::ranges::count_if(summary.used,
+                                 [&](const auto& page) { return isUnused(summary, page.first); });
+}
+
+std::string counted(std::size_t number, const char* one, const char* several)
+{
+    return std::to_string(number) + " " + (number == 1 ? one : several);
+}
+
+std::string totals(const PmFile& file, const Summary& summary)
+{
+    return counted(file.entries.size(), "entry", "entries") + " in "
+           + counted(file.records.size(), "record", "records") + ", "
+           + counted(file.bytes.size(), "byte", "bytes") + ": "
+           + counted(count(summary, Command::isChannelPage), "channel", "channels") + " and "
+           + counted(count(summary, Command::isTemperaturePage), "sensor", "sensors") + ", "
+           + std::to_string(countUnused(summary)) + " of them unused; "
+           + std::to_string(summary.written) + " written, "
+           + std::to_string(file.entries.size() - summary.written) + " not\n";
+}
+
+void showText(const PmFile& file)
+{
+    const Summary summary = summarise(file);
+    const Entry* const version = findVersion(file);
+    print(
+        file.name + ": "
+        + (version == nullptr ? "no version record" : spokenValue(*version->row, version->value()))
+        + "\n");
+    // A page is shown where it is selected; before the first there may be entries, too.
+    int page = NO_PAGE - 1;
+    for (const Entry& entry : file.entries) {
+        if (entry.page != page || entry.isPage()) {
+            page = entry.page;
+            print("\n" + (page == NO_PAGE ? "" : "page " + std::to_string(page) + ": ")
+                  + pageName(page) + (isUnused(summary, page) ? ", unused" : "") + "\n");
+        }
+        showEntry(entry);
+    }
+    print("\n" + totals(file, summary));
+}
+
+/// Text as JSON has it, in quotes.
+std::string quoted(std::string_view text)
+{
+    std::string json = "\"";
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) < ' ') {
+            char escape[8];
+            std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned int>(c));
+            json += escape;
+            continue;
+        }
+        json += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    }
+    return json + "\"";
+}
+
+/// The number of a value in its unit, or null.
+std::string numberOrNull(const Entry& entry)
+{
+    const Format format = entry.row == nullptr ? Format::NONE : entry.row->format;
+    if (format != Format::VOLTS && format != Format::CELSIUS && format != Format::TIME
+        && format != Format::RATIO && format != Format::COUNT) {
+        return "null";
+    }
+    const std::string text = valueText(*entry.row, entry.value());
+    return text.substr(0, 2) == "0x" ? "null" : text.substr(0, text.find(' '));
+}
+
+std::string jsonOf(const Entry& entry)
+{
+    std::string marks;
+    for (const std::string& mark : marksOf(entry)) {
+        marks += (marks.empty() ? "" : ", ") + quoted(mark);
+    }
+    const auto orNull = [](bool is, const std::string& text) { return is ? text : "null"; };
+    const bool known = entry.row != nullptr;
+    return "{\"line\": " + std::to_string(entry.line)
+           + ", \"index\": " + orNull(known, std::to_string(entry.index))
+           + ", \"page\": " + orNull(entry.page != NO_PAGE, std::to_string(entry.page))
+           + ", \"place\": " + quoted(pageName(entry.page)) + ", \"code\": "
+           + std::to_string(entry.code) + ", \"name\": " + orNull(known, quoted(commandName(entry)))
+           + ", \"bytes\": " + quoted(hexBytes(entry.data)) + ", \"value\": "
+           + orNull(known, quoted(known ? valueText(*entry.row, entry.value()) : ""))
+           + ", \"number\": " + numberOrNull(entry) + ", \"marks\": [" + marks + "]}";
+}
+
+void showJson(const PmFile& file)
+{
+    const Summary summary = summarise(file);
+    const Entry* const version = findVersion(file);
+    std::string numbers = "null";
+    if (version != nullptr) {
+        numbers = "{\"major\": " + std::to_string(version->data[1])
+                  + ", \"minor\": " + std::to_string(version->data[0])
+                  + ", \"minimumHardware\": " + std::to_string(version->data[2]) + "}";
+    }
+    std::string unused;
+    for (const auto& [page, used] : summary.used) {
+        if (isUnused(summary, page)) {
+            unused += (unused.empty() ? "" : ", ") + std::to_string(page);
+        }
+    }
+    print("{\"file\": " + quoted(file.name) + ",\n \"version\": " + numbers
+          + ",\n \"unusedPages\": [" + unused + "],\n \"entries\": [");
+    const char* separator = "\n  ";
+    for (const Entry& entry : file.entries) {
+        print(separator + jsonOf(entry));
+        separator = ",\n  ";
+    }
+    print("]}\n");
+}
+
+} // namespace
+
+int show(const std::string& path, bool asJson)
+{
+    std::string text;
+    if (!readText(path, text)) {
+        return STATUS_TROUBLE;
+    }
+    const PmFile file(path, std::move(text));
+    if (!requireLoadable(file)) {
+        return STATUS_TROUBLE;
+    }
+    asJson ? showJson(file) : showText(file);
+    return finishOutput(STATUS_GOOD);
+}

@@ -1,0 +1,34 @@
+// The values of registers as people write them: 3.300 V, 85 °C, 62.4 ms. Lists are written and read
+// with these, and whatever pmfile shows.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "commandCatalogue.h"
+
+/// The value as lists have it; in hexadecimal if its unit can't express it. What readValue makes of
+/// the text is the value again. Empty for a command without data.
+std::string valueText(const catalogue::Row& row, std::span<const std::uint8_t> value);
+
+/// The same for people: the version record spelled out.
+std::string spokenValue(const catalogue::Row& row, std::span<const std::uint8_t> value);
+
+/// The value as a plain hexadecimal number, of a block byte after byte.
+std::string hexValue(const catalogue::Row& row, std::span<const std::uint8_t> value);
+
+/// Reads the value of a register from a list. False, with what would be right in `error`.
+bool readValue(const catalogue::Row& row, std::string_view text, std::vector<std::uint8_t>& value,
+               std::string& error);
+
+/// The number in a register of one or two bytes; words are signed, as limits and times are.
+int numberOf(const catalogue::Row& row, std::span<const std::uint8_t> value);
+
+/// The bytes in hexadecimal, a blank between two.
+std::string hexBytes(std::span<const std::uint8_t> bytes);
+
+/// The bytes that `text` has in hexadecimal, two digits each. False if it is something else.
+bool readHexBytes(std::string_view text, std::vector<std::uint8_t>& bytes);

@@ -1,0 +1,17 @@
+#include "standardStreams.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+bool openStandardStreams()
+{
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (fcntl(stream, F_GETFD) == -1 && open("/dev/null", O_RDWR) != stream) {
+            std::fprintf(stderr, "A standard stream is closed, and /dev/null can't be opened.\n");
+            return false;
+        }
+    }
+    return true;
+}

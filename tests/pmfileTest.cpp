@@ -1,0 +1,382 @@
+// pmfile's commands on files: lists and their files, what is complained about, differences.
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "check.h"
+#include "diff.h"
+#include "fakeSystem.h"
+#include "list.h"
+#include "show.h"
+#include "values.h"
+
+namespace {
+
+class PmfileTest : public SystemTest {
+protected:
+    ~PmfileTest() override { std::filesystem::remove_all(m_folder); }
+
+    std::string write(const std::string& name, const std::string& content) const
+    {
+        std::filesystem::create_directory(m_folder);
+        std::ofstream(m_folder + "/" + name, std::ios::binary) << content;
+        return m_folder + "/" + name;
+    }
+
+    /// What a command prints, its lines behind "> " and "! ", and its status; the folder's name is left out.
+    std::string outcome(const std::function<int()>& command) const
+    {
+        std::string text = record([&] { fakeSystem.transcript += "status " + std::to_string(command()); });
+        for (std::size_t at; (at = text.find(m_folder + "/")) != std::string::npos;) {
+            text.erase(at, m_folder.size() + 1);
+        }
+        return text.substr(text.find("status")) + "\n" + text.substr(0, text.find("status"));
+    }
+
+    const std::string m_folder = testing::TempDir() + "pmfileTest." + std::to_string(getpid());
+};
+
+std::string readAll(const std::string& path)
+{
+    std::ostringstream content;
+    content << std::ifstream(path).rdbuf();
+    return content.str();
+}
+
+/// A file of these data bytes, given as digits.
+std::string fileOf(const std::string& digits)
+{
+    std::vector<std::uint8_t> bytes;
+    EXPECT_TRUE(readHexBytes(digits, bytes)) << digits;
+    return pmDataFile::makeRecords(bytes.data(), bytes.size());
+}
+
+// Entries of every kind that pmadmin loads, well or badly chosen.
+std::string randomEntries(std::mt19937& random)
+{
+    const auto below = [&random](unsigned int limit) { return static_cast<unsigned int>(random() % limit); };
+    std::string digits;
+    for (unsigned int count = 1 + below(50); count > 0; --count) {
+        const bool known = below(8) != 0;
+        const catalogue::Row& row = catalogue::ROWS[below(std::size(catalogue::ROWS))];
+        const unsigned int code = known ? row.code : below(256);
+        const catalogue::Row* const itsRow = catalogue::find(code);
+        unsigned int length = (itsRow == nullptr ? below(20) : itsRow->size) + (below(8) == 0 ? 1 : 0);
+        length = std::min(length, 255U);
+        char head[8];
+        std::snprintf(head, sizeof(head), "%02X%02X", length, code);
+        digits += head;
+        const unsigned int style = below(4);
+        for (; length > 0; --length) {
+            const char* const styles[] = {"00", "41", "20", "7F"};
+            std::snprintf(head, sizeof(head), "%02X", below(256));
+            digits += style == 3 ? head : styles[below(style + 2)];
+        }
+    }
+    return digits;
+}
+
+TEST_F(PmfileTest, MakeIsTheInverseOfSource)
+{
+    std::mt19937 random(1); // NOLINT: the same files each time
+    for (int i = 0; i < 300; ++i) {
+        const std::string digits = randomEntries(random);
+        const std::string text = fileOf(digits);
+        const std::string file = write("file.hex", text);
+        FILE* const output = std::exchange(stdout, std::fopen((m_folder + "/list").c_str(), "w"));
+        ASSERT_EQ(0, source(file)) << digits;
+        std::fclose(std::exchange(stdout, output));
+        const std::string list = m_folder + "/list";
+        ASSERT_EQ(0, make(list, m_folder + "/made.hex", {"all"})) << readAll(list);
+        ASSERT_EQ(text, readAll(m_folder + "/made.hex")) << readAll(list);
+        ASSERT_EQ("status 0\n", outcome([&] { return diff(file, m_folder + "/made.hex"); }));
+        std::string other = text;
+        other.erase(other.rfind(":00000001FF"));
+        ASSERT_EQ("status 0\n", outcome([&] { return diff(file, write("cut.hex", other)); })) << "whatever its records";
+        ASSERT_EQ(0U, outcome([&] { return show(file, false); }).find("status 0\n> "));
+    }
+}
+
+TEST_F(PmfileTest, SourceOfACanonicalListGivesItBack)
+{
+    const std::string list =
+        "MFR_MODE                0x0123\n"
+        "\n[channel 0]\n"
+        "VOUT_OV_FAULT_LIMIT     0x8000\nVOUT_OV_WARN_LIMIT      12.840 V\n"
+        "VOUT_SCALE_MONITOR      0.125\nTON_DELAY               62.4 ms\n"
+        "MFR_SEQ_TIMESLOT        7\nCLEAR_FAULTS\n"
+        "\n[sensor 4]\nOT_WARN_LIMIT           -12.5 °C\nOT_FAULT_LIMIT          85 °C\n"
+        "\n[page 200]\nraw 05\nraw 42 28 32 07\nraw 00 03 04\n"
+        "\n[device]\nMFR_SERIAL              \"A #1\"\nMFR_LOCATION            0x3130313031303100\n"
+        "MFR_TIME_COUNT          0x01020304\nMFR_DATE                48.49 hw 49 0x3031303130\n";
+    const std::string made = m_folder + "/made.hex";
+    EXPECT_EQ("status 0\n", outcome([&] { return make(write("list", list), made, {"all"}); }));
+    std::string printed = outcome([&] { return source(made); });
+    for (std::size_t at; (at = printed.find("> ")) != std::string::npos;) {
+        printed.erase(at, 2);
+    }
+    EXPECT_EQ("status 0\n" + list, printed);
+}
+
+TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
+{
+    const std::pair<const char*, const char*> lines[] = {
+        {"[channel 12]", "write [channel 0] to [channel 11], a name behind it if you like"},
+        {"[sensor 5 X]", "write [sensor 0] to [sensor 4], a name behind it if you like"},
+        {"[page 256]", "write [page 0] to [page 255], a name behind it if you like"},
+        {"[supply 1]", "write [channel N], [sensor N], [device] or [page N]"},
+        {"[device", "a [section] ends with ]"},
+        {"VOUT 1 V", "no register is called VOUT; write the name of one, or raw, its command code and its bytes"},
+        {"VOUT_OV_WARN_LIMIT 12.84 # V", "VOUT_OV_WARN_LIMIT '12.84': write 12.840 V"},
+        {"VOUT_OV_WARN_LIMIT 33 V", "VOUT_OV_WARN_LIMIT '33 V': its step is 0.001 V, from 0.000 V to 32.767 V: "
+                                    "write 32.767 V"},
+        {"VOUT_OV_WARN_LIMIT -1 V", "VOUT_OV_WARN_LIMIT '-1 V': its step is 0.001 V, from 0.000 V to 32.767 V: "
+                                    "write 0.000 V"},
+        {"VOUT_OV_WARN_LIMIT", "VOUT_OV_WARN_LIMIT '': write a number and its unit, as in 2.200 V"},
+        {"OT_WARN_LIMIT 85", "OT_WARN_LIMIT '85': write 85 °C"},
+        {"TON_DELAY 5.1 ms", "TON_DELAY '5.1 ms': its step is 0.2 ms, from 0 ms to 6553.4 ms: write 5.2 ms"},
+        {"VOUT_SCALE_MONITOR 1.1", "VOUT_SCALE_MONITOR '1.1': write a ratio above 0 and up to 1, as in 0.125"},
+        {"MFR_MODE 0x10000", "MFR_MODE '0x10000': write 0x0000 to 0xFFFF"},
+        {"MFR_PSEN_CONFIG 0x1G", "MFR_PSEN_CONFIG '0x1G': write 0x00 to 0xFF"},
+        {"MFR_MODE 65536", "MFR_MODE '65536': write a number from 0 to 65535, or in hexadecimal behind 0x"},
+        {"MFR_SERIAL A01", "MFR_SERIAL 'A01': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
+        {"MFR_SERIAL \"123456789\"",
+         "MFR_SERIAL '\"123456789\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
+        {"MFR_SERIAL 0x12", "MFR_SERIAL '0x12': write 8 bytes, 16 hexadecimal digits behind 0x"},
+        {"MFR_DATE 2.256 hw 3", "MFR_DATE '2.256 hw 3': write the version and the least hardware version, each number "
+                                "up to 255, as in 2.5 hw 3"},
+        {"CLEAR_FAULTS 1", "CLEAR_FAULTS '1': write nothing behind it: it has no data"},
+        {"raw 4", "write the command code and up to 255 data bytes, two hexadecimal digits each, as in raw 42 28 32"},
+    };
+    std::string list;
+    std::string messages;
+    int number = 0;
+    for (const auto& [line, message] : lines) {
+        list += std::string(line) + "\n";
+        messages += "! pmfile: list:" + std::to_string(++number) + ": " + message + "\n";
+    }
+    const std::string made = m_folder + "/made.hex";
+    EXPECT_EQ("status 2\n" + messages, outcome([&] { return make(write("list", list), made, {"all"}); }));
+    const std::string complaint = "! pmfile: list:2: error: OPERATION of channel 0 is no setting: the chip does not "
+                                  "keep it in flash (no-setting)\n";
+    const std::string operation = write("list", "[channel 0]\nOPERATION 0x80\n[device]\nMFR_DATE 1.0 hw 0\n");
+    EXPECT_EQ("status 2\n" + complaint, outcome([&] { return make(operation, made, {"access"}); }));
+    EXPECT_FALSE(std::filesystem::exists(made));
+    EXPECT_EQ("status 0\n", outcome([&] { return make(operation, made, {"no-setting"}); }));
+    std::string most = "[channel 0]\n";
+    for (int i = 0; i < 16383; ++i) {
+        most += "MFR_MODE 1\n";
+    }
+    EXPECT_EQ("status 2\n! pmfile: list: has more than the 65,536 bytes that load addresses reach\n",
+              outcome([&] { return make(write("list", most + "TON_DELAY 1 ms\n"), made, {"all"}); }));
+    EXPECT_EQ("status 0\n", outcome([&] { return make(write("list", most), made, {"all"}); }));
+    EXPECT_EQ("status 2\n! pmfile: list: expected another file than the input, which would be lost\n",
+              outcome([&] { return make(operation, operation, {"all"}); }));
+}
+
+const std::string CHANNEL = "01000002422832"; // page 0 and a limit of 12.840 V
+const std::string VERSION = "0100FF089D0102030000000000";
+
+// Each makes a complaint of a name at a line; allowed, it makes none of that name.
+TEST_F(PmfileTest, EachComplaintByItsName)
+{
+    const std::string sound = fileOf(CHANNEL + VERSION);
+    const std::string first = sound.substr(0, sound.find('\n') + 1);
+    const std::string end = ":00000001FF\n";
+    const std::string second = sound.substr(first.size(), sound.size() - first.size() - end.size());
+    const auto entries = [](const std::string& digits) { return fileOf("010003" + digits + VERSION); };
+    const std::string used = "026000"
+                             "05";
+    const std::tuple<std::string, const char*, const char*> cases[] = {
+        {"x" + first + second + end, "1: error: the line holds something other than hexadecimal", "broken-record"},
+        {":1234\n" + sound, "1: error: the line is too short for a record", "stray-line"},
+        {";" + first.substr(1) + second + end, "1: warning: the record begins with something other", "record-mark"},
+        {first.substr(0, 42) + "X\n" + second + end, "1: error: the line holds", "broken-record"},
+        {first.substr(0, 41) + "00\n" + second + end, "1: error: the checksum is 00, and", "checksum"},
+        {first + first + end, "2: error: the address is 0000, and 0010 would continue", "address"},
+        {second + end, "1: error: the address is 0010, and 0000 would continue", "address"},
+        {":0400000501000000F6\n" + sound, "1: error: data in a record of the type 05", "record-type"},
+        {first + second, "2: error: the file ends without an end record", "end-record"},
+        {sound + end, "4: error: a record behind the end record", "end-record"},
+        {first + second + ":00000001FF the end", "3: error: text behind the record", "surplus-text"},
+        {fileOf(CHANNEL + "02425000" + "02"), "1: error: the entry at byte 11 is cut off", "broken-entry"},
+        {fileOf(CHANNEL + "0142500142"), "1: error: the entry at byte 7 (command 42) has 1 data bytes", "broken-entry"},
+        {entries("0105AA"), "1: error: no register has the command code 05", "unknown-command"},
+        {entries("03423228AA"), "1: error: VOUT_OV_WARN_LIMIT has 3 data bytes of 2", "surplus-data"},
+        {entries("01000C"), "1: error: the chip has no page 12", "no-such-page"},
+        {entries("024F0010"), "1: error: OT_FAULT_LIMIT can't be written on channel 3", "access"},
+        {entries("0100FF010180"), "1: error: OPERATION can't be read back on device", "access"},
+        {fileOf("02422832" + VERSION), "1: error: VOUT_OV_WARN_LIMIT can't be read back before the first", "access"},
+        {entries("011040"), "1: error: WRITE_PROTECT of device is no setting", "no-setting"},
+        {entries("02D40000"), "1: error: MFR_VOUT_PEAK of channel 3 is no setting", "no-setting"},
+        {entries("02D1010001000402D10200"), "1: error: MFR_MODE of device is set to 0x0002, and by line 1 to 0x0001",
+         "conflict"},
+        {entries("02D1010001000402D10100"), "1: warning: MFR_MODE of device is set again, as by line 1", "repetition"},
+        {fileOf(CHANNEL), "2: warning: no MFR_DATE, the version record", "no-version"},
+        {entries(VERSION), "2: warning: another version record", "several-versions"},
+        {fileOf(CHANNEL + VERSION + "010004"), "1: warning: MFR_DATE is not the last entry", "version-last"},
+        {fileOf("02D10100" + VERSION), "1: warning: entries before the first PAGE", "before-page"},
+        {entries("0011"), "1: warning: STORE_DEFAULT_ALL is passed over", "action"},
+        {entries("02440100"
+                 "02430100"),
+         "1: warning: VOUT_UV_FAULT_LIMIT (0.001 V) must be below VOUT_UV_WARN_LIMIT", "limit-order"},
+        {entries("02EA6400"
+                 "02426300"
+                 "02405000"),
+         "1: warning: VOUT_OV_WARN_LIMIT (0.099 V) must be below", "limit-order"},
+        {entries("025F0100"
+                 "025E0100"),
+         "1: warning: POWER_GOOD_OFF (0.001 V) must be below POWER_GOOD_ON", "limit-order"},
+        {entries("01000D"
+                 "024F00F0"
+                 "02510000"),
+         "1: warning: OT_WARN_LIMIT (0 °C) must be below OT_FAULT_LIMIT", "limit-order"},
+        {entries("02600500"
+                 "0240FF7F"),
+         "1: warning: VOUT_OV_FAULT_LIMIT of channel 3 is never reached", "no-limit"},
+        {entries("02600500"
+                 "02EA0000"),
+         "1: warning: MFR_CHANNEL_NOMINAL of channel 3 is 0 V", "no-nominal"},
+    };
+    for (const auto& [content, finding, name] : cases) {
+        const std::string file = write("file.hex", content);
+        const std::string line = "> file.hex:" + std::string(finding);
+        const std::string text = outcome([&] { return check({file}, {}); });
+        const std::size_t at = text.find(line);
+        ASSERT_NE(std::string::npos, at) << line << "\nis not in\n" << text << content;
+        EXPECT_EQ("(" + std::string(name) + ")\n",
+                  text.substr(text.find('(' + std::string(name), at), std::strlen(name) + 3));
+        EXPECT_EQ(text.find("error: ") == std::string::npos ? '1' : '2', text[7]) << text;
+        const Allowed allowed{name};
+        EXPECT_EQ(std::string::npos, outcome([&] { return check({file}, allowed); }).find(line)) << name;
+        EXPECT_EQ("status 0\n", outcome([&] { return check({file}, {"all"}); }));
+    }
+    const std::string crlf = first.substr(0, 43) + "\r\n" + second.substr(0, second.size() - 1) + "\r\n\r\n:00000001FF";
+    const std::string unused = entries("0244000002430000"
+                                       "0240FF7F"
+                                       "02EA0000");
+    EXPECT_EQ("status 2\n! pmfile: empty.hex: expected entries, but has none\n> empty.hex:1: error: the file ends "
+              "without an end record (end-record)\n"
+              "> empty.hex:1: warning: no MFR_DATE, the version record: the settings have version 0.0 and suit every "
+              "board (no-version)\n"
+              "! pmfile: none.hex: cannot be read: No such file or directory\n",
+              outcome([&] {
+                  return check({write("sound.hex", sound), write("crlf.hex", crlf), write("unused.hex", unused),
+                                write("empty.hex", ""), m_folder + "/none.hex"},
+                               {});
+              }));
+    EXPECT_FALSE(areComplaints({"address", "adress"}));
+}
+
+// Whatever happens to a sound file on its way is noticed.
+TEST_F(PmfileTest, DamagesAreNoticed)
+{
+    const std::string sound = readAll(EXAMPLES "/board-a.hex");
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; at < sound.size(); at += lines.back().size()) {
+        lines.push_back(sound.substr(at, sound.find('\n', at) + 1 - at));
+    }
+    int unnoticed = 0;
+    int damages = 0;
+    const auto damage = [&](const std::string& text) {
+        ++damages;
+        unnoticed += findComplaints(PmFile("", text), {}).empty() ? 1 : 0;
+    };
+    EXPECT_TRUE(findComplaints(PmFile("", sound), {}).empty());
+    std::size_t begin = 0;
+    for (std::size_t i = 0; i < lines.size(); begin += lines[i++].size()) {
+        const std::size_t end = begin + lines[i].size();
+        damage(sound.substr(0, begin) + sound.substr(end));
+        damage(sound.substr(0, end) + sound.substr(begin));
+        if (i + 1 < lines.size()) {
+            damage(sound.substr(0, begin) + lines[i + 1] + lines[i] + sound.substr(end + lines[i + 1].size()));
+        }
+    }
+    for (std::size_t at = 0; at + 1 < sound.size(); ++at) {
+        damage(sound.substr(0, at));
+        if (std::isxdigit(static_cast<unsigned char>(sound[at])) != 0) {
+            damage(std::string(sound).replace(at, 1, sound[at] == '0' ? "8" : "0"));
+        }
+    }
+    EXPECT_LT(5000, damages);
+    EXPECT_EQ(0, unnoticed);
+}
+
+TEST_F(PmfileTest, Differences)
+{
+    const std::string before = write("old.hex", fileOf("010003"
+                                                       "02422832"
+                                                       "02600500"
+                                                       "0100FF"
+                                                       "02D10100"
+                                                       "089E4130312020202020"
+                                                       "089D0102030000000000"
+                                                       "0105AA"));
+    const std::string after = write("new.hex", fileOf("0003"
+                                                      "0100FF"
+                                                      "02D10100"
+                                                      "0100030260050001000302429832"
+                                                      "02430000"
+                                                      "01000D"
+                                                      "089E4130322020202020"
+                                                      "089D0202030000000000"
+                                                      "0105AB"));
+    EXPECT_EQ("status 1\n> version: MFR_DATE: 2.1 hw 3 -> 2.2 hw 3\n"
+              "> channel 3: VOUT_OV_WARN_LIMIT: 12.840 V -> 12.952 V\n"
+              "> channel 3: VOUT_UV_WARN_LIMIT: only in new.hex: 0.000 V\n"
+              "> sensor 0: command 05: only in new.hex: AB\n"
+              "> device: CLEAR_FAULTS: only in new.hex\n"
+              "> device: command 05: only in old.hex: AA\n"
+              "> identity: MFR_SERIAL: \"A01\" -> \"A02\"\n",
+              outcome([&] { return diff(before, after); }));
+    EXPECT_EQ("status 2\n! pmfile: none.hex: cannot be read: No such file or directory\n",
+              outcome([&] { return diff(before, m_folder + "/none.hex"); }));
+    EXPECT_EQ("status 2\n! pmfile: x:1: expected a record; the line ends before its checksum\n",
+              outcome([&] { return diff(write("x", ":0100000000\n"), before); }));
+    EXPECT_EQ("status 2\n! pmfile: x:1: expected an entry; the one at byte 0 is cut off behind its length\n",
+              outcome([&] { return show(write("x", ":010000000100\n"), false); }));
+    EXPECT_EQ("status 2\n! pmfile: x: expected entries, but has none\n",
+              outcome([&] { return source(write("x", ":00000001FF\n")); }));
+}
+
+TEST_F(PmfileTest, Show)
+{
+    const std::string file = write("file.hex", fileOf("02D10000"
+                                                      "010003"
+                                                      "02600500"
+                                                      "02422832"
+                                                      "0011"
+                                                      "01000D"
+                                                      "024FFF7F"
+                                                      "0105AA"
+                                                      "028B0100"
+                                                      "0100FF"
+                                                      "010216"
+                                                      "089E4130312020202020"
+                                                      + VERSION.substr(6)));
+    EXPECT_EQ("status 0\n> file.hex: settings 2.1, for hardware 3 and later\n> \n> before the first page\n"
+              ">     0  D1  MFR_MODE                0000              0x0000       acts at once\n"
+              "> \n> page 3: channel 3\n"
+              ">     1  00  PAGE                    03\n"
+              ">     2  60  TON_DELAY               0500              1 ms         as a sibling counts\n"
+              ">     3  42  VOUT_OV_WARN_LIMIT      2832              12.840 V\n"
+              ">     4  11  STORE_DEFAULT_ALL                                      passed over\n"
+              "> \n> page 13: sensor 0, unused\n"
+              ">     5  00  PAGE                    0D\n"
+              ">     6  4F  OT_FAULT_LIMIT          FF7F              327.67 °C\n"
+              ">     -  05  command 05              AA                             unknown, left out\n"
+              ">     7  8B  READ_VOUT               0100              0.001 V      can't be written\n"
+              "> \n> page 255: device\n"
+              ">     8  00  PAGE                    FF\n"
+              ">     9  02  ON_OFF_CONFIG           16                0x16         acts at once\n"
+              ">    10  9E  MFR_SERIAL              4130312020202020  \"A01\"        identity\n"
+              ">    11  9D  MFR_DATE                0102030000000000  settings 2.1, for hardware 3 and later\n"
+              "> \n> 13 entries in 5 records, 57 bytes: 1 channel and 1 sensor, 1 of them unused; 10 written, 3 not\n",
+              outcome([&] { return show(file, false); }));
+}
+
+} // namespace
