@@ -1,14 +1,9 @@
-// What the tool's own parts cost, without a bus and without a process around them:
-// transfers, gated-off log statements, and the reading of the PM data file that
-// PM_DATA_FILE names. measure.py reads the results as JSON.
+// What the tool's own parts cost, without a bus and without a process around them: transfers and
+// gated-off log statements. measure.py reads the results as JSON.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <cstdlib>
-#include <string>
-#include <vector>
 
-#include "PowerFileParser.h"
 #include "command.h"
 #include "log.h"
 
@@ -72,47 +67,6 @@ template <bool LOGS> void logStatement(benchmark::State& state)
 BENCHMARK(logStatement<false>)->Name("log/none");
 BENCHMARK(logStatement<true>)->Name("log/gated off");
 
-// The tool reads a file once. So each reading here begins with memory that is new, too.
-void parseFile(benchmark::State& state, const std::string& path)
-{
-    for (auto _ : state) {
-        {
-            PowerFileParser parser;
-            benchmark::DoNotOptimize(parser.parseFile(path));
-        }
-        state.PauseTiming();
-        malloc_trim(0);
-        state.ResumeTiming();
-    }
-}
-
-// Without the deletion of the commands, which is the list's owner's.
-void loadCommands(benchmark::State& state, const std::string& path)
-{
-    PowerFileParser parser;
-    parser.parseFile(path);
-    for (auto _ : state) {
-        std::vector<Command*> list;
-        benchmark::DoNotOptimize(parser.loadCommands(list));
-        state.PauseTiming();
-        for (const Command* command : list) {
-            delete command;
-        }
-        list = {};
-        malloc_trim(0);
-        state.ResumeTiming();
-    }
-}
-
 } // namespace
 
-int main(int argc, char** argv)
-{
-    if (const char* path = std::getenv("PM_DATA_FILE")) {
-        benchmark::RegisterBenchmark("parseFile", parseFile, path);
-        benchmark::RegisterBenchmark("loadCommands", loadCommands, path);
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}
+BENCHMARK_MAIN();

@@ -1,14 +1,14 @@
 """The measurements of bench/run, which builds what they need and starts this.
 
 Each function named after a section of RESULTS.md measures, adds its goals to GOALS, and returns
-the section. Candidates run in turn, round after round; a figure is the median over the rounds, a
-ratio the median of the rounds' ratios.
+the section. Candidates run in rounds, in a new order each time: a figure is the median over the
+rounds, a ratio or a difference the median of the rounds' own.
 """
 
 import json
-import mmap
 import os
 import platform
+import random
 import re
 import shutil
 import subprocess
@@ -28,17 +28,17 @@ HW_VERSION_FILE = BUILD / "board-hw-version"  # compiled into the build's libboa
 
 PYTHON = "/usr/bin/python3"
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
-I2CGET = ["/usr/sbin/i2cget", "-y", "0", "0x74", "0x99", "b"]
-NOTHING = {"empty process": ["/usr/bin/true"]}
-START_TO_END = {"pmadmin -a": [PMADMIN, "-a"], "i2cget": I2CGET} | NOTHING
+NOTHING = ["/usr/bin/true"]
+FLOOR = "the floor"
+FLOOR_ROW = {FLOOR: [BUILD / "bench/floor"]}
 
 QUICK = "--quick" in sys.argv
-ROUNDS = 1 if QUICK else 11
-SIZES = {"10 KB": 10_000, "1 MB": 1_000_000} | ({} if QUICK else {"32 MB": 32_000_000})
+ROUNDS = 1 if QUICK else 51
+SIZES = {"10 KB": 10_000, "100 KB": 100_000, "1 MB": 1_000_000}
 FOLDER = BUILD / "quick" if QUICK else ROOT / "bench"
 TMP = Path(tempfile.mkdtemp(prefix="pmadmin-bench."))
 BOARD = TMP / "board"
-GOALS, PLOT_DATA = [], {}
+GOALS, PLOT_DATA = [], {"runs": [], "files": []}
 
 
 def number(value):
@@ -65,16 +65,17 @@ def environment(command, bus=True):
             "LD_PRELOAD": ":".join(map(str, libraries))}
 
 
-def output_of(command, env, status=0):
+def output_of(command, env=None, status=0):
     """Standard output and error of a command that ends with `status`."""
-    result = subprocess.run(list(map(str, command)), env=env, capture_output=True, text=True)
+    result = subprocess.run(list(map(str, command)), env=env or {"PATH": PATH},
+                            capture_output=True, text=True)
     if result.returncode != status:
         sys.exit(f"bench: {command} ended with status {result.returncode}\n{result.stderr}")
     return result.stdout + result.stderr
 
 
 def run(command):
-    """Wall time and processor time in ms, and page faults."""
+    """Wall time in ms and page faults."""
     command = list(map(str, command))
     start = time.perf_counter()
     pid = os.posix_spawn(command[0], command, environment(command),
@@ -83,24 +84,26 @@ def run(command):
     elapsed = 1000 * (time.perf_counter() - start)
     if status != 0:
         sys.exit(f"bench: {' '.join(command)} ended with status {status}")
-    return elapsed, 1000 * (usage.ru_utime + usage.ru_stime), usage.ru_minflt + usage.ru_majflt
+    return elapsed, usage.ru_minflt + usage.ru_majflt
 
 
-def in_turn(commands, base="pmadmin"):
-    """Medians by name, and the ratio of wall times to that of the command called `base`."""
-    runs, order = {name: [] for name in commands}, list(commands)
+def in_rounds(commands, base):
+    """Medians by name: wall time, its ratio to that of `base`, what it is beyond that of FLOOR, and
+    page faults."""
+    runs = {name: [] for name in commands}
     for _ in range(ROUNDS):
-        for name in order:
+        for name in random.sample(list(commands), len(commands)):
             runs[name].append(run(commands[name]))
-        order.append(order.pop(0))
-    return {name: dict(zip(("wall", "processor", "faults"), map(median, zip(*own))))
-            | {"ratio": median(one[0] / other[0] for one, other in zip(own, runs[base]))}
+    return {name: {"wall": median(wall for wall, _ in own),
+                   "ratio": median(one[0] / other[0] for one, other in zip(own, runs[base])),
+                   "beyond": median(one[0] - least[0] for one, least in zip(own, runs[FLOOR])),
+                   "faults": median(faults for _, faults in own)}
             for name, own in runs.items()}
 
 
-def peak_memory(command, **extra):
+def peak_memory(command):
     """In bytes. GNU time starts the command: a child of Python seems to be as large as Python."""
-    env = environment(command) | extra
+    env = environment(command)
     preload = "LD_PRELOAD=" + env.pop("LD_PRELOAD")
     text = output_of(["time", "-f", "peak %M", "env", preload, *command], env)
     return 1024 * int(re.search(r"peak (\d+)", text)[1])
@@ -128,12 +131,12 @@ def on_virtual_board(command, status=0):
 
 def new_board():
     BOARD.unlink(missing_ok=True)
-    on_virtual_board(NOTHING["empty process"])
+    on_virtual_board(NOTHING)
 
 
 def entries_of(path):
     """Each entry's command code and data bytes, as 0x... texts."""
-    text = output_of([PYTHON, PEERS / "smbus2-admin.py", "list", path], {})
+    text = output_of([PYTHON, PEERS / "smbus2-admin.py", "list", path])
     return [line.split() for line in text.splitlines()]
 
 
@@ -144,7 +147,7 @@ def whole_runs():
         "pmadmin": [PMADMIN, option, EXAMPLE],
         "i2c-tools per entry": [PEERS / "per-entry.sh", action, settings],
         "i2ctransfer per page": [PEERS / "per-page.sh", action, settings],
-        "Python, smbus2": [PYTHON, PEERS / "smbus2-admin.py", action, EXAMPLE],
+        "Python's smbus2": [PYTHON, PEERS / "smbus2-admin.py", action, EXAMPLE],
     } for action, option in (("compare", "-E"), ("write", "-r"))}
     bits = {}
     for name in commands["compare"]:
@@ -157,42 +160,36 @@ def whole_runs():
 
     tables = []
     for action, candidates in commands.items():
-        results, rows = in_turn(candidates | NOTHING), []
-        nothing = results["empty process"]["wall"]
-        for name, command in candidates.items():
-            own, wire = results[name]["wall"], bits[action, name] / 100
-            share = own / (own + wire / 4)
-            rows.append([name, number(own), f"{number(results[name]['ratio'])}×",
-                         system_calls(command)[0], number(own + wire), number(own + wire / 4),
-                         f"{100 * share:.1f} %"])
-            PLOT_DATA.setdefault(name, []).append(own)
-            if name == "pmadmin":
-                goal(f"own time of a {action} below 5 % of the total at 400 kHz", rows[0][-1],
-                     share < 0.05, f"a process that does nothing takes {number(nothing)} ms here, "
-                     f"where a page fault costs {number(page_fault_us())} µs; the tool takes "
-                     f"{number(own - nothing)} ms more")
-        script = results["i2c-tools per entry"]["ratio"]
-        goal(f"own time of a {action} at most a fiftieth of the i2c-tools script's",
-             f"1/{number(script)}", script >= 50)
-        rows.append(["empty process", number(nothing), *[""] * 5])
+        own, candidates = next(iter(candidates)), candidates | FLOOR_ROW
+        rows = []
+        for name, one in in_rounds(candidates, own).items():
+            wire = bits.get((action, name), 0) / 100
+            total = one["wall"] + wire / 4
+            share = f"{100 * one['beyond'] / total:.1f} %"
+            rows.append([name, number(one["wall"]), f"{number(one['ratio'])}×",
+                         system_calls(candidates[name])[0], number(one["wall"] + wire),
+                         number(total), number(one["beyond"]), share])
+            if name != FLOOR:
+                start = one["wall"] - one["beyond"]
+                PLOT_DATA["runs"].append([f'"{action}: {name}"', wire / 4, start, one["beyond"]])
+            if name == own:
+                goal(f"a {action}: below 5 % of the total at 400 kHz beyond the floor", share,
+                     one["beyond"] < 0.05 * total)
+            if name == "i2c-tools per entry":
+                goal(f"a {action}: at most a fiftieth of the i2c-tools script's own time",
+                     f"1/{number(one['ratio'])}", one["ratio"] >= 50)
         tables.append(table([action, "own time, ms", "ratio", "system calls",
-                             "total at 100 kHz, ms", "at 400 kHz", "own share"], rows))
-    return """All candidates run with the same preloaded "instant bus" (`instantBus.cpp`): `/dev/i2c-0`
-is a virtual board's memory; each request enters the kernel once, as on a board, and is answered at
-once. What is left is a candidate's own time, the start of its processes included. The wire time in
-the totals comes from the bits that the virtual board counted for the same run. The scripts read a
-ready list of the entries, the others the file. All make the same checks and retries; the tool also
-takes the lock, heeds access rights and logs.
+                             "total at 100 kHz, ms", "at 400 kHz", "beyond the floor", "share"],
+                            rows))
+    return """All candidates run with the same preloaded "instant bus" (`instantBus.cpp`):
+`/dev/i2c-0` is a virtual board's memory; each request enters the kernel once, as on a board, and is
+answered at once. What is left is a candidate's own time, the start of its processes included; the
+share is that of what lies beyond the floor in the total at 400 kHz. The wire time in the totals
+comes from the bits that the virtual board counted for the same run. The scripts read a ready list
+of the entries, the others the file. All make the same checks and retries; the tool also takes the
+lock, heeds access rights and logs.
 
 """ + "\n".join(tables)
-
-
-def page_fault_us():
-    memory = mmap.mmap(-1, 64 << 20)
-    start = time.process_time()
-    for at in range(0, len(memory), mmap.PAGESIZE):
-        memory[at] = 1
-    return 1e6 * (time.process_time() - start) * mmap.PAGESIZE / len(memory)
 
 
 def bus_budget():
@@ -222,7 +219,6 @@ def bus_budget():
          all(row[1] == row[2] == row[3] and row[4] == row[5] for row in rows))
     goal("not one other system call per register", "section 2",
          all(row[6] == row[7] for row in rows))
-    fixed = {name: system_calls(command)[0] for name, command in START_TO_END.items()}
     head = ["", "fewest transfers", "used", "requests", "fewest bits", "used", "others, small",
             "others"]
     entries = len(entries_of(SMALL_EXAMPLE)), len(reads)
@@ -231,92 +227,66 @@ upgrade of a new board reads the first register twice, sees that it differs, wri
 compares. "Others" are the system calls that are no requests, for `small.hex` ({entries[0]} entries)
 and for `board-a.hex` ({entries[1]} entries).
 
-{table(head, rows)}
-System calls from start to end: {", ".join(f"{name} {calls}" for name, calls in fixed.items())}.
-"""
+{table(head, rows)}"""
 
 
 def hex_files(size):
-    """A PM data file of about `size` bytes, and its like with the addresses that others need."""
-    def record(address, kind, data):
-        content = bytes([len(data), *address.to_bytes(2, "big"), kind]) + data
-        return ":" + (content + bytes([-sum(content) & 0xFF])).hex().upper() + "\n"
-
+    """An Intel HEX file of about `size` bytes as others need it, and the same as a PM data file,
+    without the records for the upper half of addresses."""
     once = b"".join(bytes([len(entry) - 1, *(int(byte, 16) for byte in entry)])
                     for entry in entries_of(EXAMPLE))
-    data = once * round(size * 16 / 44 / len(once))  # 16 bytes a line of 44 characters
-    records = [record(at & 0xFFFF, 0, data[at:at + 16]) for at in range(0, len(data), 16)]
-    plain, addressed = TMP / f"{size}.hex", TMP / f"{size}-addressed.hex"
-    plain.write_text("".join(records) + ":00000001FF\n")
-    for segment in range(0, len(records), 4096):
-        records[segment] = record(0, 4, (segment // 4096).to_bytes(2, "big")) + records[segment]
-    addressed.write_text("".join(records) + ":00000001FF\n")
-    return plain, addressed
+    binary, addressed, plain = (TMP / f"{size}.{end}" for end in ("bin", "ihex", "hex"))
+    binary.write_bytes(once * round(size * 16 / 44 / len(once)))  # 16 bytes a line of 44 characters
+    output_of(["srec_cat", binary, "-binary", "-o", addressed, "-intel", "-line-length=44"])
+    records = addressed.read_text().splitlines(keepends=True)
+    plain.write_text("".join(record for record in records if record[7:9] != "04"))
+    return addressed, plain
 
 
-def benchmarks(name_filter, **env):
-    """Medians by name: processor time in ns, and allocations."""
-    text = subprocess.run(
-        [BENCHMARKS, f"--benchmark_filter={name_filter}", "--benchmark_format=json",
-         f"--benchmark_repetitions={ROUNDS}", f"--benchmark_min_time={0.02 if QUICK else 0.2}",
-         "--benchmark_enable_random_interleaving=true"],
-        env=environment([BENCHMARKS], bus=False) | env, check=True, stdout=subprocess.PIPE,
-        stderr=subprocess.DEVNULL).stdout
-    runs = [one for one in json.loads(text)["benchmarks"] if one["run_type"] == "iteration"]
-    return {name: [median(one.get(key, 0) for one in runs if one["run_name"] == name)
-                   for key in ("cpu_time", "allocations")]
-            for name in sorted({one["run_name"] for one in runs})}
-
-
-def reading():
-    parts, speeds, memory = ("parseFile", "loadCommands"), {}, {}
+def file_jobs(size):
+    """What is done with a file, by job: our program first, then what else people would use."""
+    (addressed, plain), binary = hex_files(size), TMP / "binary"
     convert = "import intelhex, sys; intelhex.hex2bin(*sys.argv[1:])"
-    benchmark = [BENCHMARKS, "--benchmark_min_time=0"]
-    for label, size in SIZES.items():
-        path, addressed = hex_files(size)
-        file_size, binary = path.stat().st_size, TMP / "binary"
-        peers = {"srec_cat": ["/usr/bin/srec_cat", addressed, "-intel", "-o", binary, "-binary"],
-                 "objcopy": ["/usr/bin/objcopy", "-I", "ihex", "-O", "binary", addressed, binary],
-                 "Python, intelhex": [PYTHON, "-c", convert, addressed, binary]}
-        tool = {"pmadmin -m": [PMADMIN, "-m", path]}
-        inside = benchmarks("|".join(parts), PM_DATA_FILE=str(path))
-        ms = {part: inside[part][0] / 1e6 for part in parts}
-        ms |= {name: one["processor"] for name, one in in_turn(tool | peers, "pmadmin -m").items()}
-        speeds[label] = {name: file_size / one / 1000 for name, one in ms.items()}
-        commands = {part: [*benchmark, f"--benchmark_filter={part}"] for part in parts} | tool
-        memory[label] = {name: peak_memory(command, PM_DATA_FILE=str(path)) / file_size
-                         for name, command in commands.items()}
+    return {"read": {
+        "pmadmin -m": [PMADMIN, "-m", plain],
+        "srec_cat": ["/usr/bin/srec_cat", addressed, "-intel", "-o", binary, "-binary"],
+        "objcopy": ["/usr/bin/objcopy", "-I", "ihex", "-O", "binary", addressed, binary],
+        "Python's intelhex": [PYTHON, "-c", convert, addressed, binary],
+    }}
 
-    page = f"in new memory, at {number(page_fault_us())} µs a page here"
-    cost = {"parseFile": f"the text and two copies of its digits lie {page}; objcopy streams",
-            "loadCommands": f"each entry becomes an object of its own {page}"}
-    for part in parts:
-        slower = [f"{name} at {label}" for label, speed in speeds.items() for name in peers
-                  if speed[name] >= speed[part]]
-        goal(f"`{part}` faster than srec_cat, objcopy and intelhex", "section 3", not slower,
-             f"slower than {', '.join(slower)}; {cost[part]}")
-        before, last = list(speeds.items())[-2:]
-        growth = before[1][part] / last[1][part]
-        goal(f"`{part}` linear in the size", f"{last[0]}: {number(growth)}× the time per byte at "
-             f"{before[0]}", 0.67 < growth < 1.5, cost[part])
-    for name, peak in memory[label].items():
-        goal(f"memory below eight times the file: `{name}`, {label}", f"{number(peak)}×", peak < 8,
-             "on a 64-bit machine an entry of 11 characters becomes, in each list, an object of "
-             "48 bytes and a pointer")
-    PLOT_DATA["speeds"] = speeds
 
-    def by_size(figures):
-        return table(["", *figures], [[name, *(number(column[name]) for column in figures.values())]
-                                      for name in figures[label]])
+# What keeps our programs from a goal.
+REASONS = {"pmadmin -m": "each entry becomes an object, 48 bytes of heap, in each of two lists"}
 
-    return f"""MB per second of processor time: `parseFile` and `loadCommands` (one list) alone, in
-memory that is new; the others as whole processes. srec_cat, objcopy and intelhex turn an Intel HEX
-file of the same size into binary; `pmadmin -m` fills both lists.
 
-{by_size(speeds)}
-Peak memory of the process over the file's size (`loadCommands` with the `parseFile` before it):
+def files():
+    by_size = {label: file_jobs(size) for label, size in SIZES.items()}
+    tables = []
+    for job, candidates in by_size["1 MB"].items():
+        own, *others = candidates
+        results = {label: in_rounds(jobs[job] | FLOOR_ROW, own)
+                   for label, jobs in by_size.items()}
+        peaks = {name: peak_memory(command) for name, command in (candidates | FLOOR_ROW).items()}
+        slower = {name: [label for label, one in results.items() if one[name]["ratio"] <= 1]
+                  for name in others}
+        slower = [f"{name} ({', '.join(labels)})" for name, labels in slower.items() if labels]
+        growth = results["1 MB"][own]["beyond"] / results["100 KB"][own]["beyond"]
+        memory = (peaks[own] - peaks[FLOOR]) / SIZES["1 MB"]
+        goal(f"`{own}`: faster than {', '.join(others)}", "section 3", not slower,
+             f"slower than {', '.join(slower)}; {REASONS[own]}")
+        goal(f"`{own}`: linear in the size", f"{number(growth)}× the time beyond the floor "
+             "for 10× the size", growth < 15, REASONS[own])
+        goal(f"`{own}`: memory below eight times the file", f"{number(memory)}× at 1 MB",
+             memory < 8, REASONS[own])
+        rows = [[name, *(number(one[name]["wall"]) for one in results.values()), peak // 1024]
+                for name, peak in peaks.items()]
+        PLOT_DATA["files"] += [[f'"{job}: {row[0]}"', *row[1:-1]] for row in rows]
+        tables.append(table([job, *(f"{label}, ms" for label in results),
+                             "peak memory at 1 MB, KB"], rows))
+    return """Wall time of whole processes. srec_cat, objcopy and intelhex turn an Intel HEX file of
+the same size into binary; `pmadmin -m` identifies the chip and fills both of its lists.
 
-{by_size(memory)}"""
+""" + "\n".join(tables)
 
 
 # Instructions on x86-64 or PowerPC; all others, like moves between registers, are "other".
@@ -327,7 +297,7 @@ KINDS = {"compare": "test|cmp", "branch": "j(?!mp)|b(eq|ne|lt|le|gt|ge)",
 def gated_path(machine, object_file, disassembler):
     """The instructions of a gated-off statement, up to its third branch, counted by kind."""
     command = [disassembler, "-d", "--no-show-raw-insn", BUILD / "bench" / object_file]
-    listing = output_of(command, {"PATH": PATH})
+    listing = output_of(command)
     counts, path = dict.fromkeys([*KINDS, "other"], 0), []
     for instruction in re.findall(r"^ +[0-9a-f]+:\t(.*?) *$", listing, re.MULTILINE):
         kinds = [kind for kind, pattern in KINDS.items() if re.match(pattern, instruction)]
@@ -339,6 +309,20 @@ def gated_path(machine, object_file, disassembler):
          counts["compare"] == counts["branch"] == 3 and counts["call"] == 0)
     summary = ", ".join(f"{count} {kind}" for kind, count in counts.items())
     return "\n".join([f"{machine}: {summary}", "", *path, ""])
+
+
+def benchmarks(name_filter):
+    """Medians by name: processor time in ns, and allocations."""
+    text = subprocess.run(
+        [BENCHMARKS, f"--benchmark_filter={name_filter}", "--benchmark_format=json",
+         f"--benchmark_repetitions={ROUNDS}", "--benchmark_min_time=0.05",
+         "--benchmark_enable_random_interleaving=true"],
+        env=environment([BENCHMARKS], bus=False), check=True, stdout=subprocess.PIPE,
+        stderr=subprocess.DEVNULL).stdout
+    runs = [one for one in json.loads(text)["benchmarks"] if one["run_type"] == "iteration"]
+    return {name: [median(one.get(key, 0) for one in runs if one["run_name"] == name)
+                   for key in ("cpu_time", "allocations")]
+            for name in sorted({one["run_name"] for one in runs})}
 
 
 def transfers_and_log_statements():
@@ -363,49 +347,65 @@ the table of its global variables.
 
 
 def start_to_end():
-    rows = []
-    for name, one in in_turn(START_TO_END, "i2cget").items():
-        command, stripped = START_TO_END[name], TMP / "stripped"
-        output_of(["strip", "-o", stripped, command[0]], {"PATH": PATH})
-        rows.append([name, number(one["wall"]), f"{one['ratio']:.2f}×", f"{one['faults']:.0f}",
-                     peak_memory(command) // 1024, stripped.stat().st_size])
-    return table(["", "wall time, ms", "ratio", "page faults", "peak memory, KB",
+    i2cget = ["/usr/sbin/i2cget", "-y", "0", "0x74", "0x99", "b"]
+    commands = {"pmadmin -a": [PMADMIN, "-a"], "i2cget": i2cget, "empty C process": NOTHING}
+    commands, rows = commands | FLOOR_ROW, []
+    for name, one in in_rounds(commands, FLOOR).items():
+        command, stripped = commands[name], TMP / "stripped"
+        output_of(["strip", "-o", stripped, command[0]])
+        rows.append([name, number(one["wall"]), f"{one['ratio']:.2f}×", system_calls(command)[0],
+                     f"{one['faults']:.0f}", peak_memory(command) // 1024,
+                     stripped.stat().st_size])
+        if name == "pmadmin -a":
+            goal("start: `pmadmin -a` within 1.15 of the floor", rows[0][2], one["ratio"] <= 1.15)
+    return table(["", "wall time, ms", "ratio", "system calls", "page faults", "peak memory, KB",
                   "stripped file, bytes"], rows)
 
 
+def bar(data, begin, end, top, height, color, title):
+    """A bar in each row of gnuplot's `data`."""
+    return (f"{data} using 0:0:({begin}):({end}):($0+{top}):($0+{top}+{height}):ytic(1) "
+            f'with boxxyerror linecolor rgb "{color}" title "{title}"')
+
+
 def plot():
-    speeds = PLOT_DATA.pop("speeds")
-    data = ["$runs << END", *(f'"{name}" {own[0]} {own[1]}' for name, own in PLOT_DATA.items()),
-            "END", "$speeds << END", "file " + " ".join(f'"{label}"' for label in speeds)]
-    for name in next(iter(speeds.values())):
-        data.append(f'"{name}" ' + " ".join(str(column[name]) for column in speeds.values()))
-    script = "\n".join([*data, "END", f"""
-set terminal svg size 900,420 font "sans,12" background "white" noenhanced
+    data = [f"${name} << END\n" + "\n".join(" ".join(map(str, row)) for row in rows) + "\nEND\n"
+            for name, rows in PLOT_DATA.items()]
+    runs = [bar("$runs", "0", "$2", -0.35, 0.7, "#b0b0b0", "the bus"),
+            bar("$runs", "$2", "$2+$3", -0.35, 0.7, "#204880", "the start of one process"),
+            bar("$runs", "$2+$3", "$2+$3+$4", -0.35, 0.7, "#d06020", "the rest")]
+    files = [bar("$files", 0.5, f"${2 + i}", 0.27 * i - 0.4, 0.27, color, label)
+             for i, label, color in zip(range(3), SIZES, ("#a8c8e8", "#5890c8", "#204880"))]
+    script = "".join(data) + f"""
+set terminal svg size 900,640 font "sans,12" background "white" noenhanced
 set output "{FOLDER / "results.svg"}"
-set multiplot layout 1,2
-set style data histograms
-set style fill solid 0.8 noborder
-set logscale y
-set grid y
-set key outside top center horizontal
+set multiplot layout 2,1
+set style fill solid noborder
+set grid x
+set key inside right center vertical Left reverse
 set tics nomirror
-set xtics rotate by -25
-set yrange [1:]
-set title "Own time (ms, less is better)"
-plot $runs using 2:xtic(1) title "compare", "" using 3 title "write"
-set yrange [0.1:]
-set title "Reading a PM data file (MB/s, more is better)"
-plot for [i=2:{1 + len(speeds)}] $speeds using i:xtic(1) title columnheader(i)
-"""])
+set ytics scale 0
+set yrange [] reverse
+set offsets 0, graph 0.08, 0.6, 0.6
+set title "A whole compare and a whole write at 400 kHz, in ms"
+set xrange [0:*]
+plot {", ".join(runs)}, \\
+    $runs using ($2+$3+$4):0:(sprintf(" %.1f", $2+$3+$4)) with labels left notitle
+set title "Whole processes with a file, in ms"
+set logscale x
+set xrange [0.5:*]
+set key outside right top
+plot {", ".join(files)}
+"""
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
 SECTIONS = {
     whole_runs: "A whole compare and a whole write of `board-a.hex`",
     bus_budget: "The bus budget",
-    reading: "Reading a PM data file",
+    files: "PM data files",
     transfers_and_log_statements: "Transfers and gated-off log statements",
-    start_to_end: "`pmadmin -a` beside `i2cget`, start to end",
+    start_to_end: "`pmadmin -a`, start to end",
 }
 
 
@@ -423,7 +423,7 @@ def main():
 
 Written by `bench/run` on {time.strftime("%Y-%m-%d")}: {processor}, {os.cpu_count()} processors,
 Linux {platform.release()}, load {load:.1f} at the start; release build. Medians of {ROUNDS} paired
-runs.
+runs. The *floor* of a run is a C++ process that does nothing, with the tool's libraries.
 
 ![The same numbers as a picture](results.svg)
 
