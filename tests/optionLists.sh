@@ -1,7 +1,7 @@
 #!/bin/sh
-# The options in the manual pages and completions are those of the usage texts, and the
-# manual's registers those of the catalogue.
-# Usage: optionLists.sh PMADMIN VIRTUAL_BOARD, which run under $EMULATOR if that is set.
+# The options in the manual pages and completions are those of the usage texts, the manual's
+# registers those of the catalogue, and its complaints those of pmfile.
+# Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE, which run under $EMULATOR if that is set.
 # shellcheck disable=SC2086 # an emulator may have arguments
 cd "$(dirname "$0")/../docs" || exit 1
 failed=0
@@ -14,9 +14,9 @@ equal() {
 }
 words() { grep -o -E -e "$1" | tr -d ' []' | sort -u; }
 manual() { sed -n 's/^\.It Fl /-/p' "$1" | words '^--?[A-Za-z-]+'; }
-# completion PROGRAM FUNCTION WORD - what bash offers for WORD.
+# completion PROGRAM FUNCTION WORDS - what bash offers for the last of the words.
 completion() {
-    bash -c ". ./$1.bash; COMP_WORDS=($1 $3); COMP_CWORD=1; $2
+    bash -c ". ./$1.bash; COMP_WORDS=($1 $3); COMP_CWORD=\$((\${#COMP_WORDS[@]} - 1)); $2
              printf '%s\n' \"\${COMPREPLY[@]}\"" | sort -u
 }
 
@@ -29,6 +29,14 @@ equal pmadmin.bash "$options" "$(completion pmadmin _pmadmin -)"
 options=$(${EMULATOR-} "$2" --help | words '^  --[a-z-]+')
 equal virtual-board.1 "$options" "$(manual virtual-board.1)"
 equal virtual-board.bash "$options" "$(completion virtual-board _virtual_board --)"
+
+options=$(${EMULATOR-} "$3" --help | words '^  --?[a-z-]+')
+equal pmfile.1 "$options" "$(manual pmfile.1)"
+equal pmfile.bash "$options" "$(for words in - 'show -' 'check -' 'make -' 'read -'; do
+    completion pmfile _pmfile "$words"
+done | sort -u)"
+complaints=$(${EMULATOR-} "$3" check --allow '' x 2>&1 | sed 's/.*one of //; s/, or all//; s/, /\n/g')
+equal "pmfile.1's complaints" "$complaints" "$(sed -n '/^The complaints are/,/^\.El/s/^\.It Cm //p' pmfile.1)"
 
 rows=$(sed -n '/_ROW *(0x/s/[(),]/ /gp' ../src/commandCatalogue.def | awk '
     BEGIN { is["Null"] = 0; is["Byte"] = 1; is["Word"] = 2
