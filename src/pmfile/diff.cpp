@@ -59,17 +59,13 @@ std::string only(const Key& key, const Entry& entry, const std::string& path)
 
 int diff(const std::string& oldPath, const std::string& newPath)
 {
-    std::string texts[2];
-    if (!readText(oldPath, texts[0]) || !readText(newPath, texts[1])) {
+    const auto oldFile = loadFile(oldPath);
+    const auto newFile = oldFile == nullptr ? nullptr : loadFile(newPath);
+    if (newFile == nullptr) {
         return STATUS_TROUBLE;
     }
-    const PmFile oldFile(oldPath, std::move(texts[0]));
-    const PmFile newFile(newPath, std::move(texts[1]));
-    if (!requireLoadable(oldFile) || !requireLoadable(newFile)) {
-        return STATUS_TROUBLE;
-    }
-    const Settings before = findSettings(oldFile);
-    const Settings after = findSettings(newFile);
+    const Settings before = findSettings(*oldFile);
+    const Settings after = findSettings(*newFile);
     Settings all = before;
     all.insert(after.begin(), after.end());
     bool same = true;

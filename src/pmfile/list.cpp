@@ -203,16 +203,12 @@ std::string listLine(const Entry& entry)
 
 int source(const std::string& path)
 {
-    std::string text;
-    if (!readText(path, text)) {
-        return STATUS_TROUBLE;
-    }
-    const PmFile file(path, std::move(text));
-    if (!requireLoadable(file)) {
+    const auto file = loadFile(path);
+    if (file == nullptr) {
         return STATUS_TROUBLE;
     }
     bool first = true;
-    for (const Entry& entry : file.entries) {
+    for (const Entry& entry : file->entries) {
         if (isSection(entry)) {
             print((first ? "" : "\n") + sectionLine(entry.page));
         } else {

@@ -125,6 +125,16 @@ bool requireLoadable(const PmFile& file)
     return true;
 }
 
+std::unique_ptr<PmFile> loadFile(const std::string& path)
+{
+    std::string text;
+    if (!readText(path, text)) {
+        return nullptr;
+    }
+    auto file = std::make_unique<PmFile>(path, std::move(text));
+    return requireLoadable(*file) ? std::move(file) : nullptr;
+}
+
 bool isPage(int page)
 {
     const auto byte = static_cast<std::uint8_t>(page);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -65,6 +66,9 @@ bool readText(const std::string& path, std::string& text);
 
 /// False, with a message, unless pmadmin loads the file and it has an entry.
 bool requireLoadable(const PmFile& file);
+
+/// Reads a file that is loadable. Null, with a message, if it is not.
+std::unique_ptr<PmFile> loadFile(const std::string& path);
 
 /// Whether the chip has the page.
 bool isPage(int page);

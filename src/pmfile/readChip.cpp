@@ -246,15 +246,12 @@ int readChip(const ReadOptions& options)
     if (options.like.empty()) {
         plans = planAll();
     } else {
-        std::string text;
-        if (!mayWrite(options.output, {options.like}) || !readText(options.like, text)) {
+        const auto file =
+            mayWrite(options.output, {options.like}) ? loadFile(options.like) : nullptr;
+        if (file == nullptr) {
             return STATUS_TROUBLE;
         }
-        const PmFile file(options.like, std::move(text));
-        if (!requireLoadable(file)) {
-            return STATUS_TROUBLE;
-        }
-        plans = planLike(file);
+        plans = planLike(*file);
     }
     Bytes bytes;
     if (!readSettings(plans, options, bytes)) {

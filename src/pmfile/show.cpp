@@ -241,14 +241,10 @@ void showJson(const PmFile& file)
 
 int show(const std::string& path, bool asJson)
 {
-    std::string text;
-    if (!readText(path, text)) {
+    const auto file = loadFile(path);
+    if (file == nullptr) {
         return STATUS_TROUBLE;
     }
-    const PmFile file(path, std::move(text));
-    if (!requireLoadable(file)) {
-        return STATUS_TROUBLE;
-    }
-    asJson ? showJson(file) : showText(file);
+    asJson ? showJson(*file) : showText(*file);
     return finishOutput(STATUS_GOOD);
 }
