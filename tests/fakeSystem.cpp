@@ -197,7 +197,7 @@ int close(int fd)
 
 ssize_t read(int fd, void* buffer, std::size_t size)
 {
-    errno = EIO;
+    errno = fakeSystem.readError;
     return fakeSystem.goodReads-- == 0 ? -1 : syscall(SYS_read, fd, buffer, size);
 }
 

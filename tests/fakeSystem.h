@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -25,8 +26,9 @@ struct FakeSystem {
     std::deque<std::uint8_t> bus;
     /// The hardware version of the board; if empty, the query fails.
     std::optional<int> hwVersion = 3;
-    /// How many reads of files succeed until all fail with EIO; negative: none does.
+    /// How many reads of files succeed until one fails, and its errno; negative: none does.
     int goodReads = -1;
+    int readError = EIO;
 };
 
 extern FakeSystem fakeSystem;

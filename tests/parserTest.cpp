@@ -138,6 +138,9 @@ TEST_F(ParserTest, WhatFailsOnTheWayOrIsTooLargeIsRefused)
     fakeSystem.goodReads = 1;
     EXPECT_EQ("010003", parse(asRecord("010003") + std::string(1 << 20, '\n')));
     EXPECT_EQ("reading it failed on the way", m_parser.getError());
+    fakeSystem.readError = EINTR;
+    fakeSystem.goodReads = 0;
+    EXPECT_EQ("010003", parse(asRecord("010003"))) << "interrupted";
     for (const auto& [size, digits, error] :
          {std::tuple{16 << 20, "010003", "line 2 holds something other than hexadecimal digits"},
           {(16 << 20) + 1, "", "it is too large"}}) {

@@ -130,6 +130,7 @@ TEST_F(TransferTest, WhatATransferLeavesAlone)
     struct Block : BlockCommand {
         explicit Block(std::uint8_t size) : BlockCommand(0xD0, size, 3, 3, 3) { m_retries = 7; }
         void setData(const std::uint8_t* /*bytes*/) override { ADD_FAILURE() << "a read is no setData"; }
+        using BlockCommand::m_data;
         using BlockCommand::m_retries;
     };
     Block tooSmall(2);
@@ -137,7 +138,9 @@ TEST_F(TransferTest, WhatATransferLeavesAlone)
     EXPECT_EQ(7, tooSmall.m_retries) << "what is refused is no transfer";
     fakeSystem.bus = {1, 2, 3};
     Block block(3);
+    block.m_data[200] = 9;
     EXPECT_TRUE(block.read(7, 0));
+    EXPECT_EQ(0, block.m_data[200]) << "what is behind the data is cleared";
     EXPECT_EQ("01 02 03 ", block.dataToString());
     EXPECT_EQ(3, block.m_retries);
 }
