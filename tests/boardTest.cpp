@@ -186,6 +186,7 @@ TEST_F(BoardTest, TheLauncher)
     const std::string number = " needs a number from -2147483648 to 2147483647, not ";
     const std::string launcher = EMULATOR " " VIRTUAL_BOARD " --board board ";
     const std::string libraries = std::filesystem::path(VIRTUAL_BOARD "/../../lib/pmadmin").lexically_normal();
+    const std::string modeOnly = write("mode.hex", ":070000000100FF02D1200006\n:00000001FF\n");
     const std::tuple<std::string, std::string, int, std::string> cases[] = {
         {"--bord x", "true", 2, "wrong option '--bord' (see --help)"},
         {"-x", "true", 2, "wrong option '-x' (see --help)"},
@@ -200,7 +201,7 @@ TEST_F(BoardTest, TheLauncher)
         {"--model 256", "true", 2, "--model needs a number from 0 to 255, not '256'"},
         {"--time-scale -1", "true", 2, "--time-scale needs a decimal number from 0 on, not '-1'"},
         {rulesEnough + "--fault busy", "true", 2, "more than 64 rules of --fault"},
-        {"--fault keep=42@3", "true", 0, "the fault 'keep=42@3' never struck"},
+        {"--fault keep=42@3 --fault 1:nack", "$PMADMIN -a", 0, "the fault 'keep=42@3' never struck"},
         {"--help", "", 0, ""},
         {"--version", "", 0, ""},
         {"", "", 2, "no command to run (see --help)"},
@@ -210,10 +211,10 @@ TEST_F(BoardTest, TheLauncher)
         {"", "sh -c 'kill -9 $$'", 128 + 9, ""},
         {"", "env --ignore-signal=CHLD " + launcher + "sh -c 'exit 4'", 4, ""},
         {"", "env TMPDIR=/no " + launcher + "true", 2, "cannot share the session in /no: No such file or directory"},
-        {"", "env VIRTUAL_BOARD_SESSION=/no $PMADMIN -a", 1, "cannot use the session /no: No such file or directory"},
+        {"", "env VIRTUAL_BOARD_SESSION=/no $PMADMIN -x", 1, "cannot use the session /no: No such file or directory"},
         {"--bus-log /dev/full", "$PMADMIN -a", 0, "cannot write /dev/full: No space left on device"},
         // What can't be saved was not done.
-        {"", "sh -c 'trap \"\" XFSZ; ulimit -f 0; $PMADMIN -r $EXAMPLES/small.hex'", 1, ""},
+        {"", "sh -c 'trap \"\" XFSZ; ulimit -f 0; $PMADMIN -r " + modeOnly + "'", 1, ""},
         // A signal that is to end the launcher reaches the command.
         {"", "sh -c 'trap \"exit 5\" TERM; kill $PPID; for i in $(seq 300000); do :; done'", 5, ""},
         {"", "sh -c 'trap \"exit 6\" HUP; kill -HUP $PPID; for i in $(seq 300000); do :; done'", 6, ""},
@@ -228,6 +229,7 @@ TEST_F(BoardTest, TheLauncher)
     const std::string inner = "TMPDIR=tmp LD_PRELOAD=$LD_PRELOAD:libc.so.6 LD_LIBRARY_PATH=/no " + launcher;
     EXPECT_EQ(0U, run("sh -c 'mkdir tmp; " + inner + "printenv LD_PRELOAD LD_LIBRARY_PATH VIRTUAL_BOARD_SESSION'")
                       .output.find(libraries + "/libvirtualboard.so:libc.so.6\n" + libraries + ":/no\n" + path("tmp")));
+    EXPECT_TRUE(std::filesystem::is_empty(path("tmp"))) << "a session leaves nothing behind";
     EXPECT_NE("", run("sh -c 'cd /; $PMADMIN -a'").log) << "a relative log stays where it is";
 }
 
