@@ -1,7 +1,8 @@
 #!/bin/sh
 # The options in the manual pages and completions are those of the usage texts, the manual's
 # registers those of the catalogue, and its complaints those of pmfile.
-# Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE, which run under $EMULATOR if that is set.
+# Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT, which but for the last, a script,
+# run under $EMULATOR if that is set.
 # shellcheck disable=SC2086 # an emulator may have arguments
 cd "$(dirname "$0")/../docs" || exit 1
 failed=0
@@ -35,6 +36,9 @@ equal pmfile.1 "$options" "$(manual pmfile.1)"
 equal pmfile.bash "$options" "$(for words in - 'show -' 'check -' 'make -' 'read -'; do
     completion pmfile _pmfile "$words"
 done | sort -u)"
+options=$("$4" --help | words '^  --?[a-z]+')
+equal pmfile-plot.1 "$options" "$(manual pmfile-plot.1)"
+equal pmfile-plot.bash "$options" "$(completion pmfile-plot _pmfile_plot -)"
 complaints=$(${EMULATOR-} "$3" check --allow '' x 2>&1 | sed 's/.*one of //; s/, or all//; s/, /\n/g')
 equal "pmfile.1's complaints" "$complaints" "$(sed -n '/^The complaints are/,/^\.El/s/^\.It Cm //p' pmfile.1)"
 
