@@ -1,0 +1,17 @@
+#!/bin/sh
+# In docs/board-a.svg each mark and text is what pmfile-plot draws today, and where; the rest differs
+# between versions of matplotlib. Usage: boardPicture.sh PMFILE_PLOT
+set -eu
+if ! /usr/bin/python3 -c 'import matplotlib' 2>/dev/null; then
+    echo "skipped: python3-matplotlib is missing"
+    exit 77
+fi
+cd "$(dirname "$0")/.."
+work=$(mktemp -d)
+trap 'rm -r "$work"' EXIT
+places() { sed -n -E 's/.*<use [^>]*( x="[^"]*" y="[^"]*").*/\1/p; s/.*<text style="[^"]*"//p' "$1"; }
+"$1" examples/board-a.hex -o "$work/board-a.svg"
+places docs/board-a.svg >"$work/places"
+grep -q '>channel 11<' "$work/places"
+places "$work/board-a.svg" | diff "$work/places" -
+"$1" examples/small.hex -o "$work/small.png" # most of what could be drawn is not in it
