@@ -1,4 +1,18 @@
-# Installs Debian packages that a step needs. Sourced by demo, check and bench/run.
+# Installs Debian packages that a step needs. Sourced by demo, check, bench/run and the scripts
+# that fetch packages themselves.
+
+# debian_codename - prints the name of this machine's release of Debian.
+debian_codename() {
+    # shellcheck source=/dev/null
+    (. /etc/os-release && echo "$VERSION_CODENAME")
+}
+
+# debian_mirror - prints where this machine has its packages from.
+debian_mirror() {
+    # shellcheck disable=SC2016 # apt-get expands it
+    apt-get indextargets --format '$(REPO_URI)' "Release: $(debian_codename)" "Component: main" |
+        head -n 1
+}
 
 # need PACKAGE... - installs those that are missing; says which and ends when it can't.
 need() {
