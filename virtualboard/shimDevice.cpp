@@ -105,6 +105,20 @@ int openPath(const char* function, int folder, const char* path, int flags, mode
     return next<int(int, const char*, int, ...)>(function)(folder, path, flags, mode);
 }
 
+int makeRequest(const char* name, int fd, unsigned long request, void* argument)
+{
+    if (!isBusDescriptor(fd)) {
+        return next<int(int, unsigned long, ...)>(name)(fd, request, argument);
+    }
+    const auto bound = static_cast<unsigned>(lseek64(fd, 0, SEEK_CUR) / BUS_FILE_STRIDE);
+    unsigned address = bound;
+    const int result = deviceRequest(*joinSession(), request, argument, address);
+    if (address != bound) {
+        lseek64(fd, address * BUS_FILE_STRIDE, SEEK_SET);
+    }
+    return result;
+}
+
 } // namespace
 
 } // namespace virtualboard
@@ -177,17 +191,17 @@ INTERPOSED int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    if (isBusDescriptor(fd)) {
-        const auto bound = static_cast<unsigned>(lseek64(fd, 0, SEEK_CUR) / BUS_FILE_STRIDE);
-        unsigned address = bound;
-        const int result = deviceRequest(*joinSession(), request, argument, address);
-        if (address != bound) {
-            lseek64(fd, address * BUS_FILE_STRIDE, SEEK_SET);
-        }
-        return result;
-    }
-    static auto* const real = next<int(int, unsigned long, ...)>("ioctl");
-    return real(fd, request, argument);
+    return makeRequest("ioctl", fd, request, argument);
+}
+
+// What ioctl becomes in programs of a 32-bit machine whose times have 64 bits.
+INTERPOSED int __ioctl_time64(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return makeRequest("__ioctl_time64", fd, request, argument);
 }
 
 } // extern "C"
