@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs on the emulated board: what pmadmin does through a real kernel, with a chip model that
+# Runs on the emulated board: what pmadmin and pmfile do through a real kernel, with a chip model that
 # nobody here wrote; the same on the virtual board, which has to print, log and put on its bus
 # what the kernel does; and the lock. Works in /results, and prints the beginning of what is wrong.
 # shellcheck disable=SC2016,SC2034,SC2317 # step evaluates bus lines; names stand for functions
@@ -47,8 +47,17 @@ is() { [ "$2" = "$3" ] || echo "$world, $1: '$3' in place of '$2'" >&2; }
 # Transfers on the bus.
 to() { printf 'S 74w %s P\n' "$@"; }
 start_up() { to '00 FF' '99 Sr 74r 4D' '9A Sr 74r 59' "9B Sr 74r $revision" '00 FF' "9D Sr 74r $date"; }
-write_all() { sed 's/.*/S 74w & P/' ../entries; }
-compare_all() { sed -E '/^00/!s/ / Sr 74r /; s/.*/S 74w & P/' ../entries; }
+write_all() { sed 's/.*/S 74w & P/' "../$1"; }
+compare_all() { sed -E '/^00/!s/ / Sr 74r /; s/.*/S 74w & P/' "../$1"; }
+# Each register twice, and the page when it is selected and when it is left.
+read_all() {
+    awk '
+        function check() { if (page != "") print "00 Sr 74r " page }
+        /^00/ { check(); print; page = $2; check(); next }
+        { sub(/ /, " Sr 74r "); print; print }
+        END { check() }
+    ' "../$1" | sed 's/.*/S 74w & P/'
+}
 
 # step STATUS BUS COMMAND... - runs a command on the board; BUS prints its transfers.
 step() {
@@ -72,12 +81,15 @@ steps() {
     step 0 start_up pmadmin -m ../all.hex
     differs='to "00 00" "01 Sr 74r 5A" "01 Sr 74r 5A"'
     step 1 "start_up; $differs" pmadmin -E ../all.hex
-    step 0 "start_up; $differs; write_all; to 11; compare_all" pmadmin -u ../all.hex
+    step 0 "start_up; $differs; write_all entries; to 11; compare_all entries" pmadmin -u ../all.hex
     date='05 02 03 AA BB CC DD EE'
-    step 0 'start_up; compare_all' pmadmin -E ../all.hex
-    step 1 'start_up; compare_all' pmadmin -u ../all.hex
+    step 0 'start_up; compare_all entries' pmadmin -E ../all.hex
+    step 1 'start_up; compare_all entries' pmadmin -u ../all.hex
     step 0 'start_up; to 11' pmadmin -e ../all.hex
-    step 0 'start_up; write_all' pmadmin -r ../all.hex
+    step 0 'start_up; write_all entries' pmadmin -r ../all.hex
+    step 0 'start_up; read_all settings' pmfile read --like ../settings.hex -o before.hex
+    step 1 : pmfile check before.hex
+    step 0 : pmfile diff ../settings.hex before.hex
 
     # Others see what the tool wrote, a byte, a word and a block, and the tool what they wrote.
     step 0 'to "00 03"' $tools/i2cset -y 0 0x74 0x00 0x03
@@ -92,10 +104,12 @@ steps() {
         seen=$(echo "$theirs" | sed 's/ / Sr 74r /')
         step 1 'start_up; to "00 03" "$seen" "$seen"' pmadmin -E one.hex
     done <<'CHANGES'
-02_1B 02_1A i2cset -y 0 0x74 0x02 0x1b
+01_5A 01_80 i2cset -y 0 0x74 0x01 0x5a
 42_34_12 42_03_42 i2cset -y 0 0x74 0x42 0x1234 w
 9E_01_02_03_04_05_06_07_08 9E_53_4E_30_30_31_32_33_34 i2ctransfer -y 0 w9@0x74 0x9e 1 2 3 4 5 6 7 8
 CHANGES
+    differs='compare_all settings | sed "/w 9E/{ s/74r .*/74r 01 02 03 04 05 06 07 08 P/; p; q; }"'
+    step 0 "start_up; $differs; write_all settings; to 11; compare_all settings" pmadmin -u before.hex
 
     # A standard stream that is closed must not become the bus.
     for closed in '<&-' '>&-' '2>&-' '<&- >&- 2>&-'; do
@@ -209,6 +223,9 @@ cd /results || exit
 echo 3 >/etc/board-hw-version
 list_entries >entries
 records <entries >all.hex
+# Of what a chip keeps in flash, what the device has only once stands once.
+awk '!/^(01|10|D[467]|DD)/ && (!/^(02|9|D[18])/ || !listed[$1]++)' entries >settings
+records <settings >settings.hex
 for world in kernel virtual turns killed; do
     mkdir $world
     unshare --mount --ipc sh "$0" $world >$world/output 2>$world/failures &

@@ -6,7 +6,7 @@ set -eu
 
 usage() {
     cat <<'TEXT'
-Usage: scripts/emulated-board FOLDER [COMMAND]
+Usage: scripts/emulated-board.sh FOLDER [COMMAND]
 
 Lays FOLDER over the board's root folder, runs the shell command line COMMAND there, shows its
 output and ends with its status; 125 if the board did not come that far, within five minutes.
