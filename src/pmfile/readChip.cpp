@@ -94,8 +94,7 @@ bool Chip::readPage(const PagePlan& plan, Bytes& bytes) const
     }
     tell(pageName(plan.page)
          + " does not stay selected: the chip is write-protected, or another program uses it "
-           "without the "
-           "lock; nothing was written");
+           "without the lock; nothing was written");
     return false;
 }
 

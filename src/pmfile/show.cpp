@@ -69,7 +69,9 @@ Summary summarise(const PmFile& file)
         summary.written += entry.row->kind != Kind::ACTION && canBeWritten(entry) ? 1 : 0;
         if (!entry.isPage() && entry.isValue() && isPage(entry.page)) {
             bool& used = summary.used[entry.page];
-            used = used || (entry.row->kind == Kind::SETTING && !isFactoryValue(entry));
+            used = used
+                   || (entry.row->kind == Kind::SETTING && registerPage(entry) == entry.page
+                       && !isFactoryValue(entry));
         }
     }
     return summary;
