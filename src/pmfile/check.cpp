@@ -505,7 +505,7 @@ int check(const std::vector<std::string>& paths, const Allowed& allowed)
             status = STATUS_TROUBLE;
         }
         for (const Finding& finding : findComplaints(file, allowed)) {
-            print(path + ":" + std::to_string(finding.line) + ": "
+            print(printable(path) + ":" + std::to_string(finding.line) + ": "
                   + (finding.isError ? "error: " : "warning: ") + finding.text + "\n");
             status = std::max(status, finding.isError ? STATUS_TROUBLE : STATUS_DIFFERENT);
         }

@@ -52,7 +52,8 @@ std::string valueOf(const Entry& entry)
 std::string only(const Key& key, const Entry& entry, const std::string& path)
 {
     const std::string value = valueOf(entry);
-    return placeOf(key, entry) + "only in " + path + (value.empty() ? "" : ": " + value) + "\n";
+    return placeOf(key, entry) + "only in " + printable(path) + (value.empty() ? "" : ": " + value)
+           + "\n";
 }
 
 } // namespace

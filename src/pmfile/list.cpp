@@ -222,7 +222,7 @@ int source(const std::string& path)
 int make(const std::string& listPath, const std::string& outputPath, const Allowed& allowed)
 {
     std::string list;
-    if (!mayWrite(outputPath, {listPath}) || !readText(listPath, list)) {
+    if (!mayWrite(outputPath, {listPath}, Existing::REPLACE) || !readText(listPath, list)) {
         return STATUS_TROUBLE;
     }
     ListReader reader(listPath);
@@ -249,5 +249,6 @@ int make(const std::string& listPath, const std::string& outputPath, const Allow
     for (const Finding& finding : findings) {
         tell(listPath, finding.line, (finding.isError ? "error: " : "warning: ") + finding.text);
     }
-    return findings.empty() ? writeOutput(outputPath, file.text) : STATUS_TROUBLE;
+    return findings.empty() ? writeOutput(outputPath, file.text, Existing::REPLACE)
+                            : STATUS_TROUBLE;
 }

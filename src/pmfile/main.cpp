@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -196,6 +197,12 @@ int run(int argc, char** argv)
     return refuse(name.empty() ? "no command" : "no command is called '" + name + "'");
 }
 
+[[noreturn]] void endWithoutMemory()
+{
+    std::fputs("pmfile: out of memory\n", stderr);
+    std::_Exit(STATUS_TROUBLE);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -203,7 +210,10 @@ int main(int argc, char** argv)
     if (!openStandardStreams()) {
         return STATUS_TROUBLE;
     }
-    std::signal(SIGPIPE, SIG_IGN); // a closed pipe is told as any failed write
+    // These are told as any failed write is.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::set_new_handler(endWithoutMemory);
     TraceObject trace("pmfile", TRACE_LEVEL);
     g_traceObject = &trace;
     const int status = run(argc, argv);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -46,17 +47,41 @@ mode_t modeFor(const struct stat* replaced)
     return replaced == nullptr ? 0666 & ~mask : replaced->st_mode & 07777;
 }
 
-/// Writes beside `path`, then takes its place.
-bool replace(const std::string& path, const struct stat* replaced, const std::string& text)
+/// Gives the file its place. False with EEXIST if there is one that is to be kept; a file system
+/// that can't look and rename at once makes do with looking before.
+bool place(const std::string& temporary, const std::string& path, Existing existing)
 {
+    if (existing == Existing::KEEP) {
+        if (renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+            return true;
+        }
+        if (errno != EINVAL && errno != ENOSYS) {
+            return false;
+        }
+        if (faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
+            errno = EEXIST;
+            return false;
+        }
+    }
+    return rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+/// Writes beside `path`, then takes its place. Owner and rights are a courtesy, which not every
+/// file system and user can do.
+bool writeWhole(const std::string& path, const struct stat* replaced, const std::string& text,
+                Existing existing)
+{
+    if (replaced != nullptr && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
+        return false;
+    }
     std::string temporary = path + ".XXXXXX";
     const int fd = mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0) {
         return false;
     }
-    const bool written =
-        finish(fd, fchmod(fd, modeFor(replaced)) == 0 && writeAll(fd, text) && fsync(fd) == 0);
-    if (written && rename(temporary.c_str(), path.c_str()) == 0) {
+    const bool owned = replaced == nullptr || fchown(fd, replaced->st_uid, replaced->st_gid) == 0;
+    fchmod(fd, modeFor(owned ? replaced : nullptr));
+    if (finish(fd, writeAll(fd, text) && fsync(fd) == 0) && place(temporary, path, existing)) {
         return true;
     }
     const int reason = errno;
@@ -71,19 +96,52 @@ bool writeDirectly(const std::string& path, const std::string& text)
     return fd >= 0 && finish(fd, writeAll(fd, text));
 }
 
-/// What a symbolic link leads to, so that the link stays one.
+/// What a symbolic link leads to, if anything is there: the link stays one.
 std::string resolve(const std::string& path)
 {
     const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
     return real == nullptr ? path : real.get();
 }
 
+bool isSameFile(const struct stat& one, const struct stat& other)
+{
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+/// Also by a name such as /dev/stdout: behind that may be a file that has more in it.
+bool isStandardOutput(const std::string& path)
+{
+    struct stat named = {};
+    struct stat output = {};
+    return path == "-"
+           || (stat(path.c_str(), &named) == 0 && fstat(STDOUT_FILENO, &output) == 0
+               && isSameFile(named, output));
+}
+
+void tellExisting(const std::string& path)
+{
+    tell(path + ": exists already; give --force to replace it");
+}
+
 } // namespace
+
+std::string printable(const std::string& text)
+{
+    std::string shown;
+    for (const char c : text) {
+        char escape[8] = {c};
+        if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') {
+            std::snprintf(escape, sizeof(escape), "\\x%02X", static_cast<unsigned int>(c));
+        }
+        shown += escape;
+    }
+    return shown;
+}
 
 void tell(const std::string& what)
 {
     std::fflush(stdout); // what was found before stands before it
-    std::fprintf(stderr, "pmfile: %s\n", what.c_str());
+    std::fprintf(stderr, "pmfile: %s\n", printable(what).c_str());
 }
 
 void tell(const std::string& file, unsigned int line, const std::string& what)
@@ -106,39 +164,54 @@ int finishOutput(int status)
     return STATUS_TROUBLE;
 }
 
-bool mayWrite(const std::string& path, const std::vector<std::string>& inputs)
+bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, Existing existing)
 {
     struct stat output = {};
-    if (path == "-" || stat(path.c_str(), &output) != 0 || !S_ISREG(output.st_mode)) {
+    if (isStandardOutput(path) || stat(path.c_str(), &output) != 0 || !S_ISREG(output.st_mode)) {
         return true;
     }
     for (const std::string& input : inputs) {
         struct stat status = {};
         const bool known =
             (input == "-" ? fstat(STDIN_FILENO, &status) : stat(input.c_str(), &status)) == 0;
-        if (known && status.st_dev == output.st_dev && status.st_ino == output.st_ino) {
+        if (known && isSameFile(status, output)) {
             tell(path + ": expected another file than the input, which would be lost");
             return false;
         }
     }
+    if (existing == Existing::KEEP) {
+        tellExisting(path);
+        return false;
+    }
     return true;
 }
 
-int writeOutput(const std::string& path, const std::string& text)
+int writeOutput(const std::string& path, const std::string& text, Existing existing)
 {
-    if (path == "-") {
+    if (isStandardOutput(path)) {
         print(text);
         return finishOutput(STATUS_GOOD);
     }
+    // What ends the program in between would leave half a file beside the other.
+    sigset_t signals;
+    sigset_t before;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        sigaddset(&signals, signal);
+    }
+    sigprocmask(SIG_BLOCK, &signals, &before);
     const std::string target = resolve(path);
     struct stat status = {};
     const bool exists = stat(target.c_str(), &status) == 0;
     const bool written = exists && !S_ISREG(status.st_mode)
                              ? writeDirectly(target, text)
-                             : replace(target, exists ? &status : nullptr, text);
-    if (!written) {
-        tell(because(path + ": cannot be written"));
-        return STATUS_TROUBLE;
+                             : writeWhole(target, exists ? &status : nullptr, text, existing);
+    const int reason = errno;
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    if (written) {
+        return STATUS_GOOD;
     }
-    return STATUS_GOOD;
+    errno = reason;
+    errno == EEXIST ? tellExisting(path) : tell(because(path + ": cannot be written"));
+    return STATUS_TROUBLE;
 }

@@ -1,6 +1,5 @@
 #include "readChip.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -234,27 +233,28 @@ bool readSettings(std::vector<PagePlan>& plans, const ReadOptions& options, Byte
 
 int readChip(const ReadOptions& options)
 {
-    struct stat status = {};
-    const bool exists = options.output != "-" && stat(options.output.c_str(), &status) == 0
-                        && S_ISREG(status.st_mode);
-    if (exists && !options.force) {
-        tell(options.output + ": exists already; give --force to replace it");
+    const Existing existing = options.force ? Existing::REPLACE : Existing::KEEP;
+    if (!mayWrite(options.output, {options.like}, existing)) {
         return STATUS_TROUBLE;
     }
     std::vector<PagePlan> plans;
     if (options.like.empty()) {
         plans = planAll();
     } else {
-        const auto file =
-            mayWrite(options.output, {options.like}) ? loadFile(options.like) : nullptr;
+        const auto file = loadFile(options.like);
         if (file == nullptr) {
             return STATUS_TROUBLE;
         }
         plans = planLike(*file);
+        if (std::ranges::all_of(plans, [](const auto& plan) { return plan.settings.empty(); })) {
+            tell(options.like + ": expected settings that can be read, but has none");
+            return STATUS_TROUBLE;
+        }
     }
     Bytes bytes;
     if (!readSettings(plans, options, bytes)) {
         return STATUS_TROUBLE;
     }
-    return writeOutput(options.output, pmDataFile::makeRecords(bytes.data(), bytes.size()));
+    return writeOutput(options.output, pmDataFile::makeRecords(bytes.data(), bytes.size()),
+                       existing);
 }

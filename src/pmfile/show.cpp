@@ -151,7 +151,7 @@ void showText(const PmFile& file)
     const Summary summary = summarise(file);
     const Entry* const version = findVersion(file);
     print(
-        file.name + ": "
+        printable(file.name) + ": "
         + (version == nullptr ? "no version record" : spokenValue(*version->row, version->value()))
         + "\n");
     // A page is shown where it is selected; before the first there may be entries, too.

@@ -1,6 +1,7 @@
 #include "values.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -132,7 +133,7 @@ bool skip(std::string_view& text, std::string_view word)
 /// Takes decimal digits from the begin of `text`; false if there is none or are too many.
 bool takeDigits(std::string_view& text, long long& number)
 {
-    constexpr std::size_t MOST = 9;
+    constexpr std::size_t MOST = 7; // products of numbers with a fraction stay exact
     const std::size_t count = std::min(text.find_first_not_of("0123456789"), text.size());
     if (count == 0 || count > MOST) {
         return false;
@@ -171,10 +172,20 @@ bool takeDecimal(std::string_view& text, Decimal& decimal)
     return true;
 }
 
+/// Whether the unit is meant, though perhaps not written well: a number before it is right.
+bool isMeant(const Unit& unit, std::string_view text)
+{
+    return text.empty()
+           || std::ranges::equal(text, std::string_view(unit.name), [](char one, char other) {
+                  return std::tolower(static_cast<unsigned char>(one))
+                         == std::tolower(static_cast<unsigned char>(other));
+              });
+}
+
 bool readInUnit(const Unit& unit, std::string_view text, int& number, std::string& error)
 {
     Decimal decimal;
-    if (!takeDecimal(text, decimal)) {
+    if (!takeDecimal(text, decimal) || !isMeant(unit, trimmed(text))) {
         error =
             "write a number and its unit, as in " + inUnit(unit, 2 * unit.steps + unit.steps / 5);
         return false;
@@ -196,7 +207,7 @@ bool readInUnit(const Unit& unit, std::string_view text, int& number, std::strin
 bool readRatio(std::string_view text, int& number, std::string& error)
 {
     Decimal decimal;
-    const bool read = takeDecimal(text, decimal) && text.empty();
+    const bool read = takeDecimal(text, decimal) && text.empty() && decimal.digits <= decimal.scale;
     number = read ? ratioFrom(std::clamp(decimal.value(), -1.0, 2.0)) : 0;
     if (number < 1 || number > HIGHEST) {
         error = "write a ratio above 0 and up to 1, as in 0.125";
