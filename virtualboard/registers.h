@@ -17,6 +17,7 @@ namespace virtualboard {
 inline constexpr int CHANNEL_COUNT = 12;
 inline constexpr int FIRST_SENSOR_PAGE = 13;
 inline constexpr int SENSOR_COUNT = 5;
+
 /// A row of the catalogue, and where the chip keeps its value.
 struct Register : catalogue::Row {
     std::uint8_t copies;  ///< 12 by channel, 5 by sensor, 1 for the device, 0 without data
