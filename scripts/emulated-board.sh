@@ -47,6 +47,7 @@ store=$PWD/build/emulated-board
 mkdir -p build
 work=$(mktemp -d build/emulated-board.XXXXXX)
 work=$PWD/$work
+mark=${work##*.} # tells what the board says of its end from the command's own output
 trap 'rm -rf "$work"' EXIT
 trap 'exit 1' HUP INT TERM
 
@@ -114,9 +115,9 @@ if [ -e /command ]; then
     stty -opost
     sh /command
     status=$?
-    printf '\n-- results\n'
+    printf '\n-- MARK results\n'
     tar -cz -C /results . | base64
-    printf '\n-- status %s\n' $status
+    printf '\n-- MARK status %s\n' $status
 else
     setsid cttyhack sh
 fi
@@ -136,9 +137,9 @@ pack_all() {
 
 write_file_system() {
     mkdir "$work/start"
-    write_init >"$work/start/init"
+    write_init | sed "s/MARK/$mark/" >"$work/start/init"
     chmod +x "$work/start/init"
-    [ -z "$command" ] || echo "$command" >"$work/start/command"
+    [ -z "$command" ] || printf '%s\n' "$command" >"$work/start/command"
     pack_all "$store/root"
     pack_all "$work/start"
     # shellcheck disable=SC2086 # the list is meant to be split
@@ -180,15 +181,15 @@ if [ -z "$command" ]; then
 fi
 
 emulate $TIME_LIMIT_S -trace 'i2c_*' -D "$work/trace" </dev/null |
-    tee "$work/console" | sed -u '/^-- results$/,$d'
-status=$(sed -n 's/^-- status //p' "$work/console")
+    tee "$work/console" | sed -u "/^-- $mark results$/,\$d"
+status=$(sed -n "s/^-- $mark status //p" "$work/console")
 if [ -z "$status" ]; then
     echo "$0: the emulated board did not come to the end of the command" >&2
     exit $NOT_FINISHED
 fi
 rm -rf "$folder/results"
 mkdir "$folder/results"
-sed -n '/^-- results$/,/^-- status /p' "$work/console" | grep -v '^--' | base64 -d |
+sed -n "/^-- $mark results$/,/^-- $mark status /p" "$work/console" | grep -v '^--' | base64 -d |
     tar -xz -C "$folder/results"
 write_bus_log >"$folder/results/bus"
 exit "$status"

@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Installs Debian packages that a step needs. Sourced by demo, check, bench/run and the scripts
 # that fetch packages themselves.
 
