@@ -100,6 +100,7 @@ def draw_delays(axes, channels, title, delays):
 
 
 def draw(content):
+    os.environ.pop("MPLBACKEND", None)  # a picture needs none
     import matplotlib
     from matplotlib.figure import Figure
 
@@ -138,7 +139,8 @@ def draw(content):
         else f"channel {row}" for row, registers in channels.items()])
     version = "settings {major}.{minor}, for hardware {minimumHardware} and later".format_map(
         content["version"]) if content["version"] else "no version record"
-    figure.suptitle(f"{os.path.basename(content['file'])}: {version}", x=0.02, ha="left", size=13)
+    name = "".join(c if c.isprintable() else "?" for c in os.path.basename(content["file"]))
+    figure.suptitle(f"{name}: {version}", x=0.02, ha="left", size=13)
     figure.text(0.02, 0.02, NOTES, size=6.5, color=GREY)
     return figure
 
@@ -165,11 +167,12 @@ def main():
     if os.path.realpath(source) == os.path.realpath(output):
         fail(f"{output}: expected another file than the input, which would be lost")
     content = show(source)
-    temporary = f"{output}.{os.getpid()}"
+    target = os.path.realpath(output)  # a link stays one
+    temporary = f"{target}.{os.getpid()}"
     try:
         draw(content).savefig(temporary, format=output[-3:], dpi=150,
                               metadata=METADATA[output[-3:]])
-        os.replace(temporary, output)
+        os.replace(temporary, target)
     except ImportError:
         fail("drawing takes matplotlib: install the Debian package python3-matplotlib")
     except OSError as error:
