@@ -31,8 +31,8 @@ constexpr std::size_t MAX_SKIPPED_LENGTH = 10;
 
 constexpr std::size_t ENTRY_HEAD_DIGITS = ENTRY_HEAD_BYTES * DIGITS_PER_BYTE;
 
-/// Far beyond any real file, which has some 5 KB: its commands still fit into a board's memory, and
-/// a source without an end, such as a device, is stopped before it fills that.
+/// Far beyond any real file, which has some 5 KB. A source without an end, such as a device, is
+/// stopped before it fills a board's memory.
 constexpr std::size_t MAX_FILE_SIZE = std::size_t{16} * 1024 * 1024;
 
 /// The value of each character as a hexadecimal digit, -1 if it is none. A table, as no branch

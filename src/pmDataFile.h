@@ -70,8 +70,8 @@ unsigned int findLine(std::string_view text, std::size_t offset);
 /// `size` is the number of bytes from its first to the end of the data.
 std::string findEntryFault(std::size_t size, unsigned int length, unsigned int code);
 
-/// Walks over the entries of joined data, two digits a byte. Digits beyond its end, and what is no
-/// digit, count as 0.
+/// Walks over the entries of joined data, two characters a byte: each is what parseHex finds in
+/// them, 0 beyond the end.
 class Entries {
 public:
     /// Data bytes of the longest entry: their count is a byte.

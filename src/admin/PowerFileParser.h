@@ -27,7 +27,8 @@ public:
     /// owner of `list`. Returns the file's version record, all zero if it has none.
     MfrDate loadCommands(std::vector<Command*>& list) const;
 
-    /// The first fault of the last file, with its place; empty if the file is well formed.
+    /// What is wrong with the last file, with its place: the first line that is no whole record,
+    /// else the first entry that is not whole. Empty if the file is well formed.
     const std::string& getError() const { return m_error; }
 
 protected:
