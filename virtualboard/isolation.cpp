@@ -61,9 +61,9 @@ bool hideBuses(std::string& error)
 {
     glob_t buses = {};
     const int found = glob(BUSES, GLOB_NOSORT | GLOB_ERR, nullptr, &buses);
-    bool hidden = found == GLOB_NOMATCH
-                  || (found == 0 && (unshare(CLONE_NEWNS) == 0 || enterUserNamespace())
-                      && keepMounts());
+    bool hidden =
+        found == GLOB_NOMATCH
+        || (found == 0 && (unshare(CLONE_NEWNS) == 0 || enterUserNamespace()) && keepMounts());
     for (std::size_t i = 0; hidden && i < buses.gl_pathc; ++i) {
         hidden = hide(buses.gl_pathv[i]);
     }
