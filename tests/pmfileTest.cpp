@@ -132,10 +132,8 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"[device", "a [section] ends with ]"},
         {"VOUT 1 V", "no register is called VOUT; write the name of one, or raw, its command code and its bytes"},
         {"VOUT_OV_WARN_LIMIT 12.84 # V", "VOUT_OV_WARN_LIMIT '12.84': write 12.840 V"},
-        {"VOUT_OV_WARN_LIMIT 33 V", "VOUT_OV_WARN_LIMIT '33 V': its step is 0.001 V, from 0.000 V to 32.767 V: "
-                                    "write 32.767 V"},
-        {"VOUT_OV_WARN_LIMIT -1 V", "VOUT_OV_WARN_LIMIT '-1 V': its step is 0.001 V, from 0.000 V to 32.767 V: "
-                                    "write 0.000 V"},
+        {"VOUT_OV_WARN_LIMIT 3300", "VOUT_OV_WARN_LIMIT '3300': its step is 0.001 V, from 0.000 V to 32.767 V"},
+        {"VOUT_OV_WARN_LIMIT 3,3 V", "VOUT_OV_WARN_LIMIT '3,3 V': write a number and its unit, as in 2.200 V"},
         {"VOUT_OV_WARN_LIMIT", "VOUT_OV_WARN_LIMIT '': write a number and its unit, as in 2.200 V"},
         {"OT_WARN_LIMIT 85", "OT_WARN_LIMIT '85': write 85 °C"},
         {"TON_DELAY 5.1 ms", "TON_DELAY '5.1 ms': its step is 0.2 ms, from 0 ms to 6553.4 ms: write 5.2 ms"},

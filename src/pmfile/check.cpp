@@ -367,6 +367,9 @@ void limitOrder(const PmFile& file, Report& report)
                 if (code == Page::CODE || found == settings.end()) { // a row is filled up with 0
                     continue;
                 }
+                if (code == MfrChannelNominal::CODE && isFactoryValue(*found->second)) {
+                    continue; // not set: another complaint
+                }
                 const Entry* const entry = found->second;
                 if (lower != nullptr && isUsed(settings)
                     && numberOf(*lower->row, lower->value())

@@ -124,13 +124,14 @@ void ListReader::readSection(std::string_view title)
 
 void ListReader::readRaw(std::string_view text)
 {
-    std::string digits;
-    for (std::string_view word = takeWord(text); !word.empty(); word = takeWord(text)) {
-        digits += word;
-    }
     std::vector<std::uint8_t> data;
-    if (!readHexBytes(digits, data) || data.empty()
-        || data.size() > 1 + pmDataFile::Entries::MAX_LENGTH) {
+    std::vector<std::uint8_t> bytes;
+    bool isHex = true;
+    for (std::string_view word = takeWord(text); !word.empty(); word = takeWord(text)) {
+        isHex = readHexBytes(word, bytes) && isHex;
+        data.insert(data.end(), bytes.begin(), bytes.end());
+    }
+    if (!isHex || data.empty() || data.size() > 1 + pmDataFile::Entries::MAX_LENGTH) {
         complain("write the command code and up to 255 data bytes, two hexadecimal digits each, as "
                  "in raw 42 28 32");
         return;

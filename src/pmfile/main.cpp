@@ -140,9 +140,12 @@ bool takeArguments(const Subcommand& command, int argc, char** argv, Arguments& 
             return false;
         }
         if (letter == '?' || std::strchr(command.options, letter) == nullptr) {
-            const bool isLong = letter == '?' && optopt == 0;
+            const char* const last = argv[optind - 1];
+            const bool isLong = std::strncmp(last, "--", 2) == 0;
             refuse(std::string(command.name) + " has no option '"
-                   + (isLong ? argv[optind - 1] : optionName(letter == '?' ? optopt : letter))
+                   + (letter != '?' ? optionName(letter)
+                      : isLong      ? last
+                                    : std::string{'-', static_cast<char>(optopt)})
                    + "'");
             return false;
         }
@@ -210,8 +213,7 @@ int main(int argc, char** argv)
     if (!openStandardStreams()) {
         return STATUS_TROUBLE;
     }
-    // These are told as any failed write is.
-    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN); // this and the next are told as any failed write is
     std::signal(SIGXFSZ, SIG_IGN);
     std::set_new_handler(endWithoutMemory);
     TraceObject trace("pmfile", TRACE_LEVEL);

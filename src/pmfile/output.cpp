@@ -47,6 +47,26 @@ mode_t modeFor(const struct stat* replaced)
     return replaced == nullptr ? 0666 & ~mask : replaced->st_mode & 07777;
 }
 
+/// Keeps the signals that people end programs with from leaving half a file behind: they wait.
+class SignalsWait {
+public:
+    SignalsWait()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            sigaddset(&signals, signal);
+        }
+        sigprocmask(SIG_BLOCK, &signals, &m_before);
+    }
+    ~SignalsWait() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    SignalsWait(const SignalsWait&) = delete;
+    SignalsWait& operator=(const SignalsWait&) = delete;
+
+private:
+    sigset_t m_before = {};
+};
+
 /// Gives the file its place. False with EEXIST if there is one that is to be kept; a file system
 /// that can't look and rename at once makes do with looking before.
 bool place(const std::string& temporary, const std::string& path, Existing existing)
@@ -74,6 +94,7 @@ bool writeWhole(const std::string& path, const struct stat* replaced, const std:
     if (replaced != nullptr && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
         return false;
     }
+    const SignalsWait signalsWait;
     std::string temporary = path + ".XXXXXX";
     const int fd = mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0) {
@@ -192,26 +213,15 @@ int writeOutput(const std::string& path, const std::string& text, Existing exist
         print(text);
         return finishOutput(STATUS_GOOD);
     }
-    // What ends the program in between would leave half a file beside the other.
-    sigset_t signals;
-    sigset_t before;
-    sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        sigaddset(&signals, signal);
-    }
-    sigprocmask(SIG_BLOCK, &signals, &before);
     const std::string target = resolve(path);
     struct stat status = {};
     const bool exists = stat(target.c_str(), &status) == 0;
     const bool written = exists && !S_ISREG(status.st_mode)
                              ? writeDirectly(target, text)
                              : writeWhole(target, exists ? &status : nullptr, text, existing);
-    const int reason = errno;
-    sigprocmask(SIG_SETMASK, &before, nullptr);
     if (written) {
         return STATUS_GOOD;
     }
-    errno = reason;
     errno == EEXIST ? tellExisting(path) : tell(because(path + ": cannot be written"));
     return STATUS_TROUBLE;
 }

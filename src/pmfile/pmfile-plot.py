@@ -55,7 +55,7 @@ def show(path):
         fail(f"{pmfile} was killed by signal {-shown.returncode}")
     if shown.returncode > 0:
         sys.exit(shown.returncode)
-    return json.loads(shown.stdout.decode(errors="replace"))
+    return json.loads(shown.stdout)
 
 
 def draw_limits(axes, channels):

@@ -184,7 +184,7 @@ std::vector<PagePlan> planLike(const PmFile& file)
             || !isReadable(*entry.row, page)) {
             tell(file.name, entry.line,
                  commandName(entry) + " is left out: it is no setting, or not one of "
-                     + pageName(entry.page));
+                     + pageName(page));
             continue;
         }
         if (planned.emplace(registerPage(entry), entry.code).second) {
@@ -192,12 +192,6 @@ std::vector<PagePlan> planLike(const PmFile& file)
         }
     }
     return plans;
-}
-
-bool isLeftOut(const Row& row, const ReadOptions& options, const Chip& chip)
-{
-    return (!options.identity && row.format == catalogue::Format::TEXT)
-           || (row.code == MfrChannelNominal::CODE && !chip.givesNominal());
 }
 
 /// What is read while the lock is held. False, with a message, if it can't be had whole.
@@ -216,12 +210,19 @@ bool readSettings(std::vector<PagePlan>& plans, const ReadOptions& options, Byte
                  : "the power monitor does not answer on /dev/i2c-0; nothing was read");
         return false;
     }
-    if (!chip.givesNominal()) {
+    const auto isNominal = [](const Row* row) { return row->code == MfrChannelNominal::CODE; };
+    const bool lacksNominal =
+        !chip.givesNominal() && std::ranges::any_of(plans, [&](const auto& plan) {
+            return std::ranges::any_of(plan.settings, isNominal);
+        });
+    if (lacksNominal) {
         tell("this model does not give MFR_CHANNEL_NOMINAL back: it is left out");
     }
     for (PagePlan& plan : plans) {
-        std::erase_if(plan.settings,
-                      [&](const Row* row) { return isLeftOut(*row, options, chip); });
+        std::erase_if(plan.settings, [&](const Row* row) {
+            return (lacksNominal && isNominal(row))
+                   || (!options.identity && row->format == catalogue::Format::TEXT);
+        });
         if (!chip.readPage(plan, bytes)) {
             return false;
         }
@@ -234,20 +235,24 @@ bool readSettings(std::vector<PagePlan>& plans, const ReadOptions& options, Byte
 int readChip(const ReadOptions& options)
 {
     const Existing existing = options.force ? Existing::REPLACE : Existing::KEEP;
-    if (!mayWrite(options.output, {options.like}, existing)) {
+    std::vector<std::string> inputs;
+    if (options.like) {
+        inputs.push_back(*options.like);
+    }
+    if (!mayWrite(options.output, inputs, existing)) {
         return STATUS_TROUBLE;
     }
     std::vector<PagePlan> plans;
-    if (options.like.empty()) {
+    if (!options.like) {
         plans = planAll();
     } else {
-        const auto file = loadFile(options.like);
+        const auto file = loadFile(*options.like);
         if (file == nullptr) {
             return STATUS_TROUBLE;
         }
         plans = planLike(*file);
         if (std::ranges::all_of(plans, [](const auto& plan) { return plan.settings.empty(); })) {
-            tell(options.like + ": expected settings that can be read, but has none");
+            tell(*options.like + ": expected settings that can be read, but has none");
             return STATUS_TROUBLE;
         }
     }

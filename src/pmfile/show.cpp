@@ -167,18 +167,49 @@ void showText(const PmFile& file)
     print("\n" + totals(file, summary));
 }
 
-/// Text as JSON has it, in quotes.
+/// How many bytes the UTF-8 character at the begin of `text` has; 0 if there is none.
+std::size_t characterLength(std::string_view text)
+{
+    const auto byte = [text](std::size_t i) -> unsigned int {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+    };
+    const unsigned int first = byte(0);
+    const std::size_t length = first < 0x80                   ? 1
+                               : first < 0xC2 || first > 0xF4 ? 0
+                               : first < 0xE0                 ? 2
+                               : first < 0xF0                 ? 3
+                                                              : 4;
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) {
+            return 0;
+        }
+    }
+    // Not what fewer bytes can say, no half of a UTF-16 pair, and nothing beyond U+10FFFF.
+    const unsigned int second = byte(1);
+    const bool isCharacter = (first != 0xE0 || second >= 0xA0) && (first != 0xED || second < 0xA0)
+                             && (first != 0xF0 || second >= 0x90)
+                             && (first != 0xF4 || second < 0x90);
+    return isCharacter ? length : 0;
+}
+
+/// Text as JSON has it, in quotes; U+FFFD stands for what is no UTF-8.
 std::string quoted(std::string_view text)
 {
     std::string json = "\"";
-    for (const char c : text) {
-        if (static_cast<unsigned char>(c) < ' ') {
+    while (!text.empty()) {
+        const std::size_t length = characterLength(text);
+        const char c = text[0];
+        if (length == 0) {
+            json += "\\ufffd";
+        } else if (static_cast<unsigned char>(c) < ' ') {
             char escape[8];
             std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned int>(c));
             json += escape;
-            continue;
+        } else {
+            json += c == '"' || c == '\\' ? "\\" : "";
+            json += text.substr(0, length);
         }
-        json += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+        text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return json + "\"";
 }

@@ -33,7 +33,7 @@ constexpr Unit UNITS[] = {
 constexpr int HIGHEST = 0x7FFF;
 constexpr double RATIO_ONE = 32767;
 
-/// Of the version record, the bytes that no version is in.
+/// Of the version record, the bytes that versions are in; what is behind them has no meaning.
 constexpr std::size_t VERSION_BYTES = 3;
 
 const Unit* unitOf(const Row& row)
@@ -190,18 +190,18 @@ bool readInUnit(const Unit& unit, std::string_view text, int& number, std::strin
             "write a number and its unit, as in " + inUnit(unit, 2 * unit.steps + unit.steps / 5);
         return false;
     }
+    const bool isNamed = trimmed(text) == unit.name;
     const double exact = decimal.value() * unit.steps;
-    number = static_cast<int>(std::lround(
-        std::clamp(exact, static_cast<double>(unit.lowest), static_cast<double>(HIGHEST))));
-    const bool named = trimmed(text) == unit.name;
-    if (!named || number * decimal.scale != decimal.digits * unit.steps) {
-        error = named ? "its step is " + inUnit(unit, 1) + ", from " + inUnit(unit, unit.lowest)
-                            + " to " + inUnit(unit, HIGHEST) + ": "
-                      : "";
-        error += "write " + inUnit(unit, number);
+    const std::string steps = "its step is " + inUnit(unit, 1) + ", from "
+                              + inUnit(unit, unit.lowest) + " to " + inUnit(unit, HIGHEST);
+    if (exact < unit.lowest || exact > HIGHEST) {
+        error = steps;
         return false;
     }
-    return true;
+    number = static_cast<int>(std::lround(exact));
+    const bool isExact = number * decimal.scale == decimal.digits * unit.steps;
+    error = (isExact ? "" : steps + ": ") + "write " + inUnit(unit, number);
+    return isNamed && isExact;
 }
 
 bool readRatio(std::string_view text, int& number, std::string& error)
