@@ -106,10 +106,10 @@ TEST_F(PmfileTest, SourceOfACanonicalListGivesItBack)
     const std::string list =
         "MFR_MODE                0x0123\n"
         "\n[channel 0]\n"
-        "VOUT_OV_FAULT_LIMIT     0x8000\nVOUT_OV_WARN_LIMIT      12.840 V\n"
-        "VOUT_SCALE_MONITOR      0.125\nTON_DELAY               62.4 ms\n"
+        "VOUT_OV_FAULT_LIMIT     0x8000\nVOUT_OV_WARN_LIMIT      32.767 V\n"
+        "VOUT_SCALE_MONITOR      0.125\nTON_DELAY               6553.4 ms\n"
         "MFR_SEQ_TIMESLOT        7\nCLEAR_FAULTS\n"
-        "\n[sensor 4]\nOT_WARN_LIMIT           -12.5 °C\nOT_FAULT_LIMIT          85 °C\n"
+        "\n[sensor 4]\nOT_WARN_LIMIT           -12.5 °C\nOT_FAULT_LIMIT          327.67 °C\n"
         "\n[page 200]\nraw 05\nraw 42 28 32 07\nraw 00 03 04\n"
         "\n[device]\nMFR_SERIAL              \"A #1\"\nMFR_LOCATION            0x3130313031303100\n"
         "MFR_TIME_COUNT          0x01020304\nMFR_DATE                48.49 hw 49 0x3031303130\n";

@@ -19,7 +19,7 @@ namespace {
 bool actsAtOnce(const Entry& entry)
 {
     return entry.code == VoutScaleMonitor::CODE || entry.code == OnOffConfig::CODE
-           || entry.code == MfrMode::CODE;
+           || entry.code == MfrMode::CODE || entry.code == Operation::CODE;
 }
 
 bool canBeWritten(const Entry& entry)
@@ -41,6 +41,9 @@ std::vector<std::string> marksOf(const Entry& entry)
     if (!canBeWritten(entry)) {
         marks.emplace_back("can't be written");
     }
+    if (canBeWritten(entry) && !entry.isPage() && entry.row->kind != Kind::SETTING) {
+        marks.emplace_back("no setting");
+    }
     if (isIdentity(entry)) {
         marks.emplace_back("identity");
     }
@@ -56,7 +59,7 @@ std::vector<std::string> marksOf(const Entry& entry)
 /// Numbers of a file, and the pages that it leaves or makes as they come from the factory.
 struct Summary {
     std::size_t written = 0;
-    std::map<int, bool> used; ///< page, and whether a setting differs from the factory's
+    std::map<int, bool> used; ///< page, and whether anything but a factory setting is written
 };
 
 Summary summarise(const PmFile& file)
@@ -70,8 +73,8 @@ Summary summarise(const PmFile& file)
         if (!entry.isPage() && entry.isValue() && isPage(entry.page)) {
             bool& used = summary.used[entry.page];
             used = used
-                   || (entry.row->kind == Kind::SETTING && registerPage(entry) == entry.page
-                       && !isFactoryValue(entry));
+                   || (registerPage(entry) == entry.page && canBeWritten(entry)
+                       && (entry.row->kind != Kind::SETTING || !isFactoryValue(entry)));
         }
     }
     return summary;

@@ -191,16 +191,16 @@ bool readInUnit(const Unit& unit, std::string_view text, int& number, std::strin
         return false;
     }
     const bool isNamed = trimmed(text) == unit.name;
-    const double exact = decimal.value() * unit.steps;
-    const std::string steps = "its step is " + inUnit(unit, 1) + ", from "
+    const long long steps = decimal.digits * unit.steps; // over the scale
+    const std::string range = "its step is " + inUnit(unit, 1) + ", from "
                               + inUnit(unit, unit.lowest) + " to " + inUnit(unit, HIGHEST);
-    if (exact < unit.lowest || exact > HIGHEST) {
-        error = steps;
+    if (steps < unit.lowest * decimal.scale || steps > HIGHEST * decimal.scale) {
+        error = range;
         return false;
     }
-    number = static_cast<int>(std::lround(exact));
-    const bool isExact = number * decimal.scale == decimal.digits * unit.steps;
-    error = (isExact ? "" : steps + ": ") + "write " + inUnit(unit, number);
+    number = static_cast<int>(std::lround(decimal.value() * unit.steps));
+    const bool isExact = number * decimal.scale == steps;
+    error = (isExact ? "" : range + ": ") + "write " + inUnit(unit, number);
     return isNamed && isExact;
 }
 
