@@ -1,11 +1,8 @@
-// main itself, compiled under another name, with the system calls replaced: all that a run
-// does, from the command line to the exit status.
+// main itself, compiled under another name, with the system calls replaced: all that a run does, from the command line
+// to the exit status.
 #include "PowerFileHandler.h"
 
-#include <unistd.h>
-
 #include <cerrno>
-#include <fstream>
 
 #include "fakeSystem.h"
 
@@ -16,25 +13,19 @@ namespace {
 using Bytes = std::deque<std::uint8_t>;
 
 // A file of version 2.1 for hardware 3, with a delay on page 1, and what reads of the same find.
-const std::string ENTRIES = "010001"
-                            "02603412"
-                            "089D0102030000000000";
+const std::string ENTRIES = "010001 02603412 089D0102030000000000";
 const Bytes SAME = {0x34, 0x12, 1, 2, 3, 0, 0, 0, 0, 0};
 const Bytes OTHER(4);
 
 class DriverTest : public SystemTest {
 protected:
-    ~DriverTest() override { std::remove(m_file.c_str()); }
-
-    /// Runs main with an option and, if there are entries, a file of them, at a trace level.
-    /// `bus` is what is read behind the start-up of a chip with version 2.1; the start-up
-    /// stands as "START" in the result, and what is logged of the file is left out.
+    /// Runs main with an option and, if there are entries, a file of them, at a trace level. `bus` is what is read
+    /// behind the start-up of a chip with version 2.1; the start-up stands as "START" in the result, and what is logged
+    /// of the file is left out.
     std::string run(const std::string& option, const std::string& entries, const Bytes& bus = SAME, int level = 6,
                     std::uint8_t model = 0x5A) const
     {
-        char count[20];
-        std::snprintf(count, sizeof(count), "%02zX", entries.size() / 2);
-        std::ofstream(m_file) << ":" << count << "000000" << entries << "FF\n";
+        write("file.hex", asRecord(entries));
         fakeSystem.bus = {0x4D, model, '0', '0', 1, 2, 0, 0, 0, 0, 0, 0};
         fakeSystem.bus.insert(fakeSystem.bus.end(), bus.begin(), bus.end());
         g_traceObject = g_traceObject == nullptr ? new TraceObject("test", level) : g_traceObject;
@@ -49,22 +40,15 @@ protected:
         return at == std::string::npos ? text : text.replace(at, start.size(), "START\n");
     }
 
-    static std::string runMain(std::vector<std::string> arguments)
+    static std::string runMain(const std::vector<std::string>& arguments)
     {
-        arguments.insert(arguments.begin(), "pm");
-        std::vector<char*> argv;
-        for (std::string& argument : arguments) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        optind = 0; // a new scan
         int status = -1;
-        const std::string text = record([&] { status = pmadminMain(static_cast<int>(argv.size()) - 1, argv.data()); });
+        const std::string text = record([&] { status = callWith(arguments, pmadminMain); });
         EXPECT_EQ(nullptr, g_traceObject);
         return text + "status " + std::to_string(status);
     }
 
-    const std::string m_file = testing::TempDir() + "driverTest." + std::to_string(getpid());
+    const std::string m_file = m_folder + "/file.hex";
 };
 
 const std::string SUCCESS = "close 1000\ncloselog\nstatus 0";
@@ -72,9 +56,7 @@ const std::string FAILURE = "close 1000\ncloselog\nstatus 1";
 const std::string LOADED = "START\naccess 0\n";
 const std::string PAGE = "smbus 1000 write size 2: 00 01\n";
 const std::string READ_DELAY = "smbus 1000 read size 3: 60\n";
-const std::string WRITE_DELAY = "smbus 1000 write size 3: 60 1234\n";
-const std::string WRITE_DATE = "smbus 1000 write size 6: 9d 01 02 03 00 00 00 00 00\n";
-const std::string STORE = "smbus 1000 write size 1: 11\n";
+const std::string STORE = "smbus 1000 write size 1: 11\nINFO save: Storing power monitor file to flash: success\n";
 const std::string NEW_ENOUGH = "> Minimum HW version is OK to upgrade powermonitor.\n"
                                "INFO compareHwVersions: HW version 3 >= minimum HW version 3\n";
 const std::string INSTALLED = "> Get installed Power monitor version\n> EEPROM version is v2.1\n";
@@ -89,11 +71,9 @@ const std::string IS_DIFFERENT = "ERROR compare: Data of command 60 differs (com
                                  "> RAM registers are NOT up-to-date.\n> EEPROM registers are NOT up-to-date.\n";
 const std::string DIFFERENT =
     LOCK + VERSIONS + PAGE + READ_DELAY + DIFFERENCE + READ_DELAY + DIFFERENCE + IS_DIFFERENT + UNLOCK;
-const std::string WRITE_RESULT = "INFO writeCommands: Writing power monitor file: ";
-const std::string WRITTEN = LOCK + PAGE + WRITE_DELAY + WRITE_DATE + WRITE_RESULT + "success\n" + UNLOCK;
-const std::string STORE_RESULT = "INFO save: Storing power monitor file to flash: ";
-const std::string STORED = LOCK + STORE + STORE_RESULT + "success\n" + UNLOCK;
-const std::string SAVE_FAILED = "ERROR main: Save/compare failed\n" + FAILURE;
+const std::string WRITTEN = "INFO writeCommands: Writing power monitor file: success\n";
+const std::string WRITE = LOCK + PAGE + "smbus 1000 write size 3: 60 1234\n"
+                          + "smbus 1000 write size 6: 9d 01 02 03 00 00 00 00 00\n" + WRITTEN + UNLOCK;
 
 TEST_F(DriverTest, EachActionOnAChipThatHoldsTheFile)
 {
@@ -104,15 +84,14 @@ TEST_F(DriverTest, EachActionOnAChipThatHoldsTheFile)
     };
     const std::tuple<const char*, std::string, std::optional<int>, std::string> cases[] = {
         {"-E", ENTRIES, 3, LOADED + EQUAL + SUCCESS},
-        {"-r", ENTRIES, 3, LOADED + NEW_ENOUGH + WRITTEN + SUCCESS},
+        {"-r", ENTRIES, 3, LOADED + NEW_ENOUGH + WRITE + SUCCESS},
         {"-r", ENTRIES, 2, tooOld("2")},
-        {"-u", ENTRIES, 2, tooOld("2")},
         {"-u", ENTRIES, 3, LOADED + NEW_ENOUGH + EQUAL + FAILURE},
         {"-m", ENTRIES, 3, LOADED + NEW_ENOUGH + SUCCESS},
         {"-m", ENTRIES, -1, tooOld("-1")},
         {"-m", ENTRIES, {}, tooOld("0")},
         {"-m", "010001", {}, tooOld("0", "0")}, // not known is not version 0
-        {"-e", ENTRIES, 2, LOADED + STORED + SUCCESS},
+        {"-e", ENTRIES, 2, LOADED + LOCK + STORE + UNLOCK + SUCCESS},
         {"-v", "", 3, "START\n" + INSTALLED + SUCCESS},
         {"-a", "", 3, "START\nINFO isAccessible: Power monitor accessible\n" + SUCCESS},
         {"--", "", 3, "START\n! No option selects an action: give one of -v -m -R -E -r -e -a -u.\n" + FAILURE},
@@ -127,45 +106,25 @@ TEST_F(DriverTest, AnUpgradeWritesStoresAndConfirms)
 {
     Bytes otherThenSame = OTHER;
     otherThenSame.insert(otherThenSame.end(), SAME.begin(), SAME.end());
-    const std::string stored = LOADED + NEW_ENOUGH + DIFFERENT + WRITTEN + "sleep 2\n" + STORED;
+    const std::string stored = LOADED + NEW_ENOUGH + DIFFERENT + WRITE + "sleep 2\n" + LOCK + STORE + UNLOCK;
     EXPECT_EQ(stored + EQUAL + "INFO main: Power monitor successfully upgraded\n" + SUCCESS,
               run("-u", ENTRIES, otherThenSame));
-    EXPECT_EQ(stored + DIFFERENT + SAVE_FAILED, run("-u", ENTRIES, OTHER));
+    EXPECT_EQ(stored + DIFFERENT + "ERROR main: Save/compare failed\n" + FAILURE, run("-u", ENTRIES, OTHER));
 }
 
-TEST_F(DriverTest, AFileWithoutKnownCommandsIsStoredButNeverEqual)
+/// What an operation does while it holds the lock, with its debug lines.
+std::string section(const std::string& operation, const std::string& text)
 {
-    const std::string unknown = "ERROR create: Command 04 not found\nERROR loadCommands: Unknown command: 04\n";
-    const std::string noCommands =
-        LOCK + "WARNING compare: Target commands and file commands sizes are different or 0\n" + UNLOCK;
-    EXPECT_EQ(LOADED + unknown + unknown + "> Minimum HW version is OK to upgrade powermonitor.\n"
-                  + "INFO compareHwVersions: HW version 3 >= minimum HW version 0\n" + noCommands + LOCK + WRITE_RESULT
-                  + "success\n" + UNLOCK + "sleep 2\n" + STORED + noCommands + SAVE_FAILED,
-              run("-u", "0004"));
-}
-
-std::string acquired(const std::string& operation)
-{
-    return LOCK + "DEBUG PmMutexLock: Semaphore acquired by PowerFileHandler::" + operation + "\n";
-}
-
-std::string released(const std::string& operation)
-{
-    return UNLOCK + "DEBUG ~PmMutexLock: Semaphore released by PowerFileHandler::" + operation + "\n";
+    return LOCK + "DEBUG PmMutexLock: Semaphore acquired by PowerFileHandler::" + operation + "\n" + text + UNLOCK
+           + "DEBUG ~PmMutexLock: Semaphore released by PowerFileHandler::" + operation + "\n";
 }
 
 TEST_F(DriverTest, WhatIsComparedAndWhatIsWritten)
 {
-    const std::string begin = START + "DEBUG setHwState: State changed from 0 to 1\n" + acquired("PowerFileHandler")
-                              + released("PowerFileHandler") + "access 0\n";
+    const std::string begin =
+        START + "DEBUG setHwState: State changed from 0 to 1\n" + section("PowerFileHandler", "") + "access 0\n";
     const std::string end = "DEBUG clear: \nDEBUG clear: \n" + SUCCESS;
-    const std::string entries = "02D13412"
-                                "010001"
-                                "0003"
-                                "0011"
-                                "0012"
-                                "02EA0100"
-                                "02600102";
+    const std::string entries = "02D13412 010001 0003 0011 0012 02EA0100 02600102";
     const auto equal = [](const std::string& code) {
         return "DEBUG compare: Read command " + code + " (try 2 times)\nsmbus 1000 read size 3: " + code
                + "\nDEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command " + code + " equal\n";
@@ -173,18 +132,20 @@ TEST_F(DriverTest, WhatIsComparedAndWhatIsWritten)
     // Of all models, 57 does not give MFR_CHANNEL_NOMINAL back. It takes it, too.
     for (const auto& [model, nominal] : {std::pair<int, std::string>{0x57, ""}, {0x56, equal("ea")}}) {
         const Bytes read = model == 0x57 ? Bytes{0x34, 0x12, 1, 2} : Bytes{0x34, 0x12, 1, 0, 1, 2};
-        EXPECT_EQ(begin + acquired("compare") + INSTALLED + "> New version is v0.0\n" + equal("d1") + PAGE
-                      + "DEBUG compare: Write page 1\n" + nominal + equal("60") + IS_EQUAL + released("compare") + end,
+        const std::string compared = INSTALLED + "> New version is v0.0\n" + equal("d1") + PAGE
+                                     + "DEBUG compare: Write page 1\n" + nominal + equal("60") + IS_EQUAL;
+        EXPECT_EQ(begin + section("compare", compared) + end,
                   run("-E", entries, read, 7, static_cast<std::uint8_t>(model)));
     }
     const std::string written = run("-r", entries, {}, 7, 0x57);
     const std::string debug = "DEBUG1 writeCommands: Write ";
-    EXPECT_EQ(acquired("writeCommands") + debug + "d1 to page 0\nsmbus 1000 write size 3: d1 1234\n" + debug
-                  + "00 to page 1\n" + PAGE + debug + "ea to page 1\nsmbus 1000 write size 3: ea 0001\n" + debug
-                  + "60 to page 1\nsmbus 1000 write size 3: 60 0201\n" + WRITE_RESULT + "success\n"
-                  + released("writeCommands") + end,
+    EXPECT_EQ(section("writeCommands", debug + "d1 to page 0\nsmbus 1000 write size 3: d1 1234\n" + debug
+                                           + "00 to page 1\n" + PAGE + debug
+                                           + "ea to page 1\nsmbus 1000 write size 3: ea 0001\n" + debug
+                                           + "60 to page 1\nsmbus 1000 write size 3: 60 0201\n" + WRITTEN)
+                  + end,
               written.substr(std::min(written.rfind(LOCK), written.size())));
-    EXPECT_NE(std::string::npos, run("-e", entries, {}, 7).find(acquired("save") + STORE));
+    EXPECT_NE(std::string::npos, run("-e", entries, {}, 7).find(section("save", STORE)));
 }
 
 TEST_F(DriverTest, CompareToleratesAFailedPageAndOneFailedRead)
@@ -218,11 +179,11 @@ TEST_F(DriverTest, AFileThatIsMissingOrBrokenIsNotUsed)
 }
 
 // What of the handler no run of main shows.
-TEST_F(DriverTest, TheHandlersLists)
+TEST_F(DriverTest, TheHandlersListsAndVersions)
 {
-    fakeSystem.bus = {0x4D, 0x57};
+    fakeSystem.bus = {0x4D, 0x57, '0', '0', 1, 2};
     PowerFileHandler handler;
-    setTraceLevel(4);
+    setTraceLevel(6);
     transcript();
     const std::string differ = "WARNING compare: Target commands and file commands sizes are different or 0\n";
     handler.getFileCommands() = {nullptr, new Page};
@@ -235,33 +196,24 @@ TEST_F(DriverTest, TheHandlersLists)
     // A page is taken from every command of that code and size.
     handler.getFileCommands() = {new ByteCommand(0, 3, 3, 3), new VoutMarginHigh};
     handler.getFileCommands()[0]->setData(reinterpret_cast<const std::uint8_t*>("\x0d"));
-    EXPECT_EQ(LOCK + "smbus 1000 write size 2: 00 0d\nERROR write: Write command 25 on page 13 not allowed\n" + UNLOCK
-                  + "false\n",
+    EXPECT_EQ(LOCK + "smbus 1000 write size 2: 00 0d\nERROR write: Write command 25 on page 13 not allowed\n"
+                  + "INFO writeCommands: Writing power monitor file: failed\n" + UNLOCK + "false\n",
               recordResult([&handler] { return handler.writeCommands(); }));
+    for (const auto& [minor, major] : {std::pair<std::uint8_t, std::uint8_t>{1, 2}, {0, 2}, {1, 3}}) {
+        const std::uint8_t bytes[8] = {minor, major};
+        MfrDate mfrDate;
+        mfrDate.setData(bytes);
+        handler.setFileMfrDate(mfrDate);
+        const std::string version = std::to_string(major) + "." + std::to_string(minor);
+        EXPECT_EQ(version == "2.1" ? "INFO comparePowerFileVersions: Versions equal: version 2.1\ntrue\n"
+                                   : "WARNING comparePowerFileVersions: Versions differ : file version " + version
+                                         + " <-> Target version 2.1\nfalse\n",
+                  recordResult([&handler] { return handler.comparePowerFileVersions(); }));
+    }
     for (unsigned int code = 0; code <= 0xFF; ++code) {
         const ByteCommand command(static_cast<std::uint8_t>(code), 0, 0, 0);
         EXPECT_EQ(code == 0x03 || code == 0x11 || code == 0x12, handler.isSkippedCommand(&command)) << code;
         EXPECT_EQ(code != 0xE0 && code != 0xEA, handler.isComparable(&command)) << code;
-    }
-}
-
-TEST_F(DriverTest, TheHandlerComparesFileVersions)
-{
-    const struct {
-        std::uint8_t record[8];
-        std::string version;
-    } cases[] = {{{1, 2}, ""}, {{0, 2}, "2.0"}, {{2, 2}, "2.2"}, {{1, 3}, "3.1"}, {{1, 1}, "1.1"}};
-    fakeSystem.bus = {0x4D, 0x5A, '0', '0', 1, 2};
-    PowerFileHandler handler;
-    transcript();
-    for (const auto& [bytes, version] : cases) {
-        MfrDate mfrDate;
-        mfrDate.setData(bytes);
-        handler.setFileMfrDate(mfrDate);
-        const std::string text = version.empty() ? "INFO comparePowerFileVersions: Versions equal: version 2.1\ntrue\n"
-                                                 : "WARNING comparePowerFileVersions: Versions differ : file version "
-                                                       + version + " <-> Target version 2.1\nfalse\n";
-        EXPECT_EQ(text, recordResult([&handler] { return handler.comparePowerFileVersions(); }));
     }
 }
 

@@ -16,6 +16,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include "boardUtils.h"
 
@@ -26,19 +28,10 @@ namespace {
 constexpr int BUS_FD = 1000;
 int busFd = BUS_FD;
 
-std::string format(const char* form, va_list arguments)
+template <typename... Values> std::string format(const char* form, Values... values)
 {
     char text[2048];
-    std::vsnprintf(text, sizeof(text), form, arguments);
-    return text;
-}
-
-std::string format(const char* form, ...)
-{
-    va_list arguments;
-    va_start(arguments, form);
-    std::string text = format(form, arguments);
-    va_end(arguments);
+    std::snprintf(text, sizeof(text), form, values...);
     return text;
 }
 
@@ -120,7 +113,9 @@ int rdwr(int fd, const i2c_rdwr_ioctl_data& transfer)
 /// Notes "[TAG] file.cpp:12 (function) - text" as "TAG function: text".
 void noteSyslog(int priority, const char* form, va_list arguments)
 {
-    const std::string text = format(form, arguments);
+    char buffer[2048];
+    std::vsnprintf(buffer, sizeof(buffer), form, arguments);
+    const std::string text = buffer;
     fakeSystem.lastLog = "<" + std::to_string(priority) + ">" + text;
     const std::size_t function = text.find('(');
     const std::size_t end = text.find(") - ");
@@ -149,10 +144,22 @@ FILE* console(const char* mark)
 
 } // namespace
 
+std::string asRecord(std::string digits)
+{
+    std::erase(digits, ' ');
+    return format(":%02zX000000%sFF\n", digits.size() / 2, digits.c_str());
+}
+
 SystemTest::SystemTest()
 {
     g_traceObject = new TraceObject("test", 9);
     fakeSystem = FakeSystem();
+}
+
+SystemTest::~SystemTest()
+{
+    delete std::exchange(g_traceObject, nullptr);
+    std::filesystem::remove_all(m_folder);
 }
 
 std::string SystemTest::record(const std::function<void()>& operation)
@@ -168,6 +175,25 @@ std::string SystemTest::record(const std::function<void()>& operation)
 std::string SystemTest::recordResult(const std::function<bool()>& operation)
 {
     return record([&] { note(operation() ? "true" : "false"); });
+}
+
+int SystemTest::callWith(std::vector<std::string> words, const std::function<int(int, char**)>& function)
+{
+    words.insert(words.begin(), "./pm");
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    optind = 0; // a new scan
+    return function(static_cast<int>(words.size()), argv.data());
+}
+
+std::string SystemTest::write(const std::string& name, const std::string& content) const
+{
+    std::filesystem::create_directory(m_folder);
+    std::ofstream(m_folder + "/" + name, std::ios::binary) << content;
+    return m_folder + "/" + name;
 }
 
 int boardUtils::getVersion(int& version)

@@ -1,13 +1,7 @@
 #include "PowerFileParser.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <thread>
 
 #include "fakeSystem.h"
 
@@ -16,13 +10,8 @@ namespace {
 class ParserTest : public SystemTest {
 protected:
     ParserTest() { setTraceLevel(0); }
-    ~ParserTest() override { std::remove(m_path.c_str()); }
 
-    std::string parse(const std::string& content)
-    {
-        std::ofstream(m_path, std::ios::binary) << content;
-        return m_parser.parseFile(m_path);
-    }
+    std::string parse(const std::string& content) { return m_parser.parseFile(write("file", content)); }
 
     /// The commands of the parsed file, one a line, and its version record.
     std::string load()
@@ -31,25 +20,14 @@ protected:
         const MfrDate mfrDate = m_parser.loadCommands(list);
         std::string text;
         for (Command* command : list) {
-            char code[4];
-            std::snprintf(code, sizeof(code), "%02x ", command->getCode());
-            text += code + command->dataToString() + "\n";
+            text += command->toString().substr(9, 3) + command->dataToString() + "\n"; // its code and data
             delete command;
         }
         return text + "version " + mfrDate.dataToString();
     }
 
     PowerFileParser m_parser;
-    const std::string m_path = testing::TempDir() + "parserTest." + std::to_string(getpid());
 };
-
-/// A record line around `data`, its checksum, address and type of no matter.
-std::string asRecord(const std::string& data)
-{
-    char count[20];
-    std::snprintf(count, sizeof(count), "%02zX", data.size() / 2);
-    return ":" + std::string(count) + "000000" + data + "FF\n";
-}
 
 const std::string NO_VERSION = "version 00 00 00 00 00 00 00 00 ";
 const std::string DATE = "089D0102030405060708";
@@ -58,9 +36,7 @@ const std::string DATE_LOADED = "9d 01 02 03 04 05 06 07 08 \nversion 01 02 03 0
 TEST_F(ParserTest, WellFormedFiles)
 {
     const std::pair<std::string, std::string> cases[] = {
-        {"", NO_VERSION},
         {"\n0123456789\nshort\n:00000001FF\n", NO_VERSION},
-        {":0600000001000301018074\n", "00 03\n01 80\n" + NO_VERSION},
         {"x06ABCD9901000301018000\n", "00 03\n01 80\n" + NO_VERSION}, // any mark, address, type and checksum
         {":0400000002252b1affand more\r\n:0400000002262B1Aff", "25 1a2b\n26 1a2b\n" + NO_VERSION},
         {asRecord("02") + asRecord("252B1A08") + asRecord("9D01") + "\r\n" + asRecord("02030405060708"),
@@ -74,7 +50,7 @@ TEST_F(ParserTest, WellFormedFiles)
     };
     for (const auto& [content, loaded] : cases) {
         parse(content);
-        std::ofstream(m_path) << "changed"; // a file is read once
+        write("file", "changed"); // a file is read once
         EXPECT_EQ(loaded, load()) << content.substr(0, 99);
         EXPECT_EQ(loaded, load()) << content.substr(0, 99) << ", loaded again";
         EXPECT_EQ("", m_parser.getError()) << content.substr(0, 99);
@@ -86,29 +62,20 @@ TEST_F(ParserTest, BrokenFilesKeepTheirDataAndNameTheirFirstFault)
     const std::string good = asRecord("010003");
     const std::string page = "00 03\n";
     const std::string noDigits = "line 2 holds something other than hexadecimal digits";
-    const std::string noChecksum = "line 2 ends before its checksum";
-    const auto pastEnd = [](const std::string& code) {
-        return "the entry at byte 3 in line 2 (command " + code + ") runs past the end of the data";
-    };
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {good + "hello, world\n:0G000000FF00", noDigits, page},
         {good + "\n:0g0000000100\n" + asRecord("01"), "line 3 holds something other than hexadecimal digits",
          page + "00 00\n"},
         {good + ":02000000g6 100", noDigits, page + "01 00\n"},
-        {good + ":01000000 600", noDigits, page + "00 00\n"},
-        {good + ":020000000001G0", noDigits, page + "01 00\n"},
         {good + ":0200000000010-", noDigits, page + "01 00\n"},
-        {good + std::string(100, '\0'), noDigits, page},
-        {good + ":0100000000F", noChecksum, page + "00 00\n"},
-        {good + ":FF0000000100071", noChecksum, page + "00 07\n00 00\n"},
+        {good + ":0100000000F", "line 2 ends before its checksum", page + "00 00\n"},
+        {good + ":FF0000000100071", "line 2 ends before its checksum", page + "00 07\n00 00\n"},
         {good + asRecord("01"), "the entry at byte 3 in line 2 is cut off behind its length", page + "00 00\n"},
-        {good + asRecord("0125"), pastEnd("25"), page + "25 0000\n"},
         {good + "\r\n" + asRecord("02") + asRecord("252B"),
          "the entry at byte 3 in line 3 (command 25) runs past the end of the data", page + "25 002b\n"},
-        {good + asRecord("02042B"), pastEnd("04"), page},
+        {good + asRecord("02042B"), "the entry at byte 3 in line 2 (command 04) runs past the end of the data", page},
         {good + asRecord("01252B") + asRecord("02"), "the entry at byte 3 in line 2 (command 25) has 1 data bytes of 2",
          page + "25 002b\n00 00\n"},
-        {asRecord("0000"), "the entry at byte 0 in line 1 (command 00) has 0 data bytes of 1", "00 00\n"},
         {asRecord("FF9D010203040506"), "the entry at byte 0 in line 1 (command 9d) runs past the end of the data",
          "9d 01 02 03 04 05 06 00 00 \nversion 01 02 03 04 05 06 00 00 "},
     };
@@ -118,18 +85,11 @@ TEST_F(ParserTest, BrokenFilesKeepTheirDataAndNameTheirFirstFault)
         EXPECT_EQ(loaded.back() == ' ' ? loaded : loaded + NO_VERSION, load()) << error;
     }
     EXPECT_EQ("hello, w", parse("x04000000hello, w")) << "whatever stands there";
+    EXPECT_EQ("", m_parser.parseLine("") + m_parser.parseLine(":FF00000")) << "nothing behind its end";
     EXPECT_EQ("010003", parse(good)) << "the next file counts alone";
-    EXPECT_EQ("", m_parser.getError());
-}
-
-TEST_F(ParserTest, WhatYieldsNothingIsEmptyAndWhatNeverEndsRefused)
-{
-    for (const auto& [path, error] :
-         {std::pair{"/", ""}, {"/dev/null", ""}, {"/no/such/file", ""}, {"/dev/zero", "it is too large"}}) {
-        parse(asRecord("010003"));
-        EXPECT_EQ("", m_parser.parseFile(path)) << path;
-        EXPECT_EQ(error, m_parser.getError()) << path;
-        EXPECT_EQ(NO_VERSION, load()) << path;
+    for (const char* nothing : {"/", "/dev/null", "/no/such/file"}) {
+        EXPECT_EQ("", m_parser.parseFile(nothing) + m_parser.getError()) << nothing;
+        EXPECT_EQ(NO_VERSION, load()) << nothing;
     }
 }
 
@@ -144,41 +104,24 @@ TEST_F(ParserTest, WhatFailsOnTheWayOrIsTooLargeIsRefused)
     for (const auto& [size, digits, error] :
          {std::tuple{16 << 20, "010003", "line 2 holds something other than hexadecimal digits"},
           {(16 << 20) + 1, "", "it is too large"}}) {
-        std::filesystem::resize_file(m_path, 18);
-        std::filesystem::resize_file(m_path, static_cast<std::size_t>(size)); // with zeros
-        EXPECT_EQ(digits, m_parser.parseFile(m_path));
+        const std::string file = write("file", asRecord("010003"));
+        std::filesystem::resize_file(file, static_cast<std::size_t>(size)); // with zeros
+        EXPECT_EQ(digits, m_parser.parseFile(file));
         EXPECT_EQ(error, m_parser.getError());
     }
-}
-
-TEST_F(ParserTest, AFifoIsAFile)
-{
-    ASSERT_EQ(0, mkfifo(m_path.c_str(), 0600));
-    std::thread writer([this] { std::ofstream(m_path) << asRecord("010003"); });
-    EXPECT_EQ("010003", m_parser.parseFile(m_path));
-    writer.join();
 }
 
 TEST_F(ParserTest, Numbers)
 {
     const std::tuple<std::string, unsigned int, unsigned int, unsigned int> cases[] = {
         {"0123", 1, 2, 0x12},    {"fF", 0, 2, 0xFF},      {"AF09", 0, 4, 0xAF09}, {"af:", 0, 3, 0xAF},
-        {"12@4", 0, 4, 0x12},    {"1g", 0, 2, 1},         {"1G", 0, 2, 1},        {"1/", 0, 2, 1},
-        {"1`", 0, 2, 1},         {" \t1A", 0, 4, 0x1A},   {"1 2", 0, 3, 1},       {"ABC", 2, 4, 0xC},
+        {"12@4", 0, 4, 0x12},    {" \t1A", 0, 4, 0x1A},   {"1 2", 0, 3, 1},       {"ABC", 2, 4, 0xC},
         {"ABC", 3, 2, 0},        {"ABC", 9, 2, 0},        {"ABC", ~0U, 2, 0},     {"ABC", 1, 0, 0},
         {"x1", 0, 2, 0},         {"", 0, 1, 0},           {"ABC", 1, ~0U, 0xBC},  {"-1", 0, 2, 0},
         {"FFFFFFFF", 0, 8, ~0U}, {"123456789", 0, 9, ~0U}};
     for (const auto& [text, position, length, value] : cases) {
         EXPECT_EQ(value, m_parser.parseHex(text, position, length)) << text << position;
     }
-}
-
-TEST_F(ParserTest, ALineTooShortForItsDataIsNotReadBeyondItsEnd)
-{
-    EXPECT_EQ("", m_parser.parseLine(""));
-    EXPECT_EQ("", m_parser.parseLine(":FF00000"));
-    EXPECT_EQ("", m_parser.parseLine(":FF000000"));
-    EXPECT_EQ("12", m_parser.parseLine(":FF00000012"));
 }
 
 TEST_F(ParserTest, LogOfAFile)

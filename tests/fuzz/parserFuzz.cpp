@@ -1,5 +1,4 @@
 // Any bytes as a PM data file. What pmadmin does not refuse is whole, and pmfile's list of it gives it again.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
