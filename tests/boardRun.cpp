@@ -3,6 +3,7 @@
 #include <sys/sem.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -22,6 +23,7 @@ BoardRun::BoardRun()
     EXPECT_TRUE(virtualboard::createBoard(path("board"), error)) << error;
     setenv("PMADMIN", EMULATOR " " PMADMIN, 1);
     setenv("PMFILE", EMULATOR " " PMFILE, 1);
+    setenv("VIRTUAL_BOARD", EMULATOR " " VIRTUAL_BOARD " --board board", 1);
     setenv("EXAMPLES", EXAMPLES, 1);
 }
 
@@ -45,9 +47,7 @@ Outcome BoardRun::run(const std::string& command, const std::string& boardOption
     std::string errors = readFile(path("errors"));
     if (EMULATOR[0] != '\0') {
         // From host programs, such as a shell, that can't preload the library.
-        for (std::size_t at; (at = errors.find("ERROR: ld.so")) != std::string::npos;) {
-            errors.erase(at, errors.find('\n', at) + 1 - at);
-        }
+        errors = std::regex_replace(errors, std::regex("ERROR: ld\\.so.*\n"), "");
     }
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(path("output")), errors,
             std::regex_replace(readFile(path("log")), std::regex("(\\.cpp):[0-9]+"), "$1"), readFile(path("bus"))};
@@ -78,15 +78,6 @@ int BoardRun::lockValue() const
     return semctl(lockSet(), 0, GETVAL);
 }
 
-void BoardRun::setLockValue(int value) const
-{
-    const union {
-        int val;
-        semid_ds* buf;
-    } argument{value};
-    EXPECT_EQ(0, semctl(lockSet(), 0, SETVAL, argument));
-}
-
 int BoardRun::lockSet() const
 {
     const virtualboard::BoardAccess board(path("board").c_str());
@@ -98,4 +89,15 @@ std::string readFile(const std::string& path)
     std::ostringstream content;
     content << std::ifstream(path).rdbuf();
     return content.str();
+}
+
+virtualboard::Memory settings(virtualboard::Memory memory)
+{
+    for (auto* image : {&memory.ram, &memory.flash}) {
+        for (const int code : {Page::CODE, StatusWord::CODE, StatusCML::CODE}) {
+            const virtualboard::Register* reg = virtualboard::findRegister(code);
+            std::fill_n(image->begin() + reg->offset, reg->size, std::uint8_t{0});
+        }
+    }
+    return memory;
 }

@@ -1,5 +1,5 @@
-// Runs programs on a virtual board of the test's own. Used by the tests of whole
-// runs, of faults, and of the virtual board itself.
+// Runs programs on a virtual board of the test's own. Used by the tests of whole runs, of faults, and of the virtual
+// board itself.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,8 +29,8 @@ protected:
     BoardRun();
     ~BoardRun() override;
 
-    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN and
-    /// $PMFILE stand for the tools, $EXAMPLES for the folder of the example files.
+    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN and $PMFILE stand for the tools,
+    /// $VIRTUAL_BOARD for another launcher on it, $EXAMPLES for the folder of the example files.
     Outcome run(const std::string& command, const std::string& boardOptions = "") const;
 
     /// A file of the test's own folder.
@@ -43,7 +43,6 @@ protected:
 
     /// The value of the board's lock: 1 free, 0 taken, -1 if nobody has used it yet.
     int lockValue() const;
-    void setLockValue(int value) const;
 
 private:
     int lockSet() const;
@@ -52,3 +51,6 @@ private:
 };
 
 std::string readFile(const std::string& path);
+
+/// The memory without what every run changes: the selected page and the status.
+virtualboard::Memory settings(virtualboard::Memory memory);

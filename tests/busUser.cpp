@@ -4,7 +4,6 @@
 #include <linux/i2c.h>
 #include <pthread.h>
 #include <sys/ioctl.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,12 +16,17 @@ namespace {
 
 int bus = -1;
 
-/// MFR_ID as a descriptor of the bus gives it; -1 if it gives none.
+/// Reads or writes a byte of a register. Returns it; -1 if that fails.
+int transfer(int fd, std::uint8_t readWrite, std::uint8_t code, std::uint8_t byte = 0)
+{
+    i2c_smbus_data data{byte};
+    i2c_smbus_ioctl_data request{readWrite, code, I2C_SMBUS_BYTE_DATA, &data};
+    return ioctl(fd, I2C_SMBUS, &request) == 0 ? data.byte : -1;
+}
+
 int readId(int fd)
 {
-    i2c_smbus_data data{};
-    i2c_smbus_ioctl_data request{I2C_SMBUS_READ, 0x99, I2C_SMBUS_BYTE_DATA, &data};
-    return ioctl(fd, I2C_SMBUS, &request) == 0 ? data.byte : -1;
+    return transfer(fd, I2C_SMBUS_READ, 0x99);
 }
 
 void say(int fd)
@@ -72,30 +76,28 @@ void printIntoTheBus()
 void transferInAHandler()
 {
     std::signal(SIGALRM, [](int) { readId(bus); });
-    const itimerval often{{0, 300}, {0, 300}};
-    setitimer(ITIMER_REAL, &often, nullptr);
+    ualarm(300, 300);
     int good = 0;
     for (int i = 0; i < 200; ++i) {
         good += readId(bus) == 0x4D;
     }
-    const itimerval never{};
-    setitimer(ITIMER_REAL, &never, nullptr);
+    ualarm(0, 0);
     std::printf("%d ", good);
+}
+
+void* transferForEver(void* /*nothing*/)
+{
+    for (;;) {
+        readId(bus);
+        pthread_testcancel();
+    }
 }
 
 void cancelTransfers()
 {
     for (int i = 0; i < 20; ++i) {
         pthread_t thread = {};
-        pthread_create(
-            &thread, nullptr,
-            [](void*) -> void* {
-                for (;;) {
-                    readId(bus);
-                    pthread_testcancel();
-                }
-            },
-            nullptr);
+        pthread_create(&thread, nullptr, transferForEver, nullptr);
         usleep(1000);
         pthread_cancel(thread);
         pthread_join(thread, nullptr);
@@ -108,28 +110,19 @@ void cancelTransfers()
 int main(int argc, char** argv)
 {
     const std::string story = argc > 1 ? argv[1] : "";
-    if (story == "inherited") {
-        bus = std::atoi(std::getenv("BUS"));
+    const char* const inherited = std::getenv("BUS");
+    bus = inherited == nullptr ? open("/dev/i2c-0", O_RDWR) : std::atoi(inherited);
+    if (inherited != nullptr) {
         say(bus);
-        ioctl(bus, I2C_SLAVE, 0x10L);
-        return 0;
-    }
-    if (story == "print") {
-        printIntoTheBus();
-        return 0;
-    }
-    bus = open("/dev/i2c-0", O_RDWR);
-    if (story == "copies") {
+    } else if (story == "copies") {
         copies(argv + 2);
     }
-    ioctl(bus, I2C_SLAVE, 0x74L);
-    if (story == "page") { // selects one, with no regard to others
-        i2c_smbus_data data{};
-        data.byte = 5;
-        i2c_smbus_ioctl_data request{I2C_SMBUS_WRITE, 0x00, I2C_SMBUS_BYTE_DATA, &data};
-        return ioctl(bus, I2C_SMBUS, &request);
-    }
-    if (story == "spellings") {
+    ioctl(bus, I2C_SLAVE, inherited == nullptr ? 0x74L : 0x10L);
+    if (story == "page") {
+        transfer(bus, I2C_SMBUS_WRITE, 0x00, 5); // with no regard to others
+    } else if (story == "print") {
+        printIntoTheBus();
+    } else if (story == "spellings") {
         spellings();
     } else if (story == "requests") {
         std::printf("%d %d %d ", ioctl(bus, I2C_PEC, 1L), ioctl(bus, I2C_TENBIT, 1L), ioctl(bus, 0x5401, 0L));

@@ -1,5 +1,6 @@
-// Whole runs in which every transfer fails in its turn, and in which the process is
-// killed at every transfer.
+// Whole runs in which every transfer fails in its turn, and in which the process is killed at every transfer.
+#include <regex>
+
 #include "boardRun.h"
 
 namespace {
@@ -9,49 +10,13 @@ using virtualboard::Memory;
 /// Every how manieth transfer is made to fail.
 constexpr int STRIDE = SLOW ? 7 : 1;
 
-/// The lines of `text` that contain `part` or, without `having`, that don't.
-std::string lines(const std::string& text, const std::string& part, bool having)
+int count(const std::string& text, const std::string& part)
 {
-    std::string kept;
-    for (std::size_t at = 0, end; at < text.size(); at = end) {
-        end = text.find('\n', at) + 1;
-        const std::string line = text.substr(at, end - at);
-        kept += (line.find(part) != std::string::npos) == having ? line : "";
-    }
-    return kept;
-}
-
-std::size_t count(const std::string& text, const std::string& part)
-{
-    std::size_t found = 0;
+    int found = 0;
     for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
         ++found;
     }
     return found;
-}
-
-/// The memory without what every run changes: the selected page and the status.
-Memory settings(Memory memory)
-{
-    for (auto* image : {&memory.ram, &memory.flash}) {
-        for (const int code : {0x00, 0x79, 0x7E}) {
-            const virtualboard::Register* reg = virtualboard::findRegister(code);
-            std::fill_n(image->begin() + reg->offset, reg->size, std::uint8_t{0});
-        }
-    }
-    return memory;
-}
-
-/// Whether `image` differs from `before` only where `after` does: a PAGE entry that
-/// could not be written sends what follows it to another register of the file.
-bool changedOnlyWith(const virtualboard::Image& image, const virtualboard::Image& before,
-                     const virtualboard::Image& after)
-{
-    bool only = true;
-    for (std::size_t i = 0; i < image.size(); ++i) {
-        only = only && (image[i] == before[i] || after[i] != before[i]);
-    }
-    return only;
 }
 
 /// One command line on a board in a known state, and how it goes without a fault.
@@ -64,6 +29,7 @@ protected:
         }
         m_start = memory();
         m_good = runAction("");
+        m_transfers = count(m_good.bus, "\n");
         m_end = settings(memory());
     }
 
@@ -72,13 +38,16 @@ protected:
         return run("$PMADMIN " + m_action + " $EXAMPLES/small.hex", "--trace-level 6 " + options);
     }
 
-    /// Flash is the old or the new one, whole; and only registers of the file changed.
+    /// Flash is the old or the new one, whole; and only registers of the file changed, though maybe to each other's
+    /// values: a PAGE entry that could not be written sends what follows it to another page.
     void checkMemory(const std::string& name) const
     {
         const Memory now = settings(memory());
         const Memory start = settings(m_start);
         EXPECT_TRUE(now.flash == start.flash || now.flash == m_end.flash) << name;
-        EXPECT_TRUE(changedOnlyWith(now.ram, start.ram, m_end.ram)) << name;
+        for (std::size_t i = 0; i < now.ram.size(); ++i) {
+            EXPECT_TRUE(now.ram[i] == start.ram[i] || m_end.ram[i] != start.ram[i]) << name << ", byte " << i;
+        }
     }
 
     /// The chip holds what a run without a fault leaves.
@@ -92,17 +61,17 @@ protected:
     Memory m_start;
     Memory m_end;
     Outcome m_good;
+    int m_transfers = 0;
 };
 
 TEST_P(FaultTest, ATransferThatFailsOnceOrTwiceChangesNothing)
 {
     ASSERT_EQ(0, m_good.status);
-    const auto transfers = static_cast<int>(count(m_good.bus, "\n"));
-    const std::pair<const char*, const char*> KINDS[] = {{"nack", "No such device or address"},
-                                                         {"arbitration", "Resource temporarily unavailable"},
-                                                         {"timeout", "Connection timed out"},
-                                                         {"eintr", "Interrupted system call"}};
-    for (int n = 1; n <= transfers; n += STRIDE) {
+    const char* const KINDS[][2] = {{"nack", "No such device or address"},
+                                    {"arbitration", "Resource temporarily unavailable"},
+                                    {"timeout", "Connection timed out"},
+                                    {"eintr", "Interrupted system call"}};
+    for (int n = 1; n <= m_transfers; n += STRIDE) {
         for (int times = 1; times <= 2; ++times) {
             const auto& [kind, error] = KINDS[(n + times) % 4];
             const std::string name = std::to_string(n) + "-" + std::to_string(n + times - 1) + ":" + kind;
@@ -110,29 +79,27 @@ TEST_P(FaultTest, ATransferThatFailsOnceOrTwiceChangesNothing)
             const Outcome outcome = runAction("--fault " + name);
             EXPECT_EQ(0, outcome.status) << name;
             EXPECT_EQ(m_good.output, outcome.output) << name;
-            EXPECT_EQ(m_good.bus, lines(outcome.bus, " ! ", false)) << name;
-            EXPECT_EQ(m_good.log, lines(outcome.log, "warning: ", false)) << name;
-            const std::string warnings = lines(outcome.log, "warning: ", true);
-            const auto told = static_cast<int>(count(warnings, std::string(" failed, ") + error + "\n"));
-            EXPECT_EQ(count(warnings, "command 11 ") == 0 ? times : 0, told) << name << warnings;
-            EXPECT_EQ(2 * times, static_cast<int>(count(warnings, "\n"))) << name;
+            EXPECT_EQ(m_good.bus, std::regex_replace(outcome.bus, std::regex(".* ! .*\n"), "")) << name;
+            EXPECT_EQ(m_good.log, std::regex_replace(outcome.log, std::regex("warning: .*\n"), "")) << name;
+            const bool tellsError = count(outcome.log, "Write command 11 ") == 0;
+            EXPECT_EQ(tellsError ? times : 0, count(outcome.log, std::string(" failed, ") + error + "\n")) << name;
+            EXPECT_EQ(2 * times, count(outcome.log, "warning: ")) << name;
             EXPECT_EQ(1, lockValue()) << name;
             checkEnd(name);
         }
     }
 }
 
-// What the tool says it did, it did: whatever fails for good, a status of 0 means
-// that the chip holds the file, and any other is told.
+// What the tool says it did, it did: whatever fails for good, a status of 0 means that the chip holds the file, and any
+// other is told.
 TEST_P(FaultTest, ATransferThatFailsThreeTimesIsNeverConcealed)
 {
-    const auto transfers = static_cast<int>(count(m_good.bus, "\n"));
-    for (int n = 1; n <= transfers; n += STRIDE) {
+    for (int n = 1; n <= m_transfers; n += STRIDE) {
         const std::string name = std::to_string(n) + "-" + std::to_string(n + 2) + ":nack";
         setMemory(m_start);
         const Outcome outcome = runAction("--fault " + name);
         checkMemory(name);
-        EXPECT_LE(1U, count(outcome.log, "retry 3\n")) << name;
+        EXPECT_LE(1, count(outcome.log, "retry 3\n")) << name;
         EXPECT_EQ(1, lockValue()) << name;
         if (outcome.status == 0) {
             checkEnd(name);
@@ -143,18 +110,17 @@ TEST_P(FaultTest, ATransferThatFailsThreeTimesIsNeverConcealed)
         const char* const failure = m_action == "-r"   ? "Writing power monitor file: failed"
                                     : m_action == "-u" ? "[ERROR] main.cpp (main)"
                                                        : "contents differs from";
-        EXPECT_EQ(1U, count(outcome.log, failure)) << name << outcome.log;
+        EXPECT_EQ(1, count(outcome.log, failure)) << name << outcome.log;
         if (m_action == "-r") {
-            EXPECT_LE(transfers + 2, static_cast<int>(count(outcome.bus, "\n"))) << name << ": the others are made";
+            EXPECT_LE(m_transfers + 2, count(outcome.bus, "\n")) << name << ": the others are made";
         }
-        EXPECT_EQ(0U, count(outcome.log, "successfully")) << name;
+        EXPECT_EQ(0, count(outcome.log, "successfully")) << name;
     }
 }
 
 TEST_P(FaultTest, AfterAKillTheNextRunsComplete)
 {
-    const auto transfers = static_cast<int>(count(m_good.bus, "\n"));
-    for (int n = 1; n <= transfers; n += STRIDE) {
+    for (int n = 1; n <= m_transfers; n += STRIDE) {
         for (const char* when : {"before", "after"}) {
             const std::string name = std::to_string(n) + ":kill-" + when;
             setMemory(m_start);
@@ -167,11 +133,10 @@ TEST_P(FaultTest, AfterAKillTheNextRunsComplete)
             EXPECT_EQ(n > 6, lockLeft) << name;
 
             Outcome next = runAction("");
-            EXPECT_EQ(lockLeft ? 1U : 0U, count(next.log, "continue without the lock")) << name;
+            EXPECT_EQ(lockLeft ? 1 : 0, count(next.log, "continue without the lock")) << name;
             EXPECT_EQ(1, lockValue()) << name;
             if (m_action == "-u" && next.status == 1) {
-                // Killed between writing and storing: the working registers hold the
-                // file, so there is nothing to upgrade; storing is what is left.
+                // Killed between writing and storing: the working registers hold the file; storing is what is left.
                 EXPECT_NE(std::string::npos, next.output.find("RAM registers are up-to-date")) << name;
                 next = run("$PMADMIN -e $EXAMPLES/small.hex");
             }
@@ -217,26 +182,23 @@ TEST_F(LastingFaultTest, WhatTheOperatorSeesAndTheChipHolds)
         {"", "-m \"$(printf 'a\\tb')\"", 1, "File 'a#011b' not found.", OLD, OLD},
         {"", "-E /", 1, "Target commands and file commands sizes are different or 0", OLD, OLD},
         {"", "-r /dev/null", 0, "Writing power monitor file: success", OLD, OLD},
-        {"", "-u ''", 1, saveFailed, OLD, OLD},
+        {"", "-u ''", 1, "Storing power monitor file to flash: success", OLD, OLD},
         {"--hw-version 0", "-u small.hex", 1, "updates is 1(hwver=0))", OLD, OLD},
     };
     write("small.hex", readFile(EXAMPLES "/small.hex"));
     const Memory start = memory();
     run("$PMADMIN -u small.hex");
     const Memory end = settings(memory());
-    const auto holds = [&](const virtualboard::Image& image) {
-        return image == end.ram || image == end.flash                           ? NEW
-               : image == settings(start).ram || image == settings(start).flash ? OLD
-                                                                                : MIXED;
+    const auto holds = [&end, old = settings(start)](const virtualboard::Image& image) {
+        return image == end.flash ? NEW : image == old.flash ? OLD : MIXED;
     };
     for (const auto& [options, arguments, status, shown, ram, flash] : cases) {
         const std::string name = std::string(options) + " " + arguments;
         setMemory(start);
         const Outcome outcome = run("$PMADMIN " + std::string(arguments), "--trace-level 6 " + std::string(options));
         EXPECT_EQ(status, outcome.status) << name;
-        EXPECT_EQ(1U, std::min(count(outcome.output + outcome.errors + outcome.log, shown), std::size_t{1}))
-            << name << "\n"
-            << outcome.output + outcome.errors + outcome.log;
+        const std::string text = outcome.output + outcome.errors + outcome.log;
+        EXPECT_NE(std::string::npos, text.find(shown)) << name << "\n" << text;
         EXPECT_EQ(ram, holds(settings(memory()).ram)) << name;
         EXPECT_EQ(flash, holds(settings(memory()).flash)) << name;
         EXPECT_EQ(1, lockValue()) << name;

@@ -1,24 +1,19 @@
-// Whole runs of the tool on a virtual board, as the bus sees them.
+// Whole runs of the tool on a virtual board, one or several at a time, as the bus sees them.
+#include <map>
+#include <regex>
+#include <sstream>
+
 #include "boardRun.h"
 
 namespace {
 
 using RunTest = BoardRun;
 
-/// The bus lines of reading (R) or writing small.hex, its words in bus order.
-std::string transfersOfSmallFile(bool reads)
-{
-    const std::pair<std::string, const char*> registers[] = {
-        {"00", "00"}, {"42", "28 32"}, {"43", "98 2B"}, {"60", "19 00"},
-        {"00", "01"}, {"42", "E6 14"}, {"43", "2A 12"}, {"60", "4B 00"},
-        {"00", "0D"}, {"51", "40 1F"}, {"00", "FF"},    {"9D", "00 01 01 00 00 00 00 00"},
-    };
-    std::string text;
-    for (const auto& [code, data] : registers) {
-        text += "S 74w " + code + (reads && code != "00" ? " Sr 74r " : " ") + data + " P\n";
-    }
-    return text;
-}
+// The bus lines of writing small.hex, and of reading the same.
+const std::string WRITES = "S 74w 00 00 P\nS 74w 42 28 32 P\nS 74w 43 98 2B P\nS 74w 60 19 00 P\n"
+                           "S 74w 00 01 P\nS 74w 42 E6 14 P\nS 74w 43 2A 12 P\nS 74w 60 4B 00 P\n"
+                           "S 74w 00 0D P\nS 74w 51 40 1F P\nS 74w 00 FF P\nS 74w 9D 00 01 01 00 00 00 00 00 P\n";
+const std::string READS = std::regex_replace(WRITES, std::regex("w ([4569].) "), "w $1 Sr 74r ");
 
 TEST_F(RunTest, AnUpgradeOnTheBus)
 {
@@ -27,9 +22,7 @@ TEST_F(RunTest, AnUpgradeOnTheBus)
     const std::string differing = "S 74w 00 00 P\nS 74w 42 Sr 74r FF 7F P\nS 74w 42 Sr 74r FF 7F P\n";
     const std::string versions = "Get installed Power monitor version\nEEPROM version is v48.49\nNew version is v1.0\n";
     const Outcome first = run("$PMADMIN -u $EXAMPLES/small.hex", "--trace-level 3 --summary");
-    EXPECT_EQ(startUp + "31 30 31 30 31 30 31 30 P\n" + differing + transfersOfSmallFile(false) + "S 74w 11 P\n"
-                  + transfersOfSmallFile(true),
-              first.bus);
+    EXPECT_EQ(startUp + "31 30 31 30 31 30 31 30 P\n" + differing + WRITES + "S 74w 11 P\n" + READS, first.bus);
     EXPECT_EQ(0, first.status);
     EXPECT_EQ("Minimum HW version is OK to upgrade powermonitor.\n" + versions
                   + "RAM registers are NOT up-to-date.\nEEPROM registers are NOT up-to-date.\n" + versions
@@ -43,17 +36,7 @@ TEST_F(RunTest, AnUpgradeOnTheBus)
     const Outcome second = run("$PMADMIN -u $EXAMPLES/small.hex", "--trace-level 4 --power-cycle");
     EXPECT_EQ(1, second.status);
     EXPECT_EQ("", second.log);
-    EXPECT_EQ(startUp + "00 01 01 00 00 00 00 00 P\n" + transfersOfSmallFile(true), second.bus);
-}
-
-TEST_F(RunTest, TheLargeExampleSurvivesAPowerCycleOnceItIsStored)
-{
-    const std::string compare = "$PMADMIN -E $EXAMPLES/board-a.hex";
-    EXPECT_EQ(0, run("$PMADMIN -r $EXAMPLES/board-a.hex").status);
-    EXPECT_EQ(0, run(compare).status);
-    EXPECT_EQ(1, run(compare, "--power-cycle").status);
-    EXPECT_EQ(0, run("$PMADMIN -u $EXAMPLES/board-a.hex").status);
-    EXPECT_EQ(0, run(compare, "--power-cycle").status);
+    EXPECT_EQ(startUp + "00 01 01 00 00 00 00 00 P\n" + READS, second.bus);
 }
 
 // What is closed becomes no bus, and a reader that has gone ends no run.
@@ -75,11 +58,36 @@ TEST_F(RunTest, WithoutStreamsOrReaders)
               run("sh -c '$PMADMIN -m no.hex 2>&-'").bus.substr(bus.find("S 74w 9D")));
 }
 
-TEST_F(RunTest, TheExamplesAreWhatTheirListsGive)
+TEST_F(RunTest, RunsAtOnceKeepTheirSectionsApart)
 {
-    for (const std::string base : {"$EXAMPLES/board-a", "$EXAMPLES/small"}) {
-        EXPECT_EQ(0, run("sh -c '$PMFILE make " + base + ".settings | cmp - " + base + ".hex'").status);
+    std::string script;
+    for (const char* action : {"-E", "-r", "-u", "-E"}) {
+        // The lock's wait of 5 s is 1 s, far longer than a section.
+        script += "{ $VIRTUAL_BOARD --pid --log all --bus-log all --time-scale 0.2 --trace-level 3 $PMADMIN "
+                  + std::string(action) + " $EXAMPLES/board-a.hex >/dev/null; echo $?; } & ";
     }
+    const Outcome outcome = run("sh -c '" + script + "wait'");
+    EXPECT_EQ(8U, outcome.output.size()) << "four runs ended, each with one digit";
+    EXPECT_EQ(std::string::npos, outcome.output.find_first_not_of("01\n")) << outcome.output;
+
+    // Start-up takes no lock. Behind it, processes take turns with whole sections: one for each run, and up to four
+    // for the upgrade.
+    constexpr int START_UP = 6;
+    constexpr int SECTIONS = 7;
+    std::map<std::string, int> transfers;
+    std::string holder;
+    int turns = 0;
+    std::istringstream log(readFile(path("all")));
+    for (std::string line; std::getline(log, line);) {
+        const std::string process = line.substr(0, line.find("] S "));
+        EXPECT_EQ(std::string::npos, line.find("without the lock"));
+        if (process != line && ++transfers[process] > START_UP && process != holder) {
+            holder = process;
+            ++turns;
+        }
+    }
+    EXPECT_EQ(4U, transfers.size());
+    EXPECT_GE(SECTIONS, turns);
 }
 
 } // namespace
