@@ -1,14 +1,12 @@
 #!/bin/sh
 # On a machine with I2C buses of its own virtual-board hides them from its command, and from nobody
 # else. Such a machine is made here, in a mount namespace. Usage: isolation.sh VIRTUAL_BOARD PMADMIN
+# shellcheck disable=SC2016,SC2086 # an inner shell expands it; options
 set -u
 if [ "${3-}" != inside ]; then
     mounts='--mount --propagation unchanged'
-    # shellcheck disable=SC2086 # options
     unshare $mounts true 2>/dev/null || mounts="--map-root-user $mounts"
-    # shellcheck disable=SC2086
     unshare $mounts true || { echo "skipped: this machine allows no mount namespace"; exit 77; }
-    # shellcheck disable=SC2086
     exec unshare $mounts sh "$0" "$1" "$2" inside
 fi
 # In a chroot the root may be no mount.
@@ -21,8 +19,7 @@ for device in null zero full urandom; do
     : >dev/$device && mount --bind /dev/$device dev/$device || exit 1
 done
 ln -s /proc/self/fd dev/fd
-echo secret >dev/i2c-0
-echo secret >dev/i2c-17
+echo secret | tee dev/i2c-0 >dev/i2c-17
 mount --rbind dev /dev && mount --make-rshared /dev || exit 1 # what is mounted there would spread
 cd user || exit 1
 failed=0
@@ -53,21 +50,17 @@ refused="virtual-board: cannot hide the machine's own /dev/i2c-*"
 if ! $user true 2>/dev/null; then
     echo "skipped: an ordinary user, whom this user can't become"
 elif $user unshare --user true 2>/dev/null; then
-    # shellcheck disable=SC2086 # options
     expect "an ordinary user" 0 "NoNewPrivs:	1" $user "$1" env -i sh -c "$buses"
 else
-    # shellcheck disable=SC2086
     expect "in a chroot" 2 "$refused: Operation not permitted; run it as root" $user "$1" true
 fi
 if unshare --map-root-user true 2>/dev/null; then
-    # shellcheck disable=SC2016 # the inner shell expands it
     expect "where it is not allowed" 2 "$refused: No space left on device; run it as root" \
         unshare --map-root-user sh -c 'echo 0 >/proc/sys/user/max_user_namespaces
             exec setpriv --bounding-set=-all "$0" --board forbidden true' "$1"
 fi
 mkdir full && mount -t tmpfs -o size=4k full full || exit 1
-expect "no room for the session" 2 \
-    "virtual-board: cannot share the session in $work/user/full: No space left on device" \
-    env TMPDIR="$work/user/full" "$1" --board room true
+expect "no room for the session" 2 "virtual-board: cannot share the session in $PWD/full: No space left on device" \
+    env TMPDIR="$PWD/full" "$1" --board room true
 expect "nothing is left" 0 "" ls full
 exit $failed

@@ -1,8 +1,7 @@
 #!/bin/sh
-# The options in the manual pages and completions are those of the usage texts, the manual's
-# registers those of the catalogue, and its complaints those of pmfile.
-# Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT, which but for the last, a script,
-# run under $EMULATOR if that is set.
+# The options in the manual pages and completions are those of the usage texts, the manual's registers those of the
+# catalogue, and its complaints those of pmfile. Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT,
+# which but for the last, a script, run under $EMULATOR if that is set.
 # shellcheck disable=SC2086 # an emulator may have arguments
 cd "$(dirname "$0")/../docs" || exit 1
 failed=0
@@ -21,24 +20,22 @@ completion() {
              printf '%s\n' \"\${COMPREPLY[@]}\"" | sort -u
 }
 
+# lists PROGRAM FUNCTION OPTIONS WORDS... - compares the options of a manual page and of a completion.
+lists() {
+    program=$1 function=$2 options=$3
+    shift 3
+    equal "$program's manual" "$options" "$(manual "$program".[18])"
+    equal "$program.bash" "$options" "$(for words; do completion "$program" "$function" "$words"; done | sort -u)"
+}
+
 usage=$(${EMULATOR-} "$1" 2>&1)
 options=$(echo "$usage" | words '\[-[A-Za-z]\]')
 equal usage "$options" "$(echo "$usage" | words '^  -[A-Za-z]( or -R)?' | sed 's/or/\n/' | sort)"
-equal pmadmin.8 "$options" "$(manual pmadmin.8)"
-equal pmadmin.bash "$options" "$(completion pmadmin _pmadmin -)"
+lists pmadmin _pmadmin "$options" -
+lists virtual-board _virtual_board "$(${EMULATOR-} "$2" --help | words '^  --[a-z-]+')" --
+lists pmfile _pmfile "$(${EMULATOR-} "$3" --help | words '^  --?[a-z-]+')" - 'show -' 'check -' 'make -' 'read -'
+lists pmfile-plot _pmfile_plot "$("$4" --help | words '^  --?[a-z]+')" -
 
-options=$(${EMULATOR-} "$2" --help | words '^  --[a-z-]+')
-equal virtual-board.1 "$options" "$(manual virtual-board.1)"
-equal virtual-board.bash "$options" "$(completion virtual-board _virtual_board --)"
-
-options=$(${EMULATOR-} "$3" --help | words '^  --?[a-z-]+')
-equal pmfile.1 "$options" "$(manual pmfile.1)"
-equal pmfile.bash "$options" "$(for words in - 'show -' 'check -' 'make -' 'read -'; do
-    completion pmfile _pmfile "$words"
-done | sort -u)"
-options=$("$4" --help | words '^  --?[a-z]+')
-equal pmfile-plot.1 "$options" "$(manual pmfile-plot.1)"
-equal pmfile-plot.bash "$options" "$(completion pmfile-plot _pmfile_plot -)"
 complaints=$(${EMULATOR-} "$3" check --allow '' x 2>&1 | sed 's/.*one of //; s/, or all//; s/, /\n/g')
 equal "pmfile.1's complaints" "$complaints" "$(sed -n '/^The complaints are/,/^\.El/s/^\.It Cm //p' pmfile.1)"
 
