@@ -8,6 +8,7 @@
 #include "diff.h"
 #include "fakeSystem.h"
 #include "list.h"
+#include "readChip.h"
 #include "show.h"
 #include "values.h"
 
@@ -311,6 +312,25 @@ TEST_F(PmfileTest, Show)
               ">    11  9D  MFR_DATE                0102030000000000  settings 2.1, for hardware 3 and later\n"
               "> \n> 13 entries in 5 records, 57 bytes: 1 channel and 1 sensor, 1 of them unused; 10 written, 3 not\n",
               outcome([&] { return show(file, false); }));
+}
+
+TEST_F(PmfileTest, ReadsUntilTwoReadingsAgree)
+{
+    const std::string like = write("like.hex", fileOf(CHANNEL));
+    const std::string fails = "VOUT_OV_WARN_LIMIT of channel 0 reads differently each time; nothing was written\n";
+    for (const std::string bytes : {"28322832", "111128322832", "111122223333"}) {
+        std::vector<std::uint8_t> readings;
+        EXPECT_TRUE(readHexBytes(bytes, readings));
+        fakeSystem.bus = {0x4D, 0x5A, '0', '0', 0, 0, 0, 0, 0, 0, 0, 0, 0}; // identity, version, and page
+        fakeSystem.bus.insert(fakeSystem.bus.end(), readings.begin(), readings.end());
+        const std::string made = m_folder + "/read.hex";
+        const std::string text = outcome([&] { return readChip({like, made}); });
+        const bool agree = bytes != "111122223333";
+        EXPECT_EQ(agree, text.find(fails) == std::string::npos) << text;
+        ASSERT_EQ(agree, std::filesystem::exists(made)) << text;
+        EXPECT_EQ(readAll(like), readAll(agree ? made : like)) << bytes;
+        std::filesystem::remove(made);
+    }
 }
 
 } // namespace
