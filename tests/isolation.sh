@@ -63,4 +63,8 @@ mkdir full && mount -t tmpfs -o size=4k full full || exit 1
 expect "no room for the session" 2 "virtual-board: cannot share the session in $PWD/full: No space left on device" \
     env TMPDIR="$PWD/full" "$1" --board room true
 expect "nothing is left" 0 "" ls full
+umount /dev/null "$work/dev/null" && rm /dev/null || exit 1
+# shellcheck disable=SC2016 # the inner shell expands it
+expect "no place for what is printed" 1 "A standard stream is closed, and /dev/null can't be opened." \
+    sh -c 'exec "$0" -v <&-' "$2"
 exit $failed
