@@ -125,11 +125,11 @@ void ListReader::readSection(std::string_view title)
 void ListReader::readRaw(std::string_view text)
 {
     std::vector<std::uint8_t> data;
-    std::vector<std::uint8_t> bytes;
+    std::vector<std::uint8_t> some;
     bool isHex = true;
     for (std::string_view word = takeWord(text); !word.empty(); word = takeWord(text)) {
-        isHex = readHexBytes(word, bytes) && isHex;
-        data.insert(data.end(), bytes.begin(), bytes.end());
+        isHex = readHexBytes(word, some) && isHex;
+        data.insert(data.end(), some.begin(), some.end());
     }
     if (!isHex || data.empty() || data.size() > 1 + pmDataFile::Entries::MAX_LENGTH) {
         complain("write the command code and up to 255 data bytes, two hexadecimal digits each, as "
