@@ -143,6 +143,8 @@ TEST_F(ReadTest, WhereTheOutputGoes)
         {"sh -c 'mkfifo p; exec 3<>p 4>p 3>&-; $PMFILE source good.hex >&4'", 2, "standard output: Broken pipe"},
         {"sh -c '$PMFILE source good.hex >list; ln -s list link; $PMFILE make list -o link'", 2,
          "link: expected another file than the input, which would be lost"},
+        {"$PMFILE read --force --like good.hex -o good.hex", 2,
+         "good.hex: expected another file than the input, which would be lost"},
         {"$PMFILE make list -o /no/file", 2, "/no/file: cannot be written: No such file or directory"},
         {"sh -c '$PMFILE make list -o /dev/stdout | cmp good.hex && cat good.hex | $PMFILE diff - good.hex && "
          "cat good.hex | $PMADMIN -E /dev/stdin'",
