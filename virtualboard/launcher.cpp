@@ -393,7 +393,9 @@ std::string findStrayBytes(const std::filesystem::path& folder)
             first += text;
         }
     }
-    return count == 0 ? "" : std::to_string(count) + (count == 1 ? " byte" : " bytes") + " without a request:" + first;
+    return count == 0 ? ""
+                      : std::to_string(count) + (count == 1 ? " byte" : " bytes")
+                            + " without a request:" + first;
 }
 
 // What an operator must know who believes to have rehearsed something.

@@ -40,8 +40,7 @@ std::vector<std::string> marksOf(const Entry& entry)
     std::vector<std::string> marks;
     if (!canBeWritten(entry)) {
         marks.emplace_back("can't be written");
-    }
-    if (canBeWritten(entry) && !entry.isPage() && entry.row->kind != Kind::SETTING) {
+    } else if (!entry.isPage() && entry.row->kind != Kind::SETTING) {
         marks.emplace_back("no setting");
     }
     if (isIdentity(entry)) {

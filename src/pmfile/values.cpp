@@ -190,7 +190,6 @@ bool readInUnit(const Unit& unit, std::string_view text, int& number, std::strin
             "write a number and its unit, as in " + inUnit(unit, 2 * unit.steps + unit.steps / 5);
         return false;
     }
-    const bool isNamed = trimmed(text) == unit.name;
     const long long steps = decimal.digits * unit.steps; // over the scale
     const std::string range = "its step is " + inUnit(unit, 1) + ", from "
                               + inUnit(unit, unit.lowest) + " to " + inUnit(unit, HIGHEST);
@@ -200,16 +199,20 @@ bool readInUnit(const Unit& unit, std::string_view text, int& number, std::strin
     }
     number = static_cast<int>(std::lround(decimal.value() * unit.steps));
     const bool isExact = number * decimal.scale == steps;
-    error = (isExact ? "" : range + ": ") + "write " + inUnit(unit, number);
-    return isNamed && isExact;
+    if (!isExact || trimmed(text) != unit.name) {
+        error = (isExact ? "" : range + ": ") + "write " + inUnit(unit, number);
+        return false;
+    }
+    return true;
 }
 
 bool readRatio(std::string_view text, int& number, std::string& error)
 {
     Decimal decimal;
-    const bool read = takeDecimal(text, decimal) && text.empty() && decimal.digits <= decimal.scale;
-    number = read ? ratioFrom(std::clamp(decimal.value(), -1.0, 2.0)) : 0;
-    if (number < 1 || number > HIGHEST) {
+    const bool isRatio = takeDecimal(text, decimal) && text.empty() && decimal.digits > 0
+                         && decimal.digits <= decimal.scale;
+    number = isRatio ? ratioFrom(decimal.value()) : 0;
+    if (number < 1) { // also what is less than half a step
         error = "write a ratio above 0 and up to 1, as in 0.125";
         return false;
     }
