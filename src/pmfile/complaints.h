@@ -1,0 +1,73 @@
+// The complaints that check knows, by what they are about. Each has a function that finds what is
+// to be complained of in a file; a table of these is all that check needs.
+#pragma once
+
+#include <cstdio>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "check.h"
+#include "values.h"
+
+/// Takes the findings of one complaint.
+class Report {
+public:
+    Report(std::string_view name, bool isError, std::vector<Finding>& findings)
+        : m_name(name),
+          m_isError(isError),
+          m_findings(findings)
+    {
+    }
+
+    void add(unsigned int line, const std::string& text)
+    {
+        m_findings.push_back({line, m_isError, text + " (" + std::string(m_name) + ")"});
+    }
+
+private:
+    std::string_view m_name;
+    bool m_isError;
+    std::vector<Finding>& m_findings;
+};
+
+/// How much of a file has to be sound for a complaint to make sense.
+enum class Needs { NOTHING, RECORDS, ENTRIES };
+
+struct Complaint {
+    std::string_view name;
+    bool isError;
+    Needs needs;
+    void (*find)(const PmFile& file, Report& report);
+};
+
+extern const std::span<const Complaint> RECORD_COMPLAINTS;
+extern const std::span<const Complaint> ENTRY_COMPLAINTS;
+extern const std::span<const Complaint> SETTING_COMPLAINTS;
+
+/// The number in hexadecimal, with at least `digits` digits.
+inline std::string hex(unsigned int number, int digits)
+{
+    char text[16];
+    std::snprintf(text, sizeof(text), "%0*X", digits, number);
+    return text;
+}
+
+/// "VOUT_OV_WARN_LIMIT of channel 3".
+inline std::string what(const Entry& entry)
+{
+    return commandName(entry) + " of " + pageName(registerPage(entry));
+}
+
+/// The value as people read it.
+inline std::string valueOf(const Entry& entry)
+{
+    return spokenValue(*entry.row, entry.value());
+}
+
+/// The line for what a file lacks.
+inline unsigned int lastLine(const PmFile& file)
+{
+    return file.records.empty() ? 1 : file.records.back().line;
+}
