@@ -10,6 +10,7 @@
 #include "list.h"
 #include "readChip.h"
 #include "show.h"
+#include "textFile.h"
 #include "values.h"
 
 namespace {

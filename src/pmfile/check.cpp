@@ -5,7 +5,8 @@
 #include <utility>
 
 #include "complaints.h"
-#include "output.h"
+#include "messages.h"
+#include "textFile.h"
 
 namespace {
 

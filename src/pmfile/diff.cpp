@@ -4,7 +4,7 @@
 #include <map>
 #include <tuple>
 
-#include "output.h"
+#include "messages.h"
 #include "pmFile.h"
 #include "values.h"
 

@@ -6,7 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "output.h"
+#include "messages.h"
+#include "textFile.h"
 #include "values.h"
 
 namespace {
@@ -179,13 +180,13 @@ bool isSection(const Entry& entry)
     return entry.isPage() && entry.data.size() == 1;
 }
 
-} // namespace
-
+/// The line that begins a page: "[channel 3]".
 std::string sectionLine(int page)
 {
     return "[" + (page == Command::ALL_PAGES ? "device" : pageName(page)) + "]\n";
 }
 
+/// The line of another entry: a register's name and its value.
 std::string listLine(const Entry& entry)
 {
     constexpr std::size_t VALUE_COLUMN = 24;
@@ -201,6 +202,8 @@ std::string listLine(const Entry& entry)
     }
     return line + valueText(*entry.row, entry.value()) + "\n";
 }
+
+} // namespace
 
 int source(const std::string& path)
 {

@@ -12,9 +12,3 @@ int source(const std::string& path);
 /// Makes a file from a list, unless that has mistakes or the file would have complaints that are
 /// not allowed; all of them are told. Returns an exit status.
 int make(const std::string& listPath, const std::string& outputPath, const Allowed& allowed);
-
-/// A line of a list: a register's name and its value.
-std::string listLine(const Entry& entry);
-
-/// The line that begins a page: "[channel 3]".
-std::string sectionLine(int page);

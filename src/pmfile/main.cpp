@@ -13,7 +13,7 @@
 #include "check.h"
 #include "diff.h"
 #include "list.h"
-#include "output.h"
+#include "messages.h"
 #include "readChip.h"
 #include "show.h"
 #include "standardStreams.h"

@@ -1,18 +1,13 @@
 #include "pmFile.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
-#include "output.h"
+#include "messages.h"
+#include "textFile.h"
 
 using pmDataFile::DIGITS_PER_BYTE;
 using pmDataFile::ENTRY_HEAD_BYTES;
-using pmDataFile::Reading;
 
 namespace {
 
@@ -82,23 +77,6 @@ void PmFile::findEntries(const std::string& digits)
 std::string PmFile::faultOf(const Entry& entry) const
 {
     return pmDataFile::findEntryFault(bytes.size() - entry.offset, bytes[entry.offset], entry.code);
-}
-
-bool readText(const std::string& path, std::string& text)
-{
-    const bool standard = path == "-";
-    const int fd = standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const Reading reading = fd < 0 ? Reading::FAILED : pmDataFile::readAll(fd, text);
-    const int reason = errno;
-    if (fd >= 0 && !standard) {
-        close(fd);
-    }
-    if (reading == Reading::FAILED) {
-        tell(path + ": cannot be read: " + std::strerror(reason));
-    } else if (reading == Reading::TOO_LARGE) {
-        tell(path + ": is too large for a PM data file");
-    }
-    return reading == Reading::WHOLE;
 }
 
 bool requireLoadable(const PmFile& file)

@@ -61,9 +61,6 @@ private:
     void findEntries(const std::string& digits);
 };
 
-/// Reads a file, or standard input for "-". False, with a message, if it can't be read whole.
-bool readText(const std::string& path, std::string& text);
-
 /// False, with a message, unless pmadmin loads the file and it has an entry.
 bool requireLoadable(const PmFile& file);
 

@@ -9,9 +9,10 @@
 #include <vector>
 
 #include "max34460.h"
-#include "output.h"
+#include "messages.h"
 #include "pmFile.h"
 #include "pmMutexLock.h"
+#include "textFile.h"
 
 using catalogue::Kind;
 using catalogue::Row;

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "output.h"
+#include "messages.h"
 #include "pmFile.h"
 #include "values.h"
 

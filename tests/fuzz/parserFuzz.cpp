@@ -9,6 +9,7 @@
 #include "PowerFileParser.h"
 #include "check.h"
 #include "list.h"
+#include "textFile.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "output.h"
+#include "textFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,6 +10,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+#include "messages.h"
+#include "pmDataFile.h"
+
+using pmDataFile::Reading;
 
 namespace {
 
@@ -146,43 +151,21 @@ void tellExisting(const std::string& path)
 
 } // namespace
 
-std::string printable(const std::string& text)
+bool readText(const std::string& path, std::string& text)
 {
-    std::string shown;
-    for (const char c : text) {
-        char escape[8] = {c};
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') {
-            std::snprintf(escape, sizeof(escape), "\\x%02X", static_cast<unsigned int>(c));
-        }
-        shown += escape;
+    const bool standard = path == "-";
+    const int fd = standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const Reading reading = fd < 0 ? Reading::FAILED : pmDataFile::readAll(fd, text);
+    const int reason = errno;
+    if (fd >= 0 && !standard) {
+        close(fd);
     }
-    return shown;
-}
-
-void tell(const std::string& what)
-{
-    std::fflush(stdout); // what was found before stands before it
-    std::fprintf(stderr, "pmfile: %s\n", printable(what).c_str());
-}
-
-void tell(const std::string& file, unsigned int line, const std::string& what)
-{
-    tell(file + ":" + std::to_string(line) + ": " + what);
-}
-
-void print(const std::string& text)
-{
-    std::fwrite(text.data(), 1, text.size(), stdout);
-}
-
-int finishOutput(int status)
-{
-    errno = 0;
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
-        return status;
+    if (reading == Reading::FAILED) {
+        tell(path + ": cannot be read: " + std::strerror(reason));
+    } else if (reading == Reading::TOO_LARGE) {
+        tell(path + ": is too large for a PM data file");
     }
-    tell(errno == 0 ? "standard output: writing failed" : because("standard output"));
-    return STATUS_TROUBLE;
+    return reading == Reading::WHOLE;
 }
 
 bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, Existing existing)
