@@ -89,14 +89,6 @@ bool isBusDescriptor(int fd)
     return isBus;
 }
 
-// The mode is there only if a file may be made.
-mode_t modeOf(int flags, va_list arguments)
-{
-    const bool makes = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-    // The callers started the list; the analyzer doesn't look there.
-    return makes ? va_arg(arguments, mode_t) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
-}
-
 int openPath(const char* function, int folder, const char* path, int flags, mode_t mode)
 {
     if (const char* name = busName(folder, path)) {
@@ -127,42 +119,23 @@ using namespace virtualboard;
 
 extern "C" {
 
-// Each form of open goes on to openat's of the same kind.
-INTERPOSED int open(const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = modeOf(flags, arguments);
-    va_end(arguments);
-    return openPath("openat", AT_FDCWD, path, flags, mode);
-}
+// The body of a form of open, which goes on to `function`, openat's of the same kind. The mode is
+// there only if a file may be made.
+#define OPEN_PATH(function, folder)                                                                \
+    va_list arguments;                                                                             \
+    va_start(arguments, flags);                                                                    \
+    const bool makes = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;                 \
+    const mode_t mode = makes ? va_arg(arguments, mode_t) : 0;                                     \
+    va_end(arguments);                                                                             \
+    return openPath(function, folder, path, flags, mode);
 
-INTERPOSED int open64(const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = modeOf(flags, arguments);
-    va_end(arguments);
-    return openPath("openat64", AT_FDCWD, path, flags, mode);
-}
+INTERPOSED int open(const char* path, int flags, ...){OPEN_PATH("openat", AT_FDCWD)}
 
-INTERPOSED int openat(int folder, const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = modeOf(flags, arguments);
-    va_end(arguments);
-    return openPath("openat", folder, path, flags, mode);
-}
+INTERPOSED int open64(const char* path, int flags, ...){OPEN_PATH("openat64", AT_FDCWD)}
 
-INTERPOSED int openat64(int folder, const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = modeOf(flags, arguments);
-    va_end(arguments);
-    return openPath("openat64", folder, path, flags, mode);
-}
+INTERPOSED int openat(int folder, const char* path, int flags, ...){OPEN_PATH("openat", folder)}
+
+INTERPOSED int openat64(int folder, const char* path, int flags, ...){OPEN_PATH("openat64", folder)}
 
 // What open becomes in programs built with FORTIFY_SOURCE.
 INTERPOSED int __open_2(const char* path, int flags)
