@@ -2,7 +2,7 @@
 
 _virtual_board() {
     local current=${COMP_WORDS[COMP_CWORD]} option='' at=1
-    local flags='--power-cycle --pid --summary --help --version'
+    local flags='--remove --power-cycle --pid --summary --help --version'
     local valued='--board --hw-version --model --log --trace-level --bus-log --time-scale --fault'
     COMPREPLY=()
 

@@ -11,7 +11,9 @@ cd "$1"
 
 prepare() {
     for board in virtual-board.state rehearsal spare; do
-        [ ! -e $board ] || virtual-board --board $board ipcrm -S 0x9f39b 2>/dev/null || true
+        [ -e $board ] || continue
+        virtual-board --board $board --time-scale 0 pmadmin -a >/dev/null # frees a killed run's lock
+        virtual-board --board $board --remove
     done
     rm -f ./*
     cp "$project/examples/board-a.hex" .

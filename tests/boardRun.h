@@ -43,9 +43,9 @@ protected:
 
     /// The value of the board's lock: 1 free, 0 taken, -1 if nobody has used it yet.
     int lockValue() const;
+    int lockSet() const;
 
 private:
-    int lockSet() const;
 
     std::string m_folder;
 };

@@ -1,6 +1,7 @@
 // The virtual board itself: the chip, fault rules, what other programs see of the bus, its file, and the launcher.
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <sys/sem.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +17,13 @@
 #include "boardRun.h"
 #include "i2cDevice.h"
 #include "pmMutexLock.h"
+
+/// Boards are made here as on a file system that has no hard links.
+extern "C" int link(const char* /*from*/, const char* /*to*/) noexcept
+{
+    errno = EPERM;
+    return -1;
+}
 
 namespace {
 
@@ -180,6 +188,10 @@ TEST_F(BoardTest, TheLauncher)
          "this file name is too long: " + path("") + std::string(5000, 'x')},
         {"--board /no/b", "true", 2, "cannot make the board /no/b: No such file or directory"},
         {"--log /no/log", "true", 2, "cannot write /no/log: No such file or directory"},
+        {"--bus-log ./board", "true", 2, "./board is the board, and can't be a log as well"},
+        {"--remove", "true", 2, "--remove takes no command, and no option but --board"},
+        {"", "$VIRTUAL_BOARD --remove", 2, "the board " + path("board") + " is in use"},
+        {"", "sh -c '$VIRTUAL_BOARD --help >/dev/full'", 2, "cannot write to standard output: No space left on device"},
         {"--hw-version 3x", "true", 2, "--hw-version" + number + "'3x'"},
         {"--trace-level ''", "true", 2, "--trace-level" + number + "''"},
         {"--model 256", "true", 2, "--model needs a number from 0 to 255, not '256'"},
@@ -318,6 +330,20 @@ TEST_F(BoardTest, TheFile)
     EXPECT_EQ(0x57, *bytesOf(second.chip().ram, MfrModel::CODE, Command::ALL_PAGES));
     EXPECT_NE(first.privateKey(PM_MUTEX_KEY), second.privateKey(PM_MUTEX_KEY));
     EXPECT_NE(PM_MUTEX_KEY, first.privateKey(PM_MUTEX_KEY));
+}
+
+TEST_F(BoardTest, ARemovedBoardTakesItsLockWithIt)
+{
+    const std::string taken = "virtual-board: the lock of the board " + path("board")
+                              + " is taken; if a killed run left it, 'pmadmin -a' on the board frees it\n";
+    run("$PMADMIN -E $EXAMPLES/small.hex", "--fault 7:kill-after");
+    EXPECT_EQ(taken, run("", "--remove").errors);
+    run("$PMADMIN -a");
+    const int set = lockSet();
+    EXPECT_EQ(0, run("", "--remove").status);
+    EXPECT_EQ(-1, semctl(set, 0, GETVAL));
+    EXPECT_FALSE(std::filesystem::exists(path("board")));
+    EXPECT_EQ(2, run("", "--remove").status);
 }
 
 TEST_F(BoardTest, SeveralProcessesAtOnce)

@@ -7,4 +7,4 @@ printf '#!/bin/sh\nexec "%s" --time-scale 0 "$@"\n' "$1" >"$work/virtual-board"
 chmod +x "$work/virtual-board"
 PATH=$work:$2:$PATH
 "$(dirname "$0")/../scripts/story.sh" "$work/story"
-virtual-board --board "$work/story/virtual-board.state" ipcrm -S 0x9f39b
+virtual-board --board "$work/story/virtual-board.state" --remove

@@ -72,7 +72,12 @@ bool publish(int fd, const std::string& temporary, const std::string& path)
     const mode_t mask = umask(0);
     umask(mask);
     return fchmod(fd, 0666 & ~mask) == 0 && writeState(fd, state)
-           && (link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST);
+           && (link(temporary.c_str(), path.c_str()) == 0
+               || errno == EEXIST
+               // Not every file system has links.
+               || renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE)
+                      == 0
+               || errno == EEXIST);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,6 +21,17 @@ int openAboveStreams(const char* path, int flags)
     return above;
 }
 
+// Not by flock(2), which a network file system makes a lock of every byte: a board has two locks.
+int lockByte(int fd, int command, short type, long byte)
+{
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = byte;
+    lock.l_len = 1;
+    return fcntl(fd, command, &lock);
+}
+
 FileLock::FileLock(const char* path)
 {
     sigset_t all;
@@ -29,7 +39,7 @@ FileLock::FileLock(const char* path)
     pthread_sigmask(SIG_SETMASK, &all, &m_signals);
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
     m_fd = openAboveStreams(path, O_RDWR | O_NONBLOCK | O_NOCTTY);
-    if (m_fd < 0 || flock(m_fd, LOCK_EX) != 0) {
+    if (m_fd < 0 || lockByte(m_fd, F_OFD_SETLKW, F_WRLCK, 0) != 0) {
         m_error = errno;
     }
 }
@@ -38,7 +48,7 @@ FileLock::~FileLock()
 {
     if (m_fd >= 0) {
         // Said aloud, for a child forked meanwhile may hold the descriptor too.
-        flock(m_fd, LOCK_UN);
+        lockByte(m_fd, F_OFD_SETLK, F_UNLCK, 0);
         close(m_fd);
     }
     pthread_setcancelstate(m_cancelState, nullptr);

@@ -10,6 +10,12 @@ namespace virtualboard {
 /// prints there must not reach the file.
 int openAboveStreams(const char* path, int flags);
 
+/// Locks one byte of a file, which needs no byte there, on behalf of the open file, until that is
+/// closed everywhere: shared (F_RDLCK) or alone (F_WRLCK), or gives it back (F_UNLCK). `command` is
+/// F_OFD_SETLK, or F_OFD_SETLKW to wait for others. Returns 0 or -1 with errno, EAGAIN if others
+/// are in the way.
+int lockByte(int fd, int command, short type, long byte);
+
 /// Holds the lock of an existing file for as long as the object lives. Everyone else waits, this
 /// process's threads too. Meanwhile signals wait and the thread is not cancelled: a handler that
 /// wants the lock would wait for ever, and what is done under it would end halfway.

@@ -5,10 +5,14 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <vector>
 
 namespace virtualboard {
 
@@ -50,28 +54,37 @@ bool keepMounts()
                && mount("none", "/dev", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
 }
 
-bool hide(const char* path)
+// What the caller can't reach, such as a link that leads nowhere, the command can't open either.
+bool isBus(const char* path)
 {
-    return mount(NOTHING, path, nullptr, MS_BIND, nullptr) == 0;
+    struct stat status = {};
+    return stat(path, &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+bool hide(const std::vector<const char*>& paths)
+{
+    return (unshare(CLONE_NEWNS) == 0 || enterUserNamespace()) && keepMounts()
+           && std::all_of(paths.begin(), paths.end(), [](const char* path) {
+                  return mount(NOTHING, path, nullptr, MS_BIND, nullptr) == 0;
+              });
 }
 
 } // namespace
 
 bool hideBuses(std::string& error)
 {
-    glob_t buses = {};
-    const int found = glob(BUSES, GLOB_NOSORT | GLOB_ERR, nullptr, &buses);
-    bool hidden =
-        found == GLOB_NOMATCH
-        || (found == 0 && (unshare(CLONE_NEWNS) == 0 || enterUserNamespace()) && keepMounts());
-    for (std::size_t i = 0; hidden && i < buses.gl_pathc; ++i) {
-        hidden = hide(buses.gl_pathv[i]);
-    }
+    glob_t found = {};
+    const int result = glob(BUSES, GLOB_NOSORT | GLOB_ERR, nullptr, &found);
+    std::vector<const char*> buses;
+    std::copy_if(found.gl_pathv, found.gl_pathv + found.gl_pathc, std::back_inserter(buses), isBus);
+    const bool listed = result == 0 || result == GLOB_NOMATCH;
+    const bool hidden = listed && (buses.empty() || hide(buses));
     if (!hidden) {
-        error = std::string("cannot hide the machine's own ") + BUSES + ": " + std::strerror(errno)
-                + "; run it as root";
+        const int reason = errno;
+        error = std::string("cannot hide the machine's own ") + BUSES + ": " + std::strerror(reason)
+                + (reason == EPERM ? "; run it as root" : "");
     }
-    globfree(&buses);
+    globfree(&found);
     return hidden;
 }
 

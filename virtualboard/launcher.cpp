@@ -1,6 +1,7 @@
 // virtual-board: runs a command with a virtual board in the place of the real one. Readies the
 // board and the session, hides the machine's own buses, runs the command, and reports.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <string>
 
 #include "board.h"
+#include "boardUse.h"
 #include "isolation.h"
 #include "options.h"
 #include "runCommand.h"
@@ -39,8 +41,8 @@ std::string absolutePath(const std::string& path)
     return error ? path : absolute.string();
 }
 
-// A log must be writable before anything runs; "-" is standard error.
-void takeLog(char (&to)[PATH_MAX], const std::optional<std::string>& path)
+// A log must be writable before anything runs, and not be the board; "-" is standard error.
+void takeLog(char (&to)[PATH_MAX], const std::optional<std::string>& path, int board)
 {
     if (!path) {
         return;
@@ -53,15 +55,17 @@ void takeLog(char (&to)[PATH_MAX], const std::optional<std::string>& path)
     if (fd < 0) {
         giveUp("cannot write " + *path + ": " + std::strerror(errno));
     }
+    struct stat log = {};
+    struct stat memory = {};
+    if (fstat(fd, &log) == 0 && fstat(board, &memory) == 0 && log.st_dev == memory.st_dev
+        && log.st_ino == memory.st_ino) {
+        giveUp(*path + " is the board, and can't be a log as well");
+    }
     close(fd);
 }
 
 void readyBoard(const Options& options)
 {
-    std::string error;
-    if (!createBoard(options.session.board, error)) {
-        giveUp(error);
-    }
     BoardAccess board(options.session.board);
     if (!board.isOpen()) {
         giveUp(board.error());
@@ -139,6 +143,26 @@ void report(const Options& options, const Session& session)
     }
 }
 
+// Runs the command on the board that is ready, and returns its status.
+int runOnBoard(const Options& options, std::string libraries, char** command)
+{
+    std::string error;
+    const Session* session = hideBuses(error) ? shareSession(options.session, error) : nullptr;
+    if (session == nullptr) {
+        giveUp(error);
+    }
+    const std::string folder = session->folder;
+    std::error_code ignored;
+    if (!makeLoadable(libraries, folder, error)) {
+        std::filesystem::remove_all(folder, ignored);
+        giveUp(error);
+    }
+    const int status = runCommand(command, libraries, session->folder);
+    report(options, *session);
+    std::filesystem::remove_all(folder, ignored);
+    return status;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -150,25 +174,18 @@ int main(int argc, char** argv)
         giveUp(error);
     }
     copyPath(options.session.board, options.board.empty() ? "" : absolutePath(options.board));
-    takeLog(options.session.log, options.log);
-    takeLog(options.session.busLog, options.busLog);
-    readyBoard(options);
-    if (optind >= argc) {
+    if (options.remove) {
+        if (!removeBoard(options.session.board, error)) {
+            giveUp(error);
+        }
         return EXIT_SUCCESS;
     }
-
-    const Session* session = hideBuses(error) ? shareSession(options.session, error) : nullptr;
-    if (session == nullptr) {
+    const int board = useBoard(options.session.board, error); // as long as this process lives
+    if (board < 0) {
         giveUp(error);
     }
-    const std::string folder = session->folder;
-    std::error_code ignored;
-    if (!makeLoadable(libraries, folder, error)) {
-        std::filesystem::remove_all(folder, ignored);
-        giveUp(error);
-    }
-    const int status = runCommand(argv + optind, libraries, session->folder);
-    report(options, *session);
-    std::filesystem::remove_all(folder, ignored);
-    return status;
+    takeLog(options.session.log, options.log, board);
+    takeLog(options.session.busLog, options.busLog, board);
+    readyBoard(options);
+    return optind < argc ? runOnBoard(options, libraries, argv + optind) : EXIT_SUCCESS;
 }

@@ -20,6 +20,7 @@ constexpr int STATUS_USAGE = 2;
 constexpr const char* HELP =
     R"(Usage: virtual-board [OPTIONS] [--] COMMAND [ARG...]
        virtual-board [--board FILE] [--power-cycle] [--hw-version N] [--model BYTE]
+       virtual-board [--board FILE] --remove
 
 Runs COMMAND, and all that it starts, on a virtual board: /dev/i2c-0 with a
 MAX34460 at address 0x74, kept in a file between runs. Without COMMAND it does
@@ -27,6 +28,7 @@ to the board what the options say.
 
   --board FILE      the board's memory, made with factory settings on first use
                     (default: virtual-board.state)
+  --remove          remove the board and its lock, if nobody uses them
   --power-cycle     restart the chip from its flash before COMMAND runs
   --hw-version N    the hardware version that the board reports from now on;
                     none: it reports none (factory: 3)
@@ -98,16 +100,22 @@ void takeTraceLevel(Options& options, const char* value)
     options.session.traceLevel = requireNumber("trace-level", value, INT_MIN, INT_MAX);
 }
 
+[[noreturn]] void show(const std::string& text)
+{
+    if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+        giveUp(std::string("cannot write to standard output: ") + std::strerror(errno));
+    }
+    std::exit(EXIT_SUCCESS);
+}
+
 [[noreturn]] void showHelp(Options&, const char*)
 {
-    std::printf("%s%s", HELP, FAULT_HELP);
-    std::exit(EXIT_SUCCESS);
+    show(std::string(HELP) + FAULT_HELP);
 }
 
 [[noreturn]] void showVersion(Options&, const char*)
 {
-    std::printf("virtual-board %s\n", VIRTUAL_BOARD_VERSION);
-    std::exit(EXIT_SUCCESS);
+    show("virtual-board " VIRTUAL_BOARD_VERSION "\n");
 }
 
 constexpr struct {
@@ -116,6 +124,7 @@ constexpr struct {
     void (*take)(Options& to, const char* value);
 } OPTIONS[] = {
     {"board", required_argument, [](Options& to, const char* value) { to.board = value; }},
+    {"remove", no_argument, [](Options& to, const char*) { to.remove = true; }},
     {"power-cycle", no_argument, [](Options& to, const char*) { to.powerCycle = true; }},
     {"hw-version", required_argument, takeHardwareVersion},
     {"model", required_argument,
@@ -156,7 +165,10 @@ Options parseOptions(int argc, char** argv)
         }
         OPTIONS[index].take(options, optarg);
     }
-    if (optind >= argc && !options.changesBoard()) {
+    if (options.remove && (optind < argc || options.changesBoard())) {
+        giveUp("--remove takes no command, and no option but --board");
+    }
+    if (optind >= argc && !options.remove && !options.changesBoard()) {
         giveUp("no command to run (see --help)");
     }
     return options;

@@ -12,6 +12,7 @@ namespace virtualboard {
 /// The options, taken from the command line and not yet acted upon.
 struct Options {
     std::string board = "virtual-board.state";
+    bool remove = false;
     bool powerCycle = false;
     bool summary = false;
     bool setHardwareVersion = false;
@@ -22,6 +23,7 @@ struct Options {
     std::vector<std::string> rules; ///< of the session's faults
     Session session;
 
+    /// Whether there is something to do without a command.
     bool changesBoard() const { return powerCycle || setHardwareVersion || model; }
 };
 
