@@ -24,7 +24,7 @@ int boardUtils::getVersion(int& version)
     char* end = nullptr;
     errno = 0;
     const long number = std::strtol(text, &end, 10);
-    // A file with anything behind the number is not the one that we know.
+    // A file with anything after the number has a format that we don't know.
     const bool isNumber = end != text && end + std::strspn(end, " \t\r\n") == text + size;
     if (!isNumber || errno != 0 || number < INT_MIN || number > INT_MAX) {
         return 0;

@@ -10,7 +10,7 @@ public:
     boardUtils& operator=(const boardUtils&) = delete;
 
     /// Stores the board's hardware version in `version`. Returns non-zero on success; 0 if the
-    /// version can't be had: don't rely on `version` then.
+    /// version is unknown: don't use `version` then.
     int getVersion(int& version);
 
 private:

@@ -17,11 +17,11 @@ namespace {
 
 constexpr std::int32_t MAX_ATTEMPTS = 3;
 
-/// Long enough for most of what holds up a bus to pass.
+/// Long enough for most disturbances of a bus to pass.
 constexpr useconds_t RETRY_PAUSE_US = 10000;
 
-/// Makes one SMBus transfer with the chip bound to `fd`. Returns what the request returned: -1,
-/// with errno set, on failure.
+/// Makes one SMBus transfer with the chip bound to `fd`. Returns the request's result: -1, with
+/// errno set, on failure.
 int smbus(int fd, std::uint8_t readWrite, std::uint8_t code, std::uint32_t size,
           i2c_smbus_data* data)
 {
@@ -308,7 +308,7 @@ bool BlockCommand::getData(std::uint8_t* bytes) const
 
 bool BlockCommand::write(int fd, std::uint8_t page)
 {
-    // A block this short would be a byte or a word, which are sent otherwise.
+    // Data this short is a byte or a word, which have transfers of their own.
     constexpr std::uint8_t LONGEST_NON_BLOCK = 2;
 
     if (!begin(ACCESS_WRITE, page)) {
@@ -318,7 +318,7 @@ bool BlockCommand::write(int fd, std::uint8_t page)
         LOG(ERROR, "Command expects datasize %d", m_dataSize);
         return false;
     }
-    // The kernel takes the count from byte 0 and sends only the bytes behind it.
+    // The kernel takes the count from byte 0 and sends only the bytes after it.
     i2c_smbus_data data{};
     data.block[0] = std::min<std::uint8_t>(m_dataSize, I2C_SMBUS_BLOCK_MAX);
     std::memcpy(&data.block[1], m_data, data.block[0]);

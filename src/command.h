@@ -20,10 +20,10 @@ public:
     /// The chip's 7-bit address on the bus.
     static constexpr std::uint8_t CHIP_ADDRESS = 0x74;
 
-    /// The page that stands for the device as a whole (PMBus standard, PAGE).
+    /// The page that means the device as a whole (PMBus standard, PAGE).
     static constexpr std::uint8_t ALL_PAGES = 255;
 
-    /// What a group of pages allows with a command: a mask of ACCESS_READ and ACCESS_WRITE.
+    /// The access to a command on a group of pages: a mask of ACCESS_READ and ACCESS_WRITE.
     using Access = std::uint32_t;
     static constexpr Access NO = 0;
     static constexpr Access RO = ACCESS_READ;
@@ -47,12 +47,12 @@ public:
     /// data is copied in any case.
     virtual bool getData(std::uint8_t* bytes) const = 0;
 
-    /// Writes the data to the chip behind `fd`, an I2C device bound to the chip's address. `page`
+    /// Writes the data to the chip at `fd`, an I2C device bound to the chip's address. `page`
     /// (0 to 11, 13 to 17 or 255) decides whether that is allowed. Makes up to three attempts;
-    /// false when refused or when all have failed.
+    /// false if it is not allowed or if all attempts failed.
     virtual bool write(int fd, std::uint8_t page) = 0;
 
-    /// Reads the data from the chip; otherwise as write(). On failure the data stays as it was.
+    /// Reads the data from the chip; otherwise like write(). On failure the data is unchanged.
     virtual bool read(int fd, std::uint8_t page) = 0;
 
     std::uint8_t getCode() const { return m_code; }
@@ -99,13 +99,13 @@ protected:
     /// Makes up to three attempts to send `data` as an SMBus transaction of the type `size`.
     bool writeSmbus(int fd, std::uint8_t page, std::uint32_t size, const i2c_smbus_data& data);
 
-    /// The same for what is read; `data` is what came if the result is true.
+    /// The same for reading; `data` is what was received if the result is true.
     bool readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus_data& data);
 
-    /// Accounts for a failed attempt on behalf of `caller`, and pauses.
+    /// Counts and logs a failed attempt on behalf of `caller`, and pauses.
     void retry(const char* caller);
 
-    std::int32_t m_retries; ///< attempts left in the transfer under way
+    std::int32_t m_retries; ///< attempts left in the current transfer
     std::uint8_t m_code;
     std::uint8_t m_dataSize;
     Access m_channelAccess;
@@ -178,7 +178,7 @@ public:
     void setWord(std::uint16_t word) { m_word = word; }
 
 protected:
-    std::uint16_t m_word = 0; ///< the number, whatever the order of its bytes outside
+    std::uint16_t m_word = 0; ///< the number, independent of any byte order
 };
 
 /// A register of up to 255 bytes, moved as they are: no byte count is added or removed.
@@ -200,11 +200,11 @@ public:
     bool getData(std::uint8_t* bytes) const override;
     /// Sends at most the 32 bytes of an SMBus block.
     bool write(int fd, std::uint8_t page) override;
-    /// Addresses the chip itself: the address bound to `fd` has no part in it.
+    /// Addresses the chip itself: the address bound to `fd` is not used.
     bool read(int fd, std::uint8_t page) override;
 
 protected:
-    std::uint8_t m_data[MAX_DATA_SIZE] = {}; ///< bytes behind m_dataSize stay 0
+    std::uint8_t m_data[MAX_DATA_SIZE] = {}; ///< bytes after m_dataSize stay 0
 };
 
 // The classes of the catalogue, each with its code and its number of data bytes. Page puts the page

@@ -1,6 +1,6 @@
-// The catalogue as a table: what each command is, on which pages it may be read and written, what
-// becomes of its value and how it reads. The reading of PM data files, pmfile and the virtual board
-// look commands up here.
+// The catalogue as a table: what each command is, on which pages it may be read and written, and
+// what its value means. The parser of PM data files, pmfile and the virtual board look commands up
+// here.
 #pragma once
 
 #include <array>
@@ -15,25 +15,25 @@ namespace catalogue {
 /// What a command stands for.
 enum class Kind : std::uint8_t {
     ACTION,  ///< the chip does something; no data
-    SETTING, ///< kept in flash and put back at power-up
+    SETTING, ///< kept in flash and restored at power-up
     STATE,   ///< takes a fixed value at power-up, or changes by itself
-    FIXED,   ///< part of the silicon, nothing changes it
+    FIXED,   ///< part of the silicon, never changes
 };
 
-/// How a value reads. Words in units are signed numbers, PMBus format DIRECT.
+/// What a value means. Words with a unit are signed numbers in the PMBus format DIRECT.
 enum class Format : std::uint8_t {
     NONE,    ///< no data
     BITS,    ///< hexadecimal
     COUNT,   ///< decimal
-    VOLTS,   ///< 1 mV a step
+    VOLTS,   ///< 1 mV per step
     RATIO,   ///< 32767 is 1
-    CELSIUS, ///< 0.01 °C a step
-    TIME,    ///< 0.2 ms a step, as a sibling of the chip counts
+    CELSIUS, ///< 0.01 °C per step
+    TIME,    ///< 0.2 ms per step, known from related chips only
     TEXT,    ///< characters
     VERSION, ///< the version record, versionRecord.h
 };
 
-/// A name as the PMBus standard writes it, made from the class's: VOUT_OV_FAULT_LIMIT.
+/// A name as the PMBus standard writes it, made from that of the class: VOUT_OV_FAULT_LIMIT.
 struct PmbusName {
     char text[24];
 };
@@ -45,7 +45,7 @@ struct Row {
     std::uint32_t channelAccess, sensorAccess, deviceAccess; ///< access masks by page group
     Kind kind;
     Format format;
-    std::uint16_t factory; ///< the number that the chip leaves the factory with
+    std::uint16_t factory; ///< the value from the factory
 };
 
 constexpr PmbusName toPmbusName(const char* className)
@@ -86,7 +86,7 @@ constexpr std::array<std::uint8_t, 256> findPositions()
     return positions;
 }
 
-/// Where in ROWS each code stands; behind their end if it does not.
+/// The index of each code in ROWS; the size of ROWS if it is not there.
 inline constexpr auto POSITIONS = findPositions();
 
 /// The row of the command with this code, or null if there is none.
@@ -104,7 +104,7 @@ constexpr std::uint32_t accessOn(const Row& row, int page)
                                                                      : row.sensorAccess;
 }
 
-/// Byte `i` of what a command's register holds from the factory.
+/// Byte `i` of a register's value from the factory.
 constexpr std::uint8_t factoryByte(const Row& row, unsigned int i)
 {
     if (row.format == Format::TEXT || row.format == Format::VERSION) {

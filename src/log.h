@@ -32,7 +32,7 @@ inline bool logAdmits(const LogLevel& level)
            && g_traceObject->m_settings->level >= level.threshold;
 }
 
-/// The part of `path` behind its last slash.
+/// The part of `path` after its last slash.
 constexpr const char* logBaseName(const char* path)
 {
     const char* name = path;

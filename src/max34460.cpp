@@ -28,7 +28,7 @@ Max34460::Max34460(const std::string& name, int bus, int address)
 
 Max34460::~Max34460()
 {
-    // 0 would be standard input, which is not this object's to close.
+    // 0 would be standard input, which this object does not own.
     if (m_fd > 0) {
         close(m_fd);
     }

@@ -25,7 +25,7 @@ public:
     /// Whether the chip answered when the object was built.
     bool isHwOk() const;
 
-    // What construction consists of.
+    // The steps of the construction.
 
     /// Reads identity, model and revision. False, with a message, on failure.
     bool readGeneralInfo();

@@ -26,17 +26,17 @@ constexpr std::size_t TYPE_WIDTH = 2;
 constexpr std::size_t DATA_POSITION = 9;
 constexpr std::size_t CHECKSUM_WIDTH = 2;
 
-/// No record is as short.
+/// Lines up to this length can't be records: a record has 11 characters or more.
 constexpr std::size_t MAX_SKIPPED_LENGTH = 10;
 
 constexpr std::size_t ENTRY_HEAD_DIGITS = ENTRY_HEAD_BYTES * DIGITS_PER_BYTE;
 
-/// Far beyond any real file, which has some 5 KB. A source without an end, such as a device, is
+/// Far more than any real file, which has about 5 KB. A source without an end, such as a device, is
 /// stopped before it fills a board's memory.
 constexpr std::size_t MAX_FILE_SIZE = std::size_t{16} * 1024 * 1024;
 
-/// The value of each character as a hexadecimal digit, -1 if it is none. A table, as no branch
-/// depends on the digit then: most of the time for a large file goes here.
+/// The value of each character as a hexadecimal digit, or -1. Large files spend most of their time
+/// here, and with a table no branch depends on the digit.
 constexpr std::array<std::int8_t, 256> DIGIT_VALUES = [] {
     std::array<std::int8_t, 256> values{};
     for (std::int8_t& value : values) {

@@ -7,8 +7,8 @@
 
 namespace {
 
-/// Fourth argument of semctl. The program has to define it, and to pass it whole: where unions
-/// travel in memory a bare int would be taken for an address.
+/// Fourth argument of semctl. The program must define it and pass the union: where unions are
+/// passed in memory, a plain int would be taken for an address.
 union semun {
     int val;
     semid_ds* buf;
@@ -19,7 +19,7 @@ constexpr int ALL_MAY_USE = 0666;
 constexpr int FREE = 1;
 constexpr int TAKEN = 0;
 
-/// Together 20 s: longer than a holder needs, so that one who has it then is likely dead.
+/// Together 20 s: longer than any holder needs, so that a holder is probably dead by then.
 constexpr int MAX_ATTEMPTS = 5;
 constexpr unsigned int ATTEMPT_PAUSE_S = 5;
 
@@ -30,7 +30,7 @@ void setValue(int semId, int value)
     semctl(semId, 0, SETVAL, argument);
 }
 
-/// Adds `change` to the semaphore, without waiting. Without SEM_UNDO as well: the other users of
+/// Adds `change` to the semaphore, without waiting. It does not use SEM_UNDO: the other users of
 /// the chip recover a dead holder's lock as this class does.
 bool tryToChange(int semId, short change)
 {
@@ -50,12 +50,12 @@ PmMutexLock::PmMutexLock(const char* owner, bool& held) : m_semId(-1), m_owner(o
     held = acquire();
 }
 
-// The constructors' work, in whose name it logs. False if they go on without the lock.
+// The constructors' work, in whose name it logs. False if they continue without the lock.
 bool PmMutexLock::acquire()
 {
     m_semId = semget(PM_MUTEX_KEY, 1, IPC_CREAT | IPC_EXCL | ALL_MAY_USE);
     if (m_semId >= 0) {
-        // Only its creator gives a set its first value.
+        // Only the creator of a set gives it its first value.
         setValue(m_semId, FREE);
     } else {
         m_semId = semget(PM_MUTEX_KEY, 1, IPC_CREAT | ALL_MAY_USE);
@@ -82,8 +82,8 @@ bool PmMutexLock::acquire()
 
 PmMutexLock::~PmMutexLock()
 {
-    // Raised only from 0: a forced taker and a slow holder both give back, and the value must not
-    // grow beyond 1. A failed GETVAL is not 0 either.
+    // Raised only from 0: after a takeover, the slow holder and the new one both release the lock,
+    // and the value must not exceed 1. A failed GETVAL is not 0 either.
     if (semctl(m_semId, 0, GETVAL) == TAKEN) {
         tryToChange(m_semId, +1);
     } else {

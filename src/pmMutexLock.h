@@ -9,24 +9,24 @@
 /// Key of the semaphore set that all users of the chip share.
 inline constexpr key_t PM_MUTEX_KEY = 0x9F39B;
 
-/// Holds the lock from the end of its construction to its destruction. It never fails towards its
-/// caller: without a semaphore, or when the lock stays taken for about 20 s, it says so in the log
-/// and the caller goes on without the lock.
+/// Holds the lock from the end of its construction to its destruction. It never reports failure to
+/// its caller: without a semaphore, or if the lock stays taken for about 20 s, it logs that and the
+/// caller continues without the lock.
 class PmMutexLock {
 public:
     /// Waits for the lock; `owner` names its holder in the log.
     explicit PmMutexLock(const char* owner);
-    /// The same; `held` says whether the lock is had.
+    /// The same; `held` tells whether it got the lock.
     PmMutexLock(const char* owner, bool& held);
 
-    /// Gives the lock back, also a stale one that was taken over.
+    /// Releases the lock, also a stale one that was taken over.
     ~PmMutexLock();
 
     PmMutexLock(const PmMutexLock&) = delete;
     PmMutexLock& operator=(const PmMutexLock&) = delete;
 
 protected:
-    int m_semId; ///< of the semaphore set; negative when none could be had
+    int m_semId; ///< of the semaphore set; negative if there is none
     std::string m_owner;
 
 private:

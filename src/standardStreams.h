@@ -1,8 +1,8 @@
-// Guards the chip against what a program prints. Used first of all by every program that opens
-// the bus.
+// Keeps a program's output from being written to the chip. Every program that opens the bus calls
+// it first.
 #pragma once
 
-/// Opens standard streams that the caller closed, on /dev/null. The bus would get the lowest free
-/// descriptor, and what is printed would be written to the chip. False, with a message, if that
-/// can't be kept from happening.
+/// Opens standard streams that the caller closed on /dev/null: otherwise the bus would get the
+/// lowest free descriptor, and output would be written to the chip. False, with a message, if
+/// /dev/null can't be opened.
 bool openStandardStreams();

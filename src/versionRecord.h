@@ -25,7 +25,7 @@ inline int majorVersion(const MfrDate& record)
     return versionRecordByte(record, 1);
 }
 
-/// The least hardware version of a board that may receive the settings, 0 to 255.
+/// The minimum hardware version of a board that may receive the settings, 0 to 255.
 inline int minimumHwVersion(const MfrDate& record)
 {
     return versionRecordByte(record, 2);

@@ -49,7 +49,7 @@ bool CommandLine::parse(int argc, char* const argv[])
 }
 
 // Sets the action, of the last option that selects one, and whether it requires a PM data file.
-// False if an option is unknown; those behind it count all the same.
+// False if an option is unknown; the options after it still count.
 bool CommandLine::parseOptions(int argc, char* const argv[], bool& fileRequired)
 {
     bool known = true;
@@ -74,7 +74,7 @@ bool CommandLine::parseOptions(int argc, char* const argv[], bool& fileRequired)
             fileRequired = true;
             break;
         case 'v':
-            // With exactly one argument behind it, whatever that is: a version check against a
+            // With exactly one argument after it, whatever that is: a version check against a
             // file.
             fileRequired = (argc == optind + 1);
             m_action = fileRequired ? Action::Compare : Action::PrintVersion;
@@ -88,7 +88,7 @@ bool CommandLine::parseOptions(int argc, char* const argv[], bool& fileRequired)
             fileRequired = true;
             break;
         default:
-            known = false; // getopt has told the operator
+            known = false; // getopt has printed a message
             break;
         }
     }

@@ -17,8 +17,8 @@ enum class Action {
     FileVersionCheck, ///< no option selects it
 };
 
-/// Parses the arguments once, when built. An unacceptable command line is told to the operator,
-/// usage included, and leaves the object invalid.
+/// Parses the arguments once, when it is constructed. For a wrong command line it prints a message
+/// and the usage text, and is invalid.
 class CommandLine {
 public:
     CommandLine(int argc, char* const argv[]);

@@ -15,11 +15,11 @@ constexpr int BUS = 0;
 /// comparison.
 constexpr std::uint8_t MODEL_NOT_COMPARABLE = 0x57;
 
-/// How often a register is read until it equals the file.
+/// How often a register is read until it is equal to the file.
 constexpr int COMPARE_ATTEMPTS = 2;
 
-/// The page of the commands before a file's first PAGE entry. They are compared by the rights of
-/// the whole device, which start-up has selected, but written by those of a channel.
+/// The page of the commands before a file's first PAGE entry. They are compared with the access
+/// rights of the whole device, which the start has selected, but written with those of a channel.
 constexpr std::uint8_t FIRST_COMPARE_PAGE = Command::ALL_PAGES;
 constexpr std::uint8_t FIRST_WRITE_PAGE = 0;
 
@@ -139,8 +139,8 @@ bool PowerFileHandler::compareCommands()
         const Command& file = *m_fileCommands[i];
         if (target.getCode() == Page::CODE) {
             page = pageOf(target);
-            // A failure stands in the log. What follows is then read from the page before, and
-            // differs unless that page holds the same.
+            // A failure is logged. The registers after it are then read from the previous page,
+            // and differ unless that page holds the same values.
             target.write(m_fd, page);
             LOG_AS("compare", DEBUG, "Write page %d", page);
             continue;

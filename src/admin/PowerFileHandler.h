@@ -10,8 +10,8 @@
 
 class PowerFileHandler : public Max34460 {
 public:
-    /// Opens and identifies the chip, then waits once until nobody else holds the lock, which also
-    /// frees a stale one.
+    /// Opens and identifies the chip, then waits once until no one else holds the lock, which also
+    /// frees a stale lock.
     PowerFileHandler();
     ~PowerFileHandler() override;
 
@@ -38,20 +38,20 @@ public:
     /// Whether the file's version is the installed one.
     bool comparePowerFileVersions();
 
-    /// Reads the registers of the file from the chip, each up to twice, and compares them; passes
-    /// over actions and what isn't comparable. Stops at the first that differs or can't be read.
-    /// True if all are equal, false also if the lists are empty.
+    /// Reads the registers of the file from the chip, each up to twice, and compares them, except
+    /// actions and registers that can't be compared. Stops at the first that differs or can't be
+    /// read. True if all are equal, false also if the lists are empty.
     bool compare();
 
-    /// Writes the commands of the file, actions excepted, to the chip's working registers. True if
-    /// all writes succeeded; a failed one does not keep the others from being made.
+    /// Writes the commands of the file, except actions, to the chip's working registers. True if
+    /// all writes succeeded; after a failed one the others are still made.
     bool writeCommands();
 
     /// Makes the chip store its working registers in its flash. False if it does not accept the
     /// command.
     bool save();
 
-    /// Whether the command makes the chip act and is thus no setting.
+    /// Whether the command is an action, not a setting.
     bool isSkippedCommand(const Command* command) const;
     /// Whether the command is compared on this model of the chip.
     bool isComparable(const Command* command) const;

@@ -12,8 +12,8 @@ using pmDataFile::Reading;
 
 namespace {
 
-/// Reads what the file holds into `text`. Returns what keeps it from being read whole, in words;
-/// null if nothing does. A file that yields nothing at all, such as a folder, is an empty one.
+/// Reads the file into `text`. Returns why it could not be read whole, or null. A file from which
+/// nothing can be read, such as a folder, counts as empty.
 const char* readFile(const std::string& fileName, std::string& text)
 {
     const int fd = open(fileName.c_str(), O_RDONLY | O_CLOEXEC);
@@ -94,8 +94,8 @@ MfrDate PowerFileParser::loadCommands(std::vector<Command*>& list) const
     return fileMfrDate;
 }
 
-// Notes the first entry that is not whole, or too short for its command, unless there is a fault
-// before.
+// Notes the first entry that is not whole, or too short for its command, unless there is an
+// earlier fault.
 void PowerFileParser::checkEntries(const std::string& text)
 {
     for (pmDataFile::Entries entries(m_hexData); m_error.empty() && entries.next();) {

@@ -7,19 +7,19 @@
 
 #include "command.h"
 
-/// Collects the data of a file, and makes commands from it. What keeps the file from being well
-/// formed is noted, and takes nothing away: whoever uses its commands asks getError() first.
+/// Collects the data of a file, and makes commands from it. A malformed file is still collected;
+/// call getError() before using its commands.
 class PowerFileParser {
 public:
-    /// Reads the file. Returns a copy of the collected data, two hexadecimal digits a byte: what
-    /// its lines hold. Empty for a file that can't be read, that has no records or is too large.
+    /// Reads the file. Returns a copy of the collected data, two hexadecimal digits per byte. Empty
+    /// for a file that can't be read, that has no records or is too large.
     std::string parseFile(const std::string& fileName);
 
-    /// Returns the data field of one record line, shorter where the line ends first.
+    /// Returns the data field of one record line, shorter if the line ends early.
     std::string parseLine(const std::string& line) const;
 
-    /// Returns the number that stands in hexadecimal in `text`, in up to `length` characters from
-    /// `position` on; pmDataFile::parseHex says how.
+    /// Returns the hexadecimal number in `text`, in up to `length` characters from `position` on,
+    /// as pmDataFile::parseHex does.
     unsigned int parseHex(const std::string& text, unsigned int position,
                           unsigned int length) const;
 
@@ -27,7 +27,7 @@ public:
     /// owner of `list`. Returns the file's version record, all zero if it has none.
     MfrDate loadCommands(std::vector<Command*>& list) const;
 
-    /// What is wrong with the last file, with its place: the first line that is no whole record,
+    /// What is wrong with the last file, and where: the first line that is not a whole record,
     /// else the first entry that is not whole. Empty if the file is well formed.
     const std::string& getError() const { return m_error; }
 

@@ -19,8 +19,8 @@ namespace {
 constexpr char TRACE_IDENTITY[] = "corvane";
 constexpr int TRACE_LEVEL = 6; // errors, warnings and infos
 
-/// The pause between writing the working registers and storing them in flash, for the supplies to
-/// settle on what was written.
+/// The pause between writing the working registers and storing them in flash, in which the supplies
+/// settle.
 constexpr unsigned int SETTLE_TIME_S = 2;
 
 // The functions here are steps of main and log in its name.
@@ -48,8 +48,8 @@ bool loadFile(const std::string& fileName, PowerFileParser& parser, PowerFileHan
     return true;
 }
 
-/// The whole way of a file into the chip. False if a step fails, and if the chip already holds the
-/// file: then nothing is written.
+/// All steps of an upgrade. False if a step fails, and if the chip already holds the file: then
+/// nothing is written.
 bool upgrade(PowerFileHandler& handler)
 {
     if (!handler.compareHwVersions() || handler.compare()) {
@@ -107,8 +107,8 @@ int main(int argc, char* argv[])
     if (g_traceObject == nullptr) {
         g_traceObject = new TraceObject(TRACE_IDENTITY, TRACE_LEVEL);
     }
-    // Line by line, also into a pipe: what an operation prints is out before it gives the lock
-    // back, and a run that is killed has said how far it came.
+    // Line by line, also into a pipe: the output of an operation is written before it releases the
+    // lock, and the output of a killed run shows how far it got.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
 
     const CommandLine commandLine(argc, argv);
