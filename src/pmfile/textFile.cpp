@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -44,12 +45,22 @@ bool finish(int fd, bool well)
     return well && closed;
 }
 
-/// The rights of a new file, or those of the one that it replaces.
-mode_t modeFor(const struct stat* replaced)
+/// The rights that a new file has.
+mode_t modeOfNewFile()
 {
     const mode_t mask = umask(0);
     umask(mask);
-    return replaced == nullptr ? 0666 & ~mask : replaced->st_mode & 07777;
+    return 0666 & ~mask;
+}
+
+/// Gives a file, which nobody else can open yet, owner, group and rights of the one that it
+/// replaces. Not every user can; then nobody gets rights that he did not have.
+void inherit(int fd, const struct stat& replaced)
+{
+    constexpr mode_t ALL_RIGHTS = 07777;
+    const bool owned = fchown(fd, replaced.st_uid, replaced.st_gid) == 0;
+    const bool grouped = owned || fchown(fd, static_cast<uid_t>(-1), replaced.st_gid) == 0;
+    fchmod(fd, replaced.st_mode & (owned ? ALL_RIGHTS : grouped ? 0777 : S_IRWXU));
 }
 
 /// Keeps the signals that people end programs with from leaving half a file behind: they wait.
@@ -91,12 +102,13 @@ bool place(const std::string& temporary, const std::string& path, Existing exist
     return rename(temporary.c_str(), path.c_str()) == 0;
 }
 
-/// Writes beside `path`, then takes its place. Owner and rights are a courtesy, which not every
-/// file system and user can do.
+/// Writes beside `path`, then takes its place.
 bool writeWhole(const std::string& path, const struct stat* replaced, const std::string& text,
                 Existing existing)
 {
-    if (replaced != nullptr && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) {
+    const bool mayReplace =
+        replaced == nullptr || faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+    if (path.empty() || !mayReplace) {
         return false;
     }
     const SignalsWait signalsWait;
@@ -105,8 +117,11 @@ bool writeWhole(const std::string& path, const struct stat* replaced, const std:
     if (fd < 0) {
         return false;
     }
-    const bool owned = replaced == nullptr || fchown(fd, replaced->st_uid, replaced->st_gid) == 0;
-    fchmod(fd, modeFor(owned ? replaced : nullptr));
+    if (replaced == nullptr) {
+        fchmod(fd, modeOfNewFile());
+    } else {
+        inherit(fd, *replaced);
+    }
     if (finish(fd, writeAll(fd, text) && fsync(fd) == 0) && place(temporary, path, existing)) {
         return true;
     }
@@ -122,11 +137,28 @@ bool writeDirectly(const std::string& path, const std::string& text)
     return fd >= 0 && finish(fd, writeAll(fd, text));
 }
 
-/// What a symbolic link leads to, if anything is there: the link stays one.
+/// What a symbolic link leads to, so that it stays one, also if nothing is there yet. Empty, with
+/// errno set, if it leads nowhere.
 std::string resolve(const std::string& path)
 {
     const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-    return real == nullptr ? path : real.get();
+    if (real != nullptr) {
+        return real.get();
+    }
+    std::string target = path;
+    constexpr int MOST_LINKS = 40; // that the kernel follows
+    for (int links = 0; links < MOST_LINKS; ++links) {
+        char next[PATH_MAX];
+        const ssize_t length = readlink(target.c_str(), next, sizeof(next));
+        if (length <= 0) {
+            return target;
+        }
+        const std::string folder = target.substr(0, target.rfind('/') + 1);
+        target =
+            (next[0] == '/' ? "" : folder) + std::string(next, static_cast<std::size_t>(length));
+    }
+    errno = ELOOP;
+    return "";
 }
 
 bool isSameFile(const struct stat& one, const struct stat& other)
@@ -196,15 +228,26 @@ int writeOutput(const std::string& path, const std::string& text, Existing exist
         print(text);
         return finishOutput(STATUS_GOOD);
     }
-    const std::string target = resolve(path);
     struct stat status = {};
-    const bool exists = stat(target.c_str(), &status) == 0;
-    const bool written = exists && !S_ISREG(status.st_mode)
-                             ? writeDirectly(target, text)
-                             : writeWhole(target, exists ? &status : nullptr, text, existing);
+    const bool exists = stat(path.c_str(), &status) == 0;
+    const bool written =
+        exists && !S_ISREG(status.st_mode)
+            ? writeDirectly(path, text)
+            : writeWhole(resolve(path), exists ? &status : nullptr, text, existing);
     if (written) {
         return STATUS_GOOD;
     }
     errno == EEXIST ? tellExisting(path) : tell(because(path + ": cannot be written"));
     return STATUS_TROUBLE;
+}
+
+void tellUnwritten(const std::string& path)
+{
+    struct stat status = {};
+    const bool exists = stat(path.c_str(), &status) == 0;
+    if (isStandardOutput(path) || (exists && !S_ISREG(status.st_mode))) {
+        tell("no file was made");
+    } else {
+        tell(path + (exists ? " is left as it was" : " was not made"));
+    }
 }

@@ -19,3 +19,6 @@ bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, E
 /// directly. Returns STATUS_GOOD or, with a message, STATUS_TROUBLE: also if a file has come to be
 /// there that is to be kept.
 int writeOutput(const std::string& path, const std::string& text, Existing existing);
+
+/// Tells, after trouble, what has become of the file that a command was to write.
+void tellUnwritten(const std::string& path);
