@@ -23,7 +23,7 @@ enum class Kind : std::uint8_t {
 /// What a value means. Words with a unit are signed numbers in the PMBus format DIRECT.
 enum class Format : std::uint8_t {
     NONE,    ///< no data
-    BITS,    ///< hexadecimal
+    BITS,    ///< hexadecimal: bit fields, and what has no known unit
     COUNT,   ///< decimal
     VOLTS,   ///< 1 mV per step
     RATIO,   ///< 32767 is 1

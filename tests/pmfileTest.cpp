@@ -103,23 +103,39 @@ TEST_F(PmfileTest, SourceOfACanonicalListGivesItBack)
 
 TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
 {
+    // Behind the first a byte order mark; where the place is not known, values alone are judged.
     const std::pair<const char*, const char*> lines[] = {
+        {"\uFEFFOPERATION 0x80", "the register stands before the first section; write [channel N], [sensor N] or "
+                                 "[device] above it, or give --allow before-page"},
         {"[channel 12]", "write [channel 0] to [channel 11], a name behind it if you like"},
         {"[sensor 5 X]", "write [sensor 0] to [sensor 4], a name behind it if you like"},
         {"[page 256]", "write [page 0] to [page 255], a name behind it if you like"},
         {"[supply 1]", "write [channel N], [sensor N], [device] or [page N]"},
         {"[device", "a [section] ends with ]"},
-        {"VOUT 1 V", "no register is called VOUT; write the name of one, or raw, its command code and its bytes"},
-        {"VOUT_OV_WARN_LIMIT 12.84 # V", "VOUT_OV_WARN_LIMIT '12.84': write 12.840 V"},
-        {"VOUT_OV_WARN_LIMIT 3300", "VOUT_OV_WARN_LIMIT '3300': its step is 0.001 V, from 0.000 V to 32.767 V"},
-        {"VOUT_OV_WARN_LIMIT 3,3 V", "VOUT_OV_WARN_LIMIT '3,3 V': write a number and its unit, as in 2.200 V"},
+        {"[device]", ""},
+        {"TON_DELAY 1 ms", "error: TON_DELAY can't be written on device (access)"},
+        {"[sensor 0] X]", "text stands behind the ] of the section; a comment begins with #"},
+        {"TON_DELAY 1 ms", ""},
+        {"VOUT\u0085\u202E\xA0 1 V", "no register is called VOUT\\xC2\\x85\\xE2\\x80\\xAE\\xA0; write the name of one, "
+                                     "or raw, its command code and its bytes"},
+        {"VOUT_OV_WARN_LIMIT 12.84 # V", "VOUT_OV_WARN_LIMIT '12.84': write its unit, too: 12.840 V"},
+        {"VOUT_OV_WARN_LIMIT 3300", "VOUT_OV_WARN_LIMIT '3300': it has steps of 0.001 V, from 0.000 V to 32.767 V"},
+        {"VOUT_OV_WARN_LIMIT 12,000 V", "VOUT_OV_WARN_LIMIT '12,000 V': write a point in place of the comma: 12.000 V"},
+        {"VOUT_OV_WARN_LIMIT 12\u00A0V", "a no-break space stands in the line; write a blank instead"},
+        {"VOUT_OV_WARN_LIMIT 12 mV", "VOUT_OV_WARN_LIMIT '12 mV': its unit is V: write it as in 2.200 V"},
         {"VOUT_OV_WARN_LIMIT", "VOUT_OV_WARN_LIMIT '': write a number and its unit, as in 2.200 V"},
-        {"OT_WARN_LIMIT 85", "OT_WARN_LIMIT '85': write 85 °C"},
-        {"TON_DELAY 5.1 ms", "TON_DELAY '5.1 ms': its step is 0.2 ms, from 0 ms to 6553.4 ms: write 5.2 ms"},
+        {"OT_WARN_LIMIT 85 degC", "OT_WARN_LIMIT '85 degC': write °C in place of degC: 85 °C"},
+        {"TON_DELAY 5.1 ms", "TON_DELAY '5.1 ms': it has steps of 0.2 ms, from 0 ms to 6553.4 ms: write 5.2 ms"},
+        {"TON_DELAY 5.2000000000 ms", ""},
         {"VOUT_SCALE_MONITOR 1.1", "VOUT_SCALE_MONITOR '1.1': write a ratio above 0 and up to 1, as in 0.125"},
+        {"VOUT_SCALE_MONITOR 0.12345678901234567890", ""},
         {"MFR_MODE 0x10000", "MFR_MODE '0x10000': write 0x0000 to 0xFFFF"},
         {"MFR_PSEN_CONFIG 0x1G", "MFR_PSEN_CONFIG '0x1G': write 0x00 to 0xFF"},
-        {"MFR_MODE 65536", "MFR_MODE '65536': write a number from 0 to 65535, or in hexadecimal behind 0x"},
+        {"MFR_SEQ_TIMESLOT 256", "MFR_SEQ_TIMESLOT '256': write a number from 0 to 255, or in hexadecimal behind 0x"},
+        {"MFR_MODE 65536", "MFR_MODE '65536': write 0x0000 to 0xFFFF"},
+        {"MFR_MODE 1105", "MFR_MODE '1105': bit fields are written in hexadecimal: write MFR_MODE 0x1105, or MFR_MODE "
+                          "0x0451 if 1105 is decimal"},
+        {"OPERATION 128", "OPERATION '128': bit fields are written in hexadecimal: write OPERATION 0x80"},
         {"MFR_SERIAL A01", "MFR_SERIAL 'A01': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
         {"MFR_SERIAL \"123456789\"",
          "MFR_SERIAL '\"123456789\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
@@ -134,22 +150,30 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
     int number = 0;
     for (const auto& [line, message] : lines) {
         list += std::string(line) + "\n";
-        messages += "! pmfile: list:" + std::to_string(++number) + ": " + message + "\n";
+        ++number;
+        messages += *message == '\0' ? "" : "! pmfile: list:" + std::to_string(number) + ": " + message + "\n";
     }
     const std::string made = m_folder + "/made.hex";
-    EXPECT_EQ("status 2\n" + messages, outcome([&] { return make(write("list", list), made, {"all"}); }));
+    EXPECT_EQ("status 2\n" + messages + "! pmfile: made.hex was not made\n",
+              outcome([&] { return make(write("list", list), made, {}); }));
     const std::string complaint = "! pmfile: list:2: error: OPERATION of channel 0 is no setting: the chip does not "
-                                  "keep it in flash (no-setting)\n";
+                                  "keep it in flash (no-setting)\n"
+                                  "! pmfile: add --allow no-setting to make the file all the same\n";
     const std::string operation = write("list", "[channel 0]\nOPERATION 0x80\n[device]\nMFR_DATE 1.0 hw 0\n");
-    EXPECT_EQ("status 2\n" + complaint, outcome([&] { return make(operation, made, {"access"}); }));
+    EXPECT_EQ("status 2\n" + complaint + "! pmfile: made.hex was not made\n",
+              outcome([&] { return make(operation, made, {"access"}); }));
     EXPECT_FALSE(std::filesystem::exists(made));
     EXPECT_EQ("status 0\n", outcome([&] { return make(operation, made, {"no-setting"}); }));
+    EXPECT_EQ("status 2\n" + complaint + "! pmfile: made.hex is left as it was\n",
+              outcome([&] { return make(operation, made, {}); }));
     const std::string most =
-        "[channel 0]\n" + std::regex_replace(std::string(16383, '.'), std::regex("."), "MFR_MODE 1\n");
-    EXPECT_EQ("status 2\n! pmfile: list: has more than the 65,536 bytes that load addresses reach\n",
+        "[channel 0]\n" + std::regex_replace(std::string(16383, '.'), std::regex("."), "MFR_MODE 0x1\n");
+    EXPECT_EQ("status 2\n! pmfile: list: has more than the 65,536 bytes that load addresses reach\n"
+              "! pmfile: made.hex is left as it was\n",
               outcome([&] { return make(write("list", most + "TON_DELAY 1 ms\n"), made, {"all"}); }));
     EXPECT_EQ("status 0\n", outcome([&] { return make(write("list", most), made, {"all"}); }));
-    EXPECT_EQ("status 2\n! pmfile: list: expected another file than the input, which would be lost\n",
+    EXPECT_EQ("status 2\n! pmfile: list: expected another file than the input, which would be lost\n"
+              "! pmfile: list is left as it was\n",
               outcome([&] { return make(operation, operation, {"all"}); }));
 }
 
@@ -218,7 +242,7 @@ TEST_F(PmfileTest, EachComplaintByItsName)
     }
     const std::string crlf = first.substr(0, 43) + "\r\n" + second.substr(0, second.size() - 1) + "\r\n\r\n:00000001FF";
     const std::string unused = entries("02440000 02430000 0240FF7F 02EA0000");
-    EXPECT_EQ("status 2\n! pmfile: empty.hex: expected entries, but has none\n> empty.hex:1: error: the file ends "
+    EXPECT_EQ("status 2\n! pmfile: empty.hex: contains no entries\n> empty.hex:1: error: the file ends "
               "without an end record (end-record)\n"
               "> empty.hex:1: warning: no MFR_DATE, the version record: the settings have version 0.0 and suit every "
               "board (no-version)\n"
@@ -284,7 +308,7 @@ TEST_F(PmfileTest, Differences)
               outcome([&] { return diff(write("x", ":0100000000\n"), before); }));
     EXPECT_EQ("status 2\n! pmfile: x:1: expected an entry; the one at byte 0 is cut off behind its length\n",
               outcome([&] { return show(write("x", ":010000000100\n"), false); }));
-    EXPECT_EQ("status 2\n! pmfile: x: expected entries, but has none\n",
+    EXPECT_EQ("status 2\n! pmfile: x: contains no entries\n",
               outcome([&] { return source(write("x", ":00000001FF\n")); }));
 }
 
@@ -298,7 +322,7 @@ TEST_F(PmfileTest, Show)
               ">     0  D1  MFR_MODE                0000              0x0000       acts at once\n"
               "> \n> page 3: channel 3\n"
               ">     1  00  PAGE                    03\n"
-              ">     2  60  TON_DELAY               0500              1 ms         as a sibling counts\n"
+              ">     2  60  TON_DELAY               0500              1 ms\n"
               ">     3  42  VOUT_OV_WARN_LIMIT      2832              12.840 V\n"
               ">     4  11  STORE_DEFAULT_ALL                                      passed over\n"
               "> \n> page 13: sensor 0, unused\n"
@@ -311,6 +335,7 @@ TEST_F(PmfileTest, Show)
               ">     9  02  ON_OFF_CONFIG           16                0x16         acts at once\n"
               ">    10  9E  MFR_SERIAL              4130312020202020  \"A01\"        identity\n"
               ">    11  9D  MFR_DATE                0102030000000000  settings 2.1, for hardware 3 and later\n"
+              "> \n> Times count in steps of 0.2 ms, which is known from related chips only.\n"
               "> \n> 13 entries in 5 records, 57 bytes: 1 channel and 1 sensor, 1 of them unused; 10 written, 3 not\n",
               outcome([&] { return show(file, false); }));
 }

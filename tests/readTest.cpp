@@ -142,10 +142,11 @@ TEST_F(ReadTest, WhereTheOutputGoes)
         {"sh -c '$PMFILE read >/dev/full'", 2, "standard output: No space left on device"},
         {"sh -c 'mkfifo p; exec 3<>p 4>p 3>&-; $PMFILE source good.hex >&4'", 2, "standard output: Broken pipe"},
         {"sh -c '$PMFILE source good.hex >list; ln -s list link; $PMFILE make list -o link'", 2,
-         "link: expected another file than the input, which would be lost"},
+         "link: expected another file than the input, which would be lost\npmfile: link is left as it was"},
         {"$PMFILE read --force --like good.hex -o good.hex", 2,
          "good.hex: expected another file than the input, which would be lost"},
-        {"$PMFILE make list -o /no/file", 2, "/no/file: cannot be written: No such file or directory"},
+        {"$PMFILE make list -o /no/file", 2,
+         "/no/file: cannot be written: No such file or directory\npmfile: /no/file was not made"},
         {"sh -c '$PMFILE make list -o /dev/stdout | cmp good.hex && cat good.hex | $PMFILE diff - good.hex && "
          "cat good.hex | $PMADMIN -E /dev/stdin'",
          0, ""},
@@ -155,9 +156,14 @@ TEST_F(ReadTest, WhereTheOutputGoes)
         {"sh -c 'chmod 640 good.hex; $PMFILE make list -o good.hex; [ $(stat -c %a good.hex) = 640 ] && ! ls "
          "good.hex.*'",
          0, ""},
+        {"sh -c 'mkdir d; ln -s d/new dangling; $PMFILE make list -o dangling && [ -L dangling ] && cmp d/new "
+         "good.hex'",
+         0, ""},
+        {"sh -c 'ln -s loop loop; $PMFILE make list -o loop'", 2,
+         "loop: cannot be written: Too many levels of symbolic links\npmfile: loop was not made"},
         {"sh -c '$PMFILE read -o closed.hex >&- 2>&- && cmp closed.hex good.hex'", 0, ""},
         {"sh -c 'echo \"[channel 0\" >bad; : >out; $PMFILE make bad -o out; test -s out'", 1,
-         "bad:1: a [section] ends with ]"},
+         "bad:1: a [section] ends with ]\npmfile: out is left as it was"},
         {"sh -c 'cp good.hex \"a\\\"b\\\\c\"; $PMFILE show --json \"a\\\"b\\\\c\" | python3 -c \"import json, sys; "
          "data = json.load(sys.stdin); sys.exit(len(data[\\\"entries\\\"]) != 247 or data[\\\"file\\\"][1] != "
          "chr(34))\"'",

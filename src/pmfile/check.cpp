@@ -6,6 +6,7 @@
 
 #include "complaints.h"
 #include "messages.h"
+#include "text.h"
 #include "textFile.h"
 
 namespace {
@@ -20,7 +21,7 @@ std::vector<Complaint> listComplaints()
     return complaints;
 }
 
-Needs soundness(const PmFile& file)
+Needs soundness(const PmFile& file, bool isComplete)
 {
     const auto isBroken = [](const RecordLine& record) { return record.record.fault != nullptr; };
     if (std::any_of(file.records.begin(), file.records.end(), isBroken)) {
@@ -28,17 +29,22 @@ Needs soundness(const PmFile& file)
     }
     const bool whole = std::all_of(file.entries.begin(), file.entries.end(),
                                    [](const Entry& entry) { return entry.isWhole; });
-    return whole ? Needs::ENTRIES : Needs::RECORDS;
+    return whole && isComplete ? Needs::ENTRIES : Needs::RECORDS;
 }
 
 } // namespace
 
-std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed)
+std::string Finding::inWords() const
+{
+    return (isError ? "error: " : "warning: ") + text + " (" + std::string(name) + ")";
+}
+
+std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed, bool isComplete)
 {
     const auto allows = [&](std::string_view name) {
         return std::find(allowed.begin(), allowed.end(), name) != allowed.end();
     };
-    const Needs sound = soundness(file);
+    const Needs sound = soundness(file, isComplete);
     std::vector<Finding> findings;
     for (const Complaint& complaint : listComplaints()) {
         if (complaint.needs <= sound && !allows("all") && !allows(complaint.name)) {
@@ -80,13 +86,12 @@ int check(const std::vector<std::string>& paths, const Allowed& allowed)
             continue;
         }
         const PmFile file(path, std::move(text));
-        if (file.entries.empty()) {
-            tell(path + ": expected entries, but has none");
+        if (!requireEntries(file)) {
             status = STATUS_TROUBLE;
         }
         for (const Finding& finding : findComplaints(file, allowed)) {
-            print(printable(path) + ":" + std::to_string(finding.line) + ": "
-                  + (finding.isError ? "error: " : "warning: ") + finding.text + "\n");
+            print(printable(path) + ":" + std::to_string(finding.line) + ": " + finding.inWords()
+                  + "\n");
             status = std::max(status, finding.isError ? STATUS_TROUBLE : STATUS_DIFFERENT);
         }
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pmFile.h"
@@ -13,12 +14,18 @@ using Allowed = std::vector<std::string>;
 struct Finding {
     unsigned int line;
     bool isError;
-    std::string text; ///< what, where and why, with the name of the complaint in parentheses
+    std::string_view name; ///< of the complaint
+    std::string text;      ///< what, where and why
+
+    /// "warning: no MFR_DATE, the version record (no-version)".
+    std::string inWords() const;
 };
 
 /// All findings in a file, in the order of its lines. Warnings are what a maker may intend; an
-/// error says that the file is not what its maker made, or can't work.
-std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed);
+/// error says that the file is not what its maker made, or can't work. Unless the file is known to
+/// be complete, nothing is said of what it lacks and of how its entries relate.
+std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed,
+                                    bool isComplete = true);
 
 /// False, with a message, if a name is none of a complaint.
 bool areComplaints(const Allowed& allowed);

@@ -23,7 +23,7 @@ public:
 
     void add(unsigned int line, const std::string& text)
     {
-        m_findings.push_back({line, m_isError, text + " (" + std::string(m_name) + ")"});
+        m_findings.push_back({line, m_isError, m_name, text});
     }
 
 private:

@@ -6,6 +6,7 @@
 
 #include "messages.h"
 #include "pmFile.h"
+#include "text.h"
 #include "values.h"
 
 namespace {

@@ -1,19 +1,29 @@
 #include "list.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
 #include <iterator>
+#include <map>
+#include <memory>
+#include <set>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "messages.h"
+#include "text.h"
 #include "textFile.h"
 #include "values.h"
 
 namespace {
 
-constexpr std::string_view BLANKS = " \t\r";
 constexpr const char* RAW = "raw";
+
+/// Some editors begin a text with it.
+constexpr std::string_view BYTE_ORDER_MARK = "\uFEFF";
+
+/// Looks like a blank, and is none; word processors and web pages have the wide and the narrow one.
+constexpr std::string_view NO_BREAK_SPACES[] = {"\u00A0", "\u202F"};
 
 /// What 16-bit load addresses reach.
 constexpr std::size_t MOST_BYTES = 65536;
@@ -25,20 +35,13 @@ constexpr struct {
     int firstPage;
 } SECTIONS[] = {{"channel", 12, 0}, {"sensor", 5, 13}, {"page", 256, 0}};
 
-/// Divides at the first blank: the word before it stays in `text`'s place.
+/// Takes the first word from `text`: what is left begins behind it. Empty if there is none.
 std::string_view takeWord(std::string_view& text)
 {
     text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
-    const std::size_t end = std::min(text.find_first_of(BLANKS), text.size());
-    const std::string_view word = text.substr(0, end);
-    text.remove_prefix(end);
+    const std::string_view word = text.substr(0, text.find_first_of(BLANKS));
+    text.remove_prefix(word.size());
     return word;
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
-    return text.substr(0, text.find_last_not_of(BLANKS) + 1);
 }
 
 /// The line without its comment; a # within quotes is none.
@@ -54,29 +57,38 @@ std::string_view withoutComment(std::string_view line)
     return line;
 }
 
-/// Collects the data of a list and tells its mistakes.
+/// What is wrong with a list or what it makes, by the lines of the list.
+using Complaints = std::multimap<unsigned int, std::string>;
+
+/// Reads the lines of a list and collects the data that they make.
 class ListReader {
 public:
-    explicit ListReader(const std::string& name) : m_name(name) {}
+    /// `needsSection`: whether a register must stand below a section line.
+    explicit ListReader(bool needsSection) : m_needsSection(needsSection) {}
 
-    /// Reads one line of the list.
     void read(std::string_view line, unsigned int number);
 
-    bool isSound() const { return m_sound; }
+    /// Mistakes, with what would be right.
+    const Complaints& mistakes() const { return m_mistakes; }
     const std::vector<std::uint8_t>& bytes() const { return m_bytes; }
     /// The list's lines of the entries, in their order.
     const std::vector<unsigned int>& lines() const { return m_lines; }
 
 private:
-    void readSection(std::string_view title);
+    /// Whether it is known on which page a register is: behind a mistake it is not.
+    enum class Place { NONE, KNOWN, UNKNOWN };
+
+    void readSection(std::string_view line);
     void readRaw(std::string_view text);
     void readRegister(std::string_view name, std::string_view value);
     void add(unsigned int code, const std::vector<std::uint8_t>& data);
-    void complain(const std::string& what);
+    void complain(std::string what);
 
-    const std::string& m_name;
+    bool m_needsSection;
+    std::string_view m_text; ///< of the line that is read, without its comment
     unsigned int m_line = 0;
-    bool m_sound = true;
+    Place m_place = Place::NONE;
+    Complaints m_mistakes;
     std::vector<std::uint8_t> m_bytes;
     std::vector<unsigned int> m_lines;
 };
@@ -84,22 +96,31 @@ private:
 void ListReader::read(std::string_view line, unsigned int number)
 {
     m_line = number;
-    line = trimmed(withoutComment(line));
-    if (line.empty()) {
+    m_text = trimmed(withoutComment(line));
+    if (m_text.empty()) {
         return;
     }
-    if (line.front() == '[') {
-        const bool closed = line.back() == ']';
-        closed ? readSection(line.substr(1, line.size() - 2)) : complain("a [section] ends with ]");
+    if (m_text.front() == '[') {
+        m_place = Place::UNKNOWN;
+        readSection(m_text);
         return;
     }
-    const std::string_view name = takeWord(line);
-    name == RAW ? readRaw(line) : readRegister(name, trimmed(line));
+    std::string_view value = m_text;
+    const std::string_view name = takeWord(value);
+    name == RAW ? readRaw(value) : readRegister(name, trimmed(value));
 }
 
 // Behind the number stands what the supply is called, or nothing.
-void ListReader::readSection(std::string_view title)
+void ListReader::readSection(std::string_view line)
 {
+    const std::size_t end = line.find(']');
+    if (end != line.size() - 1) {
+        complain(end == std::string_view::npos
+                     ? "a [section] ends with ]"
+                     : "text stands behind the ] of the section; a comment begins with #");
+        return;
+    }
+    std::string_view title = line.substr(1, end - 1);
     const std::string kind(takeWord(title));
     if (kind == "device") {
         add(Page::CODE, {Command::ALL_PAGES});
@@ -112,12 +133,12 @@ void ListReader::readSection(std::string_view title)
         return;
     }
     const std::string_view digits = takeWord(title);
-    const bool isNumber = !digits.empty() && digits.size() <= 3
-                          && digits.find_first_not_of("0123456789") == std::string_view::npos;
-    const int number = isNumber ? std::stoi(std::string(digits)) : section->count;
-    if (number >= section->count) {
-        complain("write [" + kind + " 0] to [" + kind + " " + std::to_string(section->count - 1)
-                 + "], a name behind it if you like");
+    const char* const digitsEnd = digits.data() + digits.size();
+    int number = 0;
+    const auto [parsed, fault] = std::from_chars(digits.data(), digitsEnd, number);
+    if (fault != std::errc{} || parsed != digitsEnd || number < 0 || number >= section->count) {
+        complain(formatted("write [%s 0] to [%s %d], a name behind it if you like", section->name,
+                           section->name, section->count - 1));
         return;
     }
     add(Page::CODE, {static_cast<std::uint8_t>(section->firstPage + number)});
@@ -152,8 +173,8 @@ void ListReader::readRegister(std::string_view name, std::string_view value)
         return;
     }
     std::vector<std::uint8_t> data;
-    std::string error;
-    if (!readValue(*row, value, data, error)) {
+    const std::string error = readValue(*row, value, data);
+    if (!error.empty()) {
         complain(std::string(name) + " '" + std::string(value) + "': " + error);
         return;
     }
@@ -162,16 +183,32 @@ void ListReader::readRegister(std::string_view name, std::string_view value)
 
 void ListReader::add(unsigned int code, const std::vector<std::uint8_t>& data)
 {
+    if (code == Page::CODE && !data.empty()) {
+        m_place = Place::KNOWN;
+    }
+    if (m_place == Place::NONE && m_needsSection) {
+        m_place = Place::UNKNOWN;
+        complain("the register stands before the first section; write [channel N], [sensor N] or "
+                 "[device] above it, or give --allow before-page");
+    }
+    if (m_place == Place::UNKNOWN) {
+        return;
+    }
     m_bytes.push_back(static_cast<std::uint8_t>(data.size()));
     m_bytes.push_back(static_cast<std::uint8_t>(code));
     m_bytes.insert(m_bytes.end(), data.begin(), data.end());
     m_lines.push_back(m_line);
 }
 
-void ListReader::complain(const std::string& what)
+void ListReader::complain(std::string what)
 {
-    m_sound = false;
-    tell(m_name, m_line, what);
+    // Whatever else seems to be wrong comes from it.
+    const bool hasNoBreakSpace = std::ranges::any_of(NO_BREAK_SPACES, [this](auto space) {
+        return m_text.find(space) != std::string_view::npos;
+    });
+    m_mistakes.emplace(m_line, hasNoBreakSpace
+                                   ? "a no-break space stands in the line; write a blank instead"
+                                   : std::move(what));
 }
 
 /// Whether a section line says all that the entry does.
@@ -191,16 +228,80 @@ std::string listLine(const Entry& entry)
 {
     constexpr std::size_t VALUE_COLUMN = 24;
     if (entry.row == nullptr || entry.isPage() || entry.data.size() != entry.row->size) {
-        char code[8];
-        std::snprintf(code, sizeof(code), " %02X", entry.code);
-        return RAW + std::string(code) + (entry.data.empty() ? "" : " ") + hexBytes(entry.data)
-               + "\n";
+        return formatted("%s %02X", RAW, entry.code) + (entry.data.empty() ? "" : " ")
+               + hexBytes(entry.data) + "\n";
     }
     std::string line = commandName(entry);
     if (entry.row->size > 0) {
         line.resize(std::max(line.size() + 1, VALUE_COLUMN), ' ');
     }
     return line + valueText(*entry.row, entry.value()) + "\n";
+}
+
+/// The file that a list makes, each entry with its line of the list.
+std::unique_ptr<PmFile> makeFile(const std::string& listPath, const ListReader& reader)
+{
+    const std::vector<std::uint8_t>& bytes = reader.bytes();
+    auto file =
+        std::make_unique<PmFile>(listPath, pmDataFile::makeRecords(bytes.data(), bytes.size()));
+    for (std::size_t i = 0; i < file->entries.size(); ++i) {
+        file->entries[i].line = reader.lines()[i];
+    }
+    file->records.back().line = reader.lines().back();
+    return file;
+}
+
+/// The options with which there are none of these findings.
+std::string optionsAgainst(const std::vector<Finding>& findings)
+{
+    std::set<std::string_view> names;
+    std::string options;
+    for (const Finding& finding : findings) {
+        if (names.insert(finding.name).second) {
+            options.append(" --allow ").append(finding.name);
+        }
+    }
+    return options;
+}
+
+/// Makes the text of a file from a list. False, with messages, if something speaks against it.
+bool makeText(const std::string& listPath, const Allowed& allowed, std::string& text)
+{
+    std::string list;
+    if (!readText(listPath, list)) {
+        return false;
+    }
+    if (list.starts_with(BYTE_ORDER_MARK)) {
+        list.erase(0, BYTE_ORDER_MARK.size());
+    }
+    const bool needsSection = std::ranges::none_of(
+        allowed, [](const std::string& name) { return name == "all" || name == "before-page"; });
+    ListReader reader(needsSection);
+    for (pmDataFile::Lines lines(list); lines.next();) {
+        reader.read(lines.line(), lines.number());
+    }
+    Complaints complaints = reader.mistakes();
+    const bool isRead = complaints.empty();
+    std::vector<Finding> findings;
+    if (!reader.bytes().empty() && reader.bytes().size() <= MOST_BYTES) {
+        const auto file = makeFile(listPath, reader);
+        text = file->text;
+        findings = findComplaints(*file, allowed, isRead);
+    }
+    for (const Finding& finding : findings) {
+        complaints.emplace(finding.line, finding.inWords());
+    }
+    for (const auto& [line, complaint] : complaints) {
+        tell(listPath, line, complaint);
+    }
+    if (reader.bytes().size() > MOST_BYTES) {
+        tell(listPath + ": has more than the 65,536 bytes that load addresses reach");
+    } else if (isRead && text.empty()) {
+        tell(listPath + ": contains no registers");
+    } else if (isRead && !findings.empty()) {
+        tell("add" + optionsAgainst(findings) + " to make the file all the same");
+    }
+    return !text.empty() && complaints.empty();
 }
 
 } // namespace
@@ -225,34 +326,11 @@ int source(const std::string& path)
 
 int make(const std::string& listPath, const std::string& outputPath, const Allowed& allowed)
 {
-    std::string list;
-    if (!mayWrite(outputPath, {listPath}, Existing::REPLACE) || !readText(listPath, list)) {
-        return STATUS_TROUBLE;
+    std::string text;
+    if (mayWrite(outputPath, {listPath}, Existing::REPLACE) && makeText(listPath, allowed, text)
+        && writeOutput(outputPath, text, Existing::REPLACE) == STATUS_GOOD) {
+        return STATUS_GOOD;
     }
-    ListReader reader(listPath);
-    for (pmDataFile::Lines lines(list); lines.next();) {
-        reader.read(lines.line(), lines.number());
-    }
-    if (!reader.isSound()) {
-        return STATUS_TROUBLE;
-    }
-    const std::vector<std::uint8_t>& bytes = reader.bytes();
-    if (bytes.empty() || bytes.size() > MOST_BYTES) {
-        tell(listPath
-             + (bytes.empty() ? ": expected registers, but has none"
-                              : ": has more than the 65,536 bytes that load addresses reach"));
-        return STATUS_TROUBLE;
-    }
-    PmFile file(listPath, pmDataFile::makeRecords(bytes.data(), bytes.size()));
-    // What is complained about stands in the list.
-    for (std::size_t i = 0; i < file.entries.size(); ++i) {
-        file.entries[i].line = reader.lines()[i];
-    }
-    file.records.back().line = reader.lines().back();
-    const std::vector<Finding> findings = findComplaints(file, allowed);
-    for (const Finding& finding : findings) {
-        tell(listPath, finding.line, (finding.isError ? "error: " : "warning: ") + finding.text);
-    }
-    return findings.empty() ? writeOutput(outputPath, file.text, Existing::REPLACE)
-                            : STATUS_TROUBLE;
+    tellUnwritten(outputPath);
+    return STATUS_TROUBLE;
 }

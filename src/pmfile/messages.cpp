@@ -4,18 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-std::string printable(const std::string& text)
-{
-    std::string shown;
-    for (const char c : text) {
-        char escape[8] = {c};
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') {
-            std::snprintf(escape, sizeof(escape), "\\x%02X", static_cast<unsigned int>(c));
-        }
-        shown += escape;
-    }
-    return shown;
-}
+#include "text.h"
 
 void tell(const std::string& what)
 {

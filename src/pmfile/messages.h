@@ -9,12 +9,8 @@ inline constexpr int STATUS_GOOD = 0;
 inline constexpr int STATUS_DIFFERENT = 1; ///< and of check, warnings
 inline constexpr int STATUS_TROUBLE = 2;
 
-/// Text in which control characters stand as \xNN: what comes from a file or its name is shown in
-/// one line, and does nothing to a terminal.
-std::string printable(const std::string& text);
-
-/// Writes `pmfile: ` and the message to standard error as one line, behind the line of a file if it
-/// is about one.
+/// Tells trouble on standard error, in one line; the second form with the file and line that it is
+/// about.
 void tell(const std::string& what);
 void tell(const std::string& file, unsigned int line, const std::string& what);
 

@@ -1,22 +1,13 @@
 #include "pmFile.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "messages.h"
+#include "text.h"
 #include "textFile.h"
 
 using pmDataFile::DIGITS_PER_BYTE;
 using pmDataFile::ENTRY_HEAD_BYTES;
-
-namespace {
-
-bool isBlank(std::string_view line)
-{
-    return line.find_first_not_of(" \t\r") == std::string_view::npos;
-}
-
-} // namespace
 
 PmFile::PmFile(std::string fileName, std::string content)
     : name(std::move(fileName)),
@@ -40,7 +31,7 @@ void PmFile::findRecords(std::string& digits)
         if (lines.isRecord()) {
             records.push_back(found);
             digits += found.record.data;
-        } else if (!isBlank(lines.line())) {
+        } else if (!trimmed(lines.line()).empty()) {
             strays.push_back(found);
         }
     }
@@ -79,6 +70,14 @@ std::string PmFile::faultOf(const Entry& entry) const
     return pmDataFile::findEntryFault(bytes.size() - entry.offset, bytes[entry.offset], entry.code);
 }
 
+bool requireEntries(const PmFile& file)
+{
+    if (file.entries.empty()) {
+        tell(file.name + ": contains no entries");
+    }
+    return !file.entries.empty();
+}
+
 bool requireLoadable(const PmFile& file)
 {
     for (const RecordLine& record : file.records) {
@@ -96,11 +95,7 @@ bool requireLoadable(const PmFile& file)
             return false;
         }
     }
-    if (file.entries.empty()) {
-        tell(file.name + ": expected entries, but has none");
-        return false;
-    }
-    return true;
+    return requireEntries(file);
 }
 
 std::unique_ptr<PmFile> loadFile(const std::string& path)
@@ -150,9 +145,7 @@ std::string commandName(const Entry& entry)
     if (entry.row != nullptr) {
         return entry.row->name.text;
     }
-    char name[16];
-    std::snprintf(name, sizeof(name), "command %02X", entry.code);
-    return name;
+    return formatted("command %02X", entry.code);
 }
 
 bool isFactoryValue(const Entry& entry)

@@ -39,7 +39,8 @@ struct Entry {
     std::span<const std::uint8_t> value() const { return data.first(row->size); }
 };
 
-/// Views into itself: it stays where it is made.
+/// A file's text and what it says. Records and entries refer to the text and the bytes in it, so
+/// that it can't be copied.
 class PmFile {
 public:
     PmFile(std::string fileName, std::string content);
@@ -60,6 +61,9 @@ private:
     void findRecords(std::string& digits);
     void findEntries(const std::string& digits);
 };
+
+/// False, with a message, if the file has no entry.
+bool requireEntries(const PmFile& file);
 
 /// False, with a message, unless pmadmin loads the file and it has an entry.
 bool requireLoadable(const PmFile& file);

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "complaints.h"
+#include "text.h"
 
 namespace {
 
@@ -90,7 +91,7 @@ void surplusText(const PmFile& file, Report& report)
         }
         const auto end = static_cast<std::size_t>(data.data() + data.size() - record.text.data())
                          + pmDataFile::DIGITS_PER_BYTE;
-        if (record.text.find_first_not_of(" \t\r", end) != std::string_view::npos) {
+        if (!trimmed(record.text.substr(end)).empty()) {
             report.add(record.line, "text behind the record, and passed over");
         }
     }

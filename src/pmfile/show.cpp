@@ -8,6 +8,7 @@
 
 #include "messages.h"
 #include "pmFile.h"
+#include "text.h"
 #include "values.h"
 
 using catalogue::Format;
@@ -48,9 +49,6 @@ std::vector<std::string> marksOf(const Entry& entry)
     }
     if (actsAtOnce(entry)) {
         marks.emplace_back("acts at once");
-    }
-    if (entry.row->format == Format::TIME) {
-        marks.emplace_back("as a sibling counts");
     }
     return marks;
 }
@@ -105,9 +103,7 @@ void showEntry(const Entry& entry)
     }
     std::string bytes = hexBytes(entry.data);
     std::erase(bytes, ' ');
-    char head[16];
-    std::snprintf(head, sizeof(head), "%5s  %02X  ", index.c_str(), entry.code);
-    std::string row = head + commandName(entry);
+    std::string row = formatted("%5s  %02X  ", index.c_str(), entry.code) + commandName(entry);
     const auto column = [&row](std::size_t position, const std::string& text) {
         row.resize(text.empty() ? row.size() : std::max(row.size() + 1, position), ' ');
         row += text;
@@ -166,32 +162,12 @@ void showText(const PmFile& file)
         }
         showEntry(entry);
     }
+    const bool hasTimes = std::ranges::any_of(file.entries, [](const Entry& entry) {
+        return entry.row != nullptr && entry.row->format == Format::TIME;
+    });
+    print(hasTimes ? "\nTimes count in steps of 0.2 ms, which is known from related chips only.\n"
+                   : "");
     print("\n" + totals(file, summary));
-}
-
-/// How many bytes the UTF-8 character at the begin of `text` has; 0 if there is none.
-std::size_t characterLength(std::string_view text)
-{
-    const auto byte = [text](std::size_t i) -> unsigned int {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
-    };
-    const unsigned int first = byte(0);
-    const std::size_t length = first < 0x80                   ? 1
-                               : first < 0xC2 || first > 0xF4 ? 0
-                               : first < 0xE0                 ? 2
-                               : first < 0xF0                 ? 3
-                                                              : 4;
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) {
-            return 0;
-        }
-    }
-    // Not what fewer bytes can say, no half of a UTF-16 pair, and nothing beyond U+10FFFF.
-    const unsigned int second = byte(1);
-    const bool isCharacter = (first != 0xE0 || second >= 0xA0) && (first != 0xED || second < 0xA0)
-                             && (first != 0xF0 || second >= 0x90)
-                             && (first != 0xF4 || second < 0x90);
-    return isCharacter ? length : 0;
 }
 
 /// Text as JSON has it, in quotes; U+FFFD stands for what is no UTF-8.
@@ -199,16 +175,13 @@ std::string quoted(std::string_view text)
 {
     std::string json = "\"";
     while (!text.empty()) {
-        const std::size_t length = characterLength(text);
-        const char c = text[0];
+        const auto [length, code] = firstCharacter(text);
         if (length == 0) {
             json += "\\ufffd";
-        } else if (static_cast<unsigned char>(c) < ' ') {
-            char escape[8];
-            std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned int>(c));
-            json += escape;
+        } else if (isControl(code)) { // none of these is beyond U+FFFF
+            json += formatted("\\u%04x", static_cast<unsigned int>(code));
         } else {
-            json += c == '"' || c == '\\' ? "\\" : "";
+            json += code == '"' || code == '\\' ? "\\" : "";
             json += text.substr(0, length);
         }
         text.remove_prefix(std::max<std::size_t>(length, 1));

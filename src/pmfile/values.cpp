@@ -1,14 +1,12 @@
 #include "values.h"
 
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 
-#include "pmDataFile.h"
+#include "text.h"
 #include "versionRecord.h"
 
 using catalogue::Format;
@@ -21,14 +19,15 @@ struct Unit {
     Format format;
     const char* name;
     int steps;
-    int decimals; ///< enough for a step
-    int fewest;   ///< decimals that are always written
-    int lowest;   ///< step; the highest is 0x7FFF, as words are signed
+    int decimals;                  ///< enough for a step
+    int fewest;                    ///< decimals that are always written
+    int lowest;                    ///< step; the highest is 0x7FFF, as words are signed
+    std::string_view spellings[4]; ///< by which people mean it, too
 };
 constexpr Unit UNITS[] = {
-    {Format::VOLTS, "V", 1000, 3, 3, 0},
-    {Format::TIME, "ms", 5, 1, 0, 0},
-    {Format::CELSIUS, "°C", 100, 2, 0, -0x8000},
+    {Format::VOLTS, "V", 1000, 3, 3, 0, {"v"}},
+    {Format::TIME, "ms", 5, 1, 0, 0, {"MS", "Ms"}},
+    {Format::CELSIUS, "°C", 100, 2, 0, -0x8000, {"C", "degC", "deg C", "℃"}},
 };
 constexpr int HIGHEST = 0x7FFF;
 constexpr double RATIO_ONE = 32767;
@@ -43,29 +42,19 @@ const Unit* unitOf(const Row& row)
     return unit == std::end(UNITS) ? nullptr : unit;
 }
 
-// So that the compiler checks the format. NOLINTNEXTLINE(cert-dcl50-cpp)
-__attribute__((format(printf, 1, 2))) std::string print(const char* format, ...)
-{
-    char text[64];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof(text), format, arguments);
-    va_end(arguments);
-    return text;
-}
-
+/// The bytes of a register that has one or two.
 std::vector<std::uint8_t> toBytes(const Row& row, unsigned int number)
 {
     std::vector<std::uint8_t> bytes(row.size);
     for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<std::uint8_t>(i < sizeof(number) ? number >> (8 * i) : 0);
+        bytes[i] = static_cast<std::uint8_t>(number >> (8 * i));
     }
     return bytes;
 }
 
 std::string inUnit(const Unit& unit, int number)
 {
-    std::string text = print("%.*f", unit.decimals, static_cast<double>(number) / unit.steps);
+    std::string text = formatted("%.*f", unit.decimals, static_cast<double>(number) / unit.steps);
     std::size_t surplus = static_cast<std::size_t>(unit.decimals - unit.fewest);
     for (; surplus > 0 && text.back() == '0'; --surplus) {
         text.pop_back();
@@ -87,7 +76,7 @@ std::string ratioText(int number)
     std::string text;
     for (int decimals = 1; text.empty() || ratioFrom(std::strtod(text.c_str(), nullptr)) != number;
          ++decimals) {
-        text = print("%.*f", decimals, number / RATIO_ONE);
+        text = formatted("%.*f", decimals, number / RATIO_ONE);
     }
     return text;
 }
@@ -96,30 +85,24 @@ std::string ratioText(int number)
 std::string quoted(std::span<const std::uint8_t> value)
 {
     std::string text(value.begin(), value.end());
-    const bool printable = std::all_of(text.begin(), text.end(),
-                                       [](char c) { return c >= ' ' && c <= '~' && c != '"'; });
+    const bool isPlain = std::all_of(text.begin(), text.end(),
+                                     [](char c) { return c >= ' ' && c <= '~' && c != '"'; });
     text.erase(text.find_last_not_of(' ') + 1);
-    return printable ? "\"" + text + "\"" : "";
+    return isPlain ? "\"" + text + "\"" : "";
 }
 
 /// "2.5 hw 3", with the bytes behind the version in hexadecimal if they are not all 0.
 std::string versionText(std::span<const std::uint8_t> value)
 {
-    std::string text = print("%d.%d hw %d", value[1], value[0], value[2]);
+    std::string text = formatted("%d.%d hw %d", value[1], value[0], value[2]);
     const auto rest = value.subspan(VERSION_BYTES);
     if (std::any_of(rest.begin(), rest.end(), [](std::uint8_t byte) { return byte != 0; })) {
         text += " 0x";
         for (const std::uint8_t byte : rest) {
-            text += print("%02X", byte);
+            text += formatted("%02X", byte);
         }
     }
     return text;
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
-    return text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
 }
 
 /// Takes `word` from the begin of `text`.
@@ -130,170 +113,170 @@ bool skip(std::string_view& text, std::string_view word)
     return begins;
 }
 
-/// Takes decimal digits from the begin of `text`; false if there is none or are too many.
-bool takeDigits(std::string_view& text, long long& number)
+/// Takes a number in the form that std::from_chars knows from the begin of `text`.
+template <typename Number, typename Form>
+bool take(std::string_view& text, Number& number, Form form)
 {
-    constexpr std::size_t MOST = 7; // products of numbers with a fraction stay exact
-    const std::size_t count = std::min(text.find_first_not_of("0123456789"), text.size());
-    if (count == 0 || count > MOST) {
-        return false;
-    }
-    number = std::strtoll(std::string(text.substr(0, count)).c_str(), nullptr, 10);
-    text.remove_prefix(count);
-    return true;
+    const char* const begin = text.data();
+    const auto [end, fault] = std::from_chars(begin, begin + text.size(), number, form);
+    text.remove_prefix(static_cast<std::size_t>(end - begin));
+    return fault == std::errc{};
 }
 
-/// A decimal number without rounding: `digits` over a power of ten.
-struct Decimal {
-    long long digits = 0;
-    long long scale = 1;
+constexpr int DECIMAL = 10;
+constexpr int HEXADECIMAL = 16;
 
-    double value() const { return static_cast<double>(digits) / static_cast<double>(scale); }
-};
-
-bool takeDecimal(std::string_view& text, Decimal& decimal)
+/// Whether `text` is a number that the register has room for.
+bool isNumber(const Row& row, std::string_view text, int base, unsigned int& number)
 {
-    const bool negative = skip(text, "-");
-    if (!takeDigits(text, decimal.digits)) {
-        return false;
-    }
-    if (skip(text, ".")) {
-        const std::size_t before = text.size();
-        long long fraction = 0;
-        if (!takeDigits(text, fraction)) {
-            return false;
-        }
-        for (std::size_t i = text.size(); i < before; ++i) {
-            decimal.scale *= 10;
-        }
-        decimal.digits = decimal.digits * decimal.scale + fraction;
-    }
-    decimal.digits *= negative ? -1 : 1;
-    return true;
+    return take(text, number, base) && text.empty() && number >> (8 * row.size) == 0;
 }
 
-/// Whether the unit is meant, though perhaps not written well: a number before it is right.
-bool isMeant(const Unit& unit, std::string_view text)
+/// How a register is written in hexadecimal.
+std::string hexForm(const Row& row)
 {
-    return text.empty()
-           || std::ranges::equal(text, std::string_view(unit.name), [](char one, char other) {
-                  return std::tolower(static_cast<unsigned char>(one))
-                         == std::tolower(static_cast<unsigned char>(other));
-              });
+    return row.size > 2    ? formatted("write %d bytes, %d hexadecimal digits behind 0x", row.size,
+                                       2 * row.size)
+           : row.size == 1 ? "write 0x00 to 0xFF"
+                           : "write 0x0000 to 0xFFFF";
 }
 
-bool readInUnit(const Unit& unit, std::string_view text, int& number, std::string& error)
+// What reads a value returns what would be right, or nothing if the value is.
+
+std::string readInUnit(const Unit& unit, std::string_view text, int& number)
 {
-    Decimal decimal;
-    if (!takeDecimal(text, decimal) || !isMeant(unit, trimmed(text))) {
-        error =
-            "write a number and its unit, as in " + inUnit(unit, 2 * unit.steps + unit.steps / 5);
-        return false;
+    double value = 0;
+    const bool isRead = take(text, value, std::chars_format::fixed) && std::isfinite(value);
+    const std::string_view name = trimmed(text);
+    const bool isMeant = name.empty() || name == unit.name
+                         || std::ranges::find(unit.spellings, name) != std::end(unit.spellings);
+    if (!isRead || !isMeant) {
+        const std::string example = inUnit(unit, 2 * unit.steps + unit.steps / 5);
+        return isRead ? formatted("its unit is %s: write it as in %s", unit.name, example.c_str())
+                      : "write a number and its unit, as in " + example;
     }
-    const long long steps = decimal.digits * unit.steps; // over the scale
-    const std::string range = "its step is " + inUnit(unit, 1) + ", from "
-                              + inUnit(unit, unit.lowest) + " to " + inUnit(unit, HIGHEST);
-    if (steps < unit.lowest * decimal.scale || steps > HIGHEST * decimal.scale) {
-        error = range;
-        return false;
+    // Of two doubles that come nearest to the same number, one is the other.
+    const auto unitsOf = [&unit](int steps) { return static_cast<double>(steps) / unit.steps; };
+    const std::string range =
+        formatted("it has steps of %s, from %s to %s", inUnit(unit, 1).c_str(),
+                  inUnit(unit, unit.lowest).c_str(), inUnit(unit, HIGHEST).c_str());
+    if (value < unitsOf(unit.lowest) || value > unitsOf(HIGHEST)) {
+        return range;
     }
-    number = static_cast<int>(std::lround(decimal.value() * unit.steps));
-    const bool isExact = number * decimal.scale == steps;
-    if (!isExact || trimmed(text) != unit.name) {
-        error = (isExact ? "" : range + ": ") + "write " + inUnit(unit, number);
-        return false;
+    number = static_cast<int>(std::lround(value * unit.steps));
+    if (value != unitsOf(number)) {
+        return range + ": write " + inUnit(unit, number);
     }
-    return true;
+    if (name == unit.name) {
+        return "";
+    }
+    return (name.empty() ? "write its unit, too"
+                         : formatted("write %s in place of %.*s", unit.name,
+                                     static_cast<int>(name.size()), name.data()))
+           + ": " + inUnit(unit, number);
 }
 
-bool readRatio(std::string_view text, int& number, std::string& error)
+std::string readRatio(std::string_view text, int& number)
 {
-    Decimal decimal;
-    const bool isRatio = takeDecimal(text, decimal) && text.empty() && decimal.digits > 0
-                         && decimal.digits <= decimal.scale;
-    number = isRatio ? ratioFrom(decimal.value()) : 0;
-    if (number < 1) { // also what is less than half a step
-        error = "write a ratio above 0 and up to 1, as in 0.125";
-        return false;
-    }
-    return true;
+    double ratio = 0;
+    const bool isRatio =
+        take(text, ratio, std::chars_format::fixed) && text.empty() && ratio > 0 && ratio <= 1;
+    number = isRatio ? ratioFrom(ratio) : 0;
+    // Also what is less than half a step.
+    return number < 1 ? "write a ratio above 0 and up to 1, as in 0.125" : "";
 }
 
-bool readText(const Row& row, std::string_view text, std::vector<std::uint8_t>& value,
-              std::string& error)
+std::string readDecimal(const Row& row, std::string_view text, std::vector<std::uint8_t>& value)
+{
+    if (const std::size_t comma = text.find(','); comma != std::string_view::npos) {
+        const std::string mended = std::string(text).replace(comma, 1, ".");
+        const bool isRight = readDecimal(row, mended, value).empty();
+        return "write a point in place of the comma"
+               + (isRight ? ": " + valueText(row, value) : "");
+    }
+    int number = 0;
+    const Unit* const unit = unitOf(row);
+    std::string error = unit == nullptr ? readRatio(text, number) : readInUnit(*unit, text, number);
+    value = toBytes(row, static_cast<unsigned int>(number));
+    return error;
+}
+
+std::string readQuoted(const Row& row, std::string_view text, std::vector<std::uint8_t>& value)
 {
     const bool isQuoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
     const std::string_view inner = isQuoted ? text.substr(1, text.size() - 2) : text;
     value.assign(inner.begin(), inner.end());
     if (!isQuoted || inner.size() > row.size || quoted(value).empty()) {
-        error = "write up to " + std::to_string(row.size)
-                + " ASCII characters in quotes, as in \"RACK A01\"";
-        return false;
+        return formatted("write up to %d ASCII characters in quotes, as in \"RACK A01\"", row.size);
     }
     value.resize(row.size, ' ');
-    return true;
+    return "";
 }
 
-bool readVersion(const Row& row, std::string_view text, std::vector<std::uint8_t>& value,
-                 std::string& error)
+std::string readVersion(const Row& row, std::string_view text, std::vector<std::uint8_t>& value)
 {
-    long long major = 0;
-    long long minor = 0;
-    long long hardware = 0;
-    const bool read = takeDigits(text, major) && skip(text, ".") && takeDigits(text, minor)
-                      && skip(text = trimmed(text), "hw")
-                      && takeDigits(text = trimmed(text), hardware);
+    std::uint8_t major = 0;
+    std::uint8_t minor = 0;
+    std::uint8_t hardware = 0;
+    const bool isRead = take(text, major, DECIMAL) && skip(text, ".") && take(text, minor, DECIMAL)
+                        && skip(text = trimmed(text), "hw")
+                        && take(text = trimmed(text), hardware, DECIMAL);
     std::vector<std::uint8_t> rest;
-    const bool whole = text.empty()
-                       || (skip(text = trimmed(text), "0x") && readHexBytes(text, rest)
-                           && rest.size() == row.size - VERSION_BYTES);
-    if (!read || !whole || std::max({major, minor, hardware}) > 0xFF) {
-        error = "write the version and the least hardware version, each number up to 255, as in "
-                "2.5 hw 3";
-        return false;
+    const bool isWhole = text.empty()
+                         || (skip(text = trimmed(text), "0x") && readHexBytes(text, rest)
+                             && rest.size() == row.size - VERSION_BYTES);
+    if (!isRead || !isWhole) {
+        return "write the version and the least hardware version, each number up to 255, as in "
+               "2.5 hw 3";
     }
-    value = {static_cast<std::uint8_t>(minor), static_cast<std::uint8_t>(major),
-             static_cast<std::uint8_t>(hardware)};
+    value = {minor, major, hardware};
     value.insert(value.end(), rest.begin(), rest.end());
     value.resize(row.size);
-    return true;
+    return "";
 }
 
-bool readHex(const Row& row, std::string_view digits, std::vector<std::uint8_t>& value,
-             std::string& error)
+std::string readHex(const Row& row, std::string_view digits, std::vector<std::uint8_t>& value)
 {
-    const bool isBlock = row.size > 2;
-    const bool known = digits.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
-    if (isBlock) {
-        if (!readHexBytes(digits, value) || value.size() != row.size) {
-            error = "write " + std::to_string(row.size) + " bytes, " + std::to_string(2 * row.size)
-                    + " hexadecimal digits behind 0x";
-            return false;
-        }
-        return true;
+    if (row.size > 2) {
+        return readHexBytes(digits, value) && value.size() == row.size ? "" : hexForm(row);
     }
-    const unsigned int number = pmDataFile::parseHex(digits, 0, digits.size());
-    if (!known || digits.empty() || number >> (8 * row.size) != 0) {
-        error = row.size == 1 ? "write 0x00 to 0xFF" : "write 0x0000 to 0xFFFF";
-        return false;
+    unsigned int number = 0;
+    if (!isNumber(row, digits, HEXADECIMAL, number)) {
+        return hexForm(row);
     }
     value = toBytes(row, number);
-    return true;
+    return "";
 }
 
-bool readCount(const Row& row, std::string_view text, std::vector<std::uint8_t>& value,
-               std::string& error)
+std::string readCount(const Row& row, std::string_view text, std::vector<std::uint8_t>& value)
 {
-    long long number = 0;
-    const long long most = row.size == 1 ? 0xFF : 0xFFFF;
-    if (row.size > 2 || !takeDigits(text, number) || !text.empty() || number > most) {
-        error = row.size > 2 ? "write hexadecimal digits behind 0x"
-                             : "write a number from 0 to " + std::to_string(most)
-                                   + ", or in hexadecimal behind 0x";
-        return false;
+    unsigned int number = 0;
+    if (!isNumber(row, text, DECIMAL, number)) {
+        return formatted("write a number from 0 to %d, or in hexadecimal behind 0x",
+                         (1 << (8 * row.size)) - 1);
     }
-    value = toBytes(row, static_cast<unsigned int>(number));
-    return true;
+    value = toBytes(row, number);
+    return "";
+}
+
+/// What a bit field is that has no 0x before it: whoever wrote the digits means them in hexadecimal
+/// or in decimal.
+std::string refuseBits(const Row& row, std::string_view text)
+{
+    unsigned int decimal = 0;
+    if (row.size > 2 || !isNumber(row, text, DECIMAL, decimal)) {
+        return hexForm(row);
+    }
+    const auto line = [&row](unsigned int number) {
+        return std::string(row.name.text) + " " + hexValue(row, toBytes(row, number));
+    };
+    unsigned int hexadecimal = 0;
+    const bool isEither = isNumber(row, text, HEXADECIMAL, hexadecimal) && hexadecimal != decimal;
+    const std::string lines =
+        isEither ? formatted("%s, or %s if %.*s is decimal", line(hexadecimal).c_str(),
+                             line(decimal).c_str(), static_cast<int>(text.size()), text.data())
+                 : line(decimal);
+    return "bit fields are written in hexadecimal: write " + lines;
 }
 
 } // namespace
@@ -303,7 +286,7 @@ std::string hexValue(const Row& row, std::span<const std::uint8_t> value)
     std::string text = row.size == 0 ? "" : "0x";
     for (std::size_t i = 0; i < value.size(); ++i) {
         // A number has its highest digit first, the register its lowest byte.
-        text += print("%02X", row.size > 2 ? value[i] : value[value.size() - 1 - i]);
+        text += formatted("%02X", row.size > 2 ? value[i] : value[value.size() - 1 - i]);
     }
     return text;
 }
@@ -329,42 +312,35 @@ std::string valueText(const Row& row, std::span<const std::uint8_t> value)
 
 std::string spokenValue(const Row& row, std::span<const std::uint8_t> value)
 {
-    return row.format == Format::VERSION
-               ? print("settings %d.%d, for hardware %d and later", value[1], value[0], value[2])
-               : valueText(row, value);
+    return row.format == Format::VERSION ? formatted("settings %d.%d, for hardware %d and later",
+                                                     value[1], value[0], value[2])
+                                         : valueText(row, value);
 }
 
-bool readValue(const Row& row, std::string_view text, std::vector<std::uint8_t>& value,
-               std::string& error)
+std::string readValue(const Row& row, std::string_view text, std::vector<std::uint8_t>& value)
 {
     text = trimmed(text);
     value.clear();
     if (row.size == 0) {
-        error = "write nothing behind it: it has no data";
-        return text.empty();
+        return text.empty() ? "" : "write nothing behind it: it has no data";
     }
-    if (text.substr(0, 2) == "0x") {
-        return readHex(row, text.substr(2), value, error);
-    }
-    int number = 0;
-    if (const Unit* unit = unitOf(row)) {
-        const bool read = readInUnit(*unit, text, number, error);
-        value = toBytes(row, static_cast<unsigned int>(number));
-        return read;
+    if (skip(text, "0x")) {
+        return readHex(row, text, value);
     }
     switch (row.format) {
+    case Format::VOLTS:
+    case Format::TIME:
+    case Format::CELSIUS:
     case Format::RATIO:
-        if (!readRatio(text, number, error)) {
-            return false;
-        }
-        value = toBytes(row, static_cast<unsigned int>(number));
-        return true;
+        return readDecimal(row, text, value);
+    case Format::COUNT:
+        return readCount(row, text, value);
     case Format::TEXT:
-        return readText(row, text, value, error);
+        return readQuoted(row, text, value);
     case Format::VERSION:
-        return readVersion(row, text, value, error);
+        return readVersion(row, text, value);
     default:
-        return readCount(row, text, value, error);
+        return refuseBits(row, text);
     }
 }
 
@@ -381,7 +357,7 @@ std::string hexBytes(std::span<const std::uint8_t> bytes)
     std::string text;
     for (const std::uint8_t byte : bytes) {
         text += text.empty() ? "" : " ";
-        text += print("%02X", byte);
+        text += formatted("%02X", byte);
     }
     return text;
 }
@@ -390,12 +366,12 @@ bool readHexBytes(std::string_view text, std::vector<std::uint8_t>& bytes)
 {
     bytes.clear();
     for (std::size_t at = 0; at < text.size(); at += 2) {
-        const std::string_view digits = text.substr(at, 2);
-        if (digits.size() != 2
-            || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string_view::npos) {
+        std::string_view digits = text.substr(at, 2);
+        std::uint8_t byte = 0;
+        if (digits.size() != 2 || !take(digits, byte, HEXADECIMAL) || !digits.empty()) {
             return false;
         }
-        bytes.push_back(static_cast<std::uint8_t>(pmDataFile::parseHex(digits, 0, 2)));
+        bytes.push_back(byte);
     }
     return true;
 }

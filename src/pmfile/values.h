@@ -20,9 +20,9 @@ std::string spokenValue(const catalogue::Row& row, std::span<const std::uint8_t>
 /// The value as a plain hexadecimal number, of a block byte after byte.
 std::string hexValue(const catalogue::Row& row, std::span<const std::uint8_t> value);
 
-/// Reads the value of a register from a list. False, with what would be right in `error`.
-bool readValue(const catalogue::Row& row, std::string_view text, std::vector<std::uint8_t>& value,
-               std::string& error);
+/// Reads the value of a register from a list. Returns what would be right, empty if the text is.
+std::string readValue(const catalogue::Row& row, std::string_view text,
+                      std::vector<std::uint8_t>& value);
 
 /// The number in a register of one or two bytes; words are signed, as limits and times are.
 int numberOf(const catalogue::Row& row, std::span<const std::uint8_t> value);

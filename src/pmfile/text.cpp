@@ -1,0 +1,83 @@
+#include "text.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+
+std::string_view trimmed(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+    return text.substr(0, text.find_last_not_of(BLANKS) + 1);
+}
+
+// A C function's list of arguments is what the compiler can check. NOLINTNEXTLINE(cert-dcl50-cpp)
+std::string formatted(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, arguments)), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    va_end(arguments);
+    return text;
+}
+
+Character firstCharacter(std::string_view text)
+{
+    /// The smallest code of each length: what fewer bytes can say is no UTF-8.
+    constexpr char32_t SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000};
+    constexpr char32_t LARGEST = 0x10FFFF;
+    constexpr Character NONE = {0, 0};
+    const unsigned int first = text.empty() ? 0xFF : static_cast<unsigned char>(text[0]);
+    const std::size_t length = first < 0x80   ? 1
+                               : first < 0xC0 ? 0
+                               : first < 0xE0 ? 2
+                               : first < 0xF0 ? 3
+                               : first < 0xF8 ? 4
+                                              : 0;
+    if (length == 0 || length > text.size()) {
+        return NONE;
+    }
+    char32_t code = length == 1 ? first : first & (0x7FU >> length);
+    for (std::size_t i = 1; i < length; ++i) {
+        const unsigned int next = static_cast<unsigned char>(text[i]);
+        if ((next & 0xC0) != 0x80) {
+            return NONE;
+        }
+        code = code << 6 | (next & 0x3F);
+    }
+    const bool isHalfOfPair = code >= 0xD800 && code <= 0xDFFF; // of UTF-16
+    return code < SMALLEST[length] || code > LARGEST || isHalfOfPair ? NONE
+                                                                     : Character{length, code};
+}
+
+bool isControl(char32_t code)
+{
+    /// Ranges of Unicode: C0 and C1 controls, then what Bidi_Control has, with the separators of
+    /// lines and paragraphs between.
+    constexpr char32_t RANGES[][2] = {{0, 0x1F},        {0x7F, 0x9F},     {0x61C, 0x61C},
+                                      {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
+    return std::any_of(std::begin(RANGES), std::end(RANGES),
+                       [code](const auto& range) { return code >= range[0] && code <= range[1]; });
+}
+
+std::string printable(std::string_view text)
+{
+    std::string shown;
+    while (!text.empty()) {
+        const auto [length, code] = firstCharacter(text);
+        const std::string_view bytes = text.substr(0, std::max<std::size_t>(length, 1));
+        text.remove_prefix(bytes.size());
+        if (length > 0 && !isControl(code)) {
+            shown += bytes;
+            continue;
+        }
+        for (const char byte : bytes) {
+            shown +=
+                formatted("\\x%02X", static_cast<unsigned int>(static_cast<unsigned char>(byte)));
+        }
+    }
+    return shown;
+}
