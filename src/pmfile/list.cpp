@@ -107,7 +107,11 @@ void ListReader::read(std::string_view line, unsigned int number)
     }
     std::string_view value = m_text;
     const std::string_view name = takeWord(value);
-    name == RAW ? readRaw(value) : readRegister(name, trimmed(value));
+    if (name == RAW) {
+        readRaw(value);
+    } else {
+        readRegister(name, trimmed(value));
+    }
 }
 
 // Behind the number stands what the supply is called, or nothing.
@@ -168,14 +172,15 @@ void ListReader::readRegister(std::string_view name, std::string_view value)
     const auto* const row = std::ranges::find_if(
         catalogue::ROWS, [&](const catalogue::Row& one) { return name == one.name.text; });
     if (row == std::end(catalogue::ROWS)) {
-        complain("no register is called " + std::string(name)
-                 + "; write the name of one, or raw, its command code and its bytes");
+        complain(formatted("no register is called %s; write the name of one, or raw, its command "
+                           "code and its bytes",
+                           printable(name).c_str()));
         return;
     }
     std::vector<std::uint8_t> data;
     const std::string error = readValue(*row, value, data);
     if (!error.empty()) {
-        complain(std::string(name) + " '" + std::string(value) + "': " + error);
+        complain(formatted("%s '%s': %s", row->name.text, printable(value).c_str(), error.c_str()));
         return;
     }
     add(row->code, data);
@@ -220,7 +225,7 @@ bool isSection(const Entry& entry)
 /// The line that begins a page: "[channel 3]".
 std::string sectionLine(int page)
 {
-    return "[" + (page == Command::ALL_PAGES ? "device" : pageName(page)) + "]\n";
+    return formatted("[%s]\n", pageName(page).c_str());
 }
 
 /// The line of another entry: a register's name and its value.

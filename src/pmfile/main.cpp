@@ -213,7 +213,8 @@ int main(int argc, char** argv)
     if (!openStandardStreams()) {
         return STATUS_TROUBLE;
     }
-    std::signal(SIGPIPE, SIG_IGN); // this and the next are told as any failed write is
+    // A reader that is gone and a file that may not grow make a write fail, and that is told.
+    std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     std::set_new_handler(endWithoutMemory);
     TraceObject trace("pmfile", TRACE_LEVEL);

@@ -83,15 +83,15 @@ bool requireLoadable(const PmFile& file)
     for (const RecordLine& record : file.records) {
         if (record.record.fault != nullptr) {
             tell(file.name, record.line,
-                 std::string("expected a record; the line ") + record.record.fault);
+                 formatted("expected a record; the line %s", record.record.fault));
             return false;
         }
     }
     for (const Entry& entry : file.entries) {
         if (!entry.isWhole) {
             tell(file.name, entry.line,
-                 "expected an entry; the one at byte " + std::to_string(entry.offset) + " "
-                     + file.faultOf(entry));
+                 formatted("expected an entry; the one at byte %zu %s", entry.offset,
+                           file.faultOf(entry).c_str()));
             return false;
         }
     }
@@ -134,10 +134,10 @@ std::string pageName(int page)
     }
     const auto byte = static_cast<std::uint8_t>(page);
     if (Command::isChannelPage(byte)) {
-        return "channel " + std::to_string(page);
+        return formatted("channel %d", page);
     }
-    return Command::isTemperaturePage(byte) ? "sensor " + std::to_string(page - FIRST_SENSOR_PAGE)
-                                            : "page " + std::to_string(page);
+    return Command::isTemperaturePage(byte) ? formatted("sensor %d", page - FIRST_SENSOR_PAGE)
+                                            : formatted("page %d", page);
 }
 
 std::string commandName(const Entry& entry)

@@ -1,7 +1,6 @@
 #include "show.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <string_view>
 #include <vector>
@@ -129,38 +128,44 @@ std::ptrdiff_t countUnused(const Summary& summary)
 
 std::string counted(std::size_t number, const char* one, const char* several)
 {
-    return std::to_string(number) + " " + (number == 1 ? one : several);
+    return formatted("%zu %s", number, number == 1 ? one : several);
 }
 
 std::string totals(const PmFile& file, const Summary& summary)
 {
-    return counted(file.entries.size(), "entry", "entries") + " in "
-           + counted(file.records.size(), "record", "records") + ", "
-           + counted(file.bytes.size(), "byte", "bytes") + ": "
-           + counted(count(summary, Command::isChannelPage), "channel", "channels") + " and "
-           + counted(count(summary, Command::isTemperaturePage), "sensor", "sensors") + ", "
-           + std::to_string(countUnused(summary)) + " of them unused; "
-           + std::to_string(summary.written) + " written, "
-           + std::to_string(file.entries.size() - summary.written) + " not\n";
+    const std::size_t channels = count(summary, Command::isChannelPage);
+    const std::size_t sensors = count(summary, Command::isTemperaturePage);
+    return formatted("%s in %s, %s: %s and %s, %td of them unused; %zu written, %zu not\n",
+                     counted(file.entries.size(), "entry", "entries").c_str(),
+                     counted(file.records.size(), "record", "records").c_str(),
+                     counted(file.bytes.size(), "byte", "bytes").c_str(),
+                     counted(channels, "channel", "channels").c_str(),
+                     counted(sensors, "sensor", "sensors").c_str(), countUnused(summary),
+                     summary.written, file.entries.size() - summary.written);
+}
+
+/// The line above the entries of a page.
+std::string pageLine(const Summary& summary, int page)
+{
+    const std::string number = page == NO_PAGE ? "" : formatted("page %d: ", page);
+    return "\n" + number + pageName(page) + (isUnused(summary, page) ? ", unused" : "") + "\n";
 }
 
 void showText(const PmFile& file)
 {
     const Summary summary = summarise(file);
     const Entry* const version = findVersion(file);
-    print(
-        printable(file.name) + ": "
-        + (version == nullptr ? "no version record" : spokenValue(*version->row, version->value()))
-        + "\n");
+    const std::string versionInWords =
+        version == nullptr ? "no version record" : spokenValue(*version->row, version->value());
+    print(printable(file.name) + ": " + versionInWords + "\n");
     // A page is shown where it is selected; before the first there may be entries, too.
-    int page = NO_PAGE - 1;
+    const Entry* before = nullptr;
     for (const Entry& entry : file.entries) {
-        if (entry.page != page || entry.isPage()) {
-            page = entry.page;
-            print("\n" + (page == NO_PAGE ? "" : "page " + std::to_string(page) + ": ")
-                  + pageName(page) + (isUnused(summary, page) ? ", unused" : "") + "\n");
+        if (before == nullptr || entry.page != before->page || entry.isPage()) {
+            print(pageLine(summary, entry.page));
         }
         showEntry(entry);
+        before = &entry;
     }
     const bool hasTimes = std::ranges::any_of(file.entries, [](const Entry& entry) {
         return entry.row != nullptr && entry.row->format == Format::TIME;
@@ -168,25 +173,6 @@ void showText(const PmFile& file)
     print(hasTimes ? "\nTimes count in steps of 0.2 ms, which is known from related chips only.\n"
                    : "");
     print("\n" + totals(file, summary));
-}
-
-/// Text as JSON has it, in quotes; U+FFFD stands for what is no UTF-8.
-std::string quoted(std::string_view text)
-{
-    std::string json = "\"";
-    while (!text.empty()) {
-        const auto [length, code] = firstCharacter(text);
-        if (length == 0) {
-            json += "\\ufffd";
-        } else if (isControl(code)) { // none of these is beyond U+FFFF
-            json += formatted("\\u%04x", static_cast<unsigned int>(code));
-        } else {
-            json += code == '"' || code == '\\' ? "\\" : "";
-            json += text.substr(0, length);
-        }
-        text.remove_prefix(std::max<std::size_t>(length, 1));
-    }
-    return json + "\"";
 }
 
 /// The number of a value in its unit, or null.
@@ -205,18 +191,20 @@ std::string jsonOf(const Entry& entry)
 {
     std::string marks;
     for (const std::string& mark : marksOf(entry)) {
-        marks += (marks.empty() ? "" : ", ") + quoted(mark);
+        marks += (marks.empty() ? "" : ", ") + jsonString(mark);
     }
     const auto orNull = [](bool is, const std::string& text) { return is ? text : "null"; };
     const bool known = entry.row != nullptr;
-    return "{\"line\": " + std::to_string(entry.line)
-           + ", \"index\": " + orNull(known, std::to_string(entry.index))
-           + ", \"page\": " + orNull(entry.page != NO_PAGE, std::to_string(entry.page))
-           + ", \"place\": " + quoted(pageName(entry.page)) + ", \"code\": "
-           + std::to_string(entry.code) + ", \"name\": " + orNull(known, quoted(commandName(entry)))
-           + ", \"bytes\": " + quoted(hexBytes(entry.data)) + ", \"value\": "
-           + orNull(known, quoted(known ? valueText(*entry.row, entry.value()) : ""))
-           + ", \"number\": " + numberOrNull(entry) + ", \"marks\": [" + marks + "]}";
+    const std::string value = known ? valueText(*entry.row, entry.value()) : "";
+    return formatted(R"({"line": %u, "index": %s, "page": %s, "place": %s, "code": %u, )"
+                     R"("name": %s, "bytes": %s, "value": %s, "number": %s, "marks": [%s]})",
+                     entry.line, orNull(known, std::to_string(entry.index)).c_str(),
+                     orNull(entry.page != NO_PAGE, std::to_string(entry.page)).c_str(),
+                     jsonString(pageName(entry.page)).c_str(), entry.code,
+                     orNull(known, jsonString(commandName(entry))).c_str(),
+                     jsonString(hexBytes(entry.data)).c_str(),
+                     orNull(known, jsonString(value)).c_str(), numberOrNull(entry).c_str(),
+                     marks.c_str());
 }
 
 void showJson(const PmFile& file)
@@ -225,9 +213,8 @@ void showJson(const PmFile& file)
     const Entry* const version = findVersion(file);
     std::string numbers = "null";
     if (version != nullptr) {
-        numbers = "{\"major\": " + std::to_string(version->data[1])
-                  + ", \"minor\": " + std::to_string(version->data[0])
-                  + ", \"minimumHardware\": " + std::to_string(version->data[2]) + "}";
+        numbers = formatted(R"({"major": %d, "minor": %d, "minimumHardware": %d})",
+                            version->data[1], version->data[0], version->data[2]);
     }
     std::string unused;
     for (const auto& [page, used] : summary.used) {
@@ -235,7 +222,7 @@ void showJson(const PmFile& file)
             unused += (unused.empty() ? "" : ", ") + std::to_string(page);
         }
     }
-    print("{\"file\": " + quoted(file.name) + ",\n \"version\": " + numbers
+    print("{\"file\": " + jsonString(file.name) + ",\n \"version\": " + numbers
           + ",\n \"unusedPages\": [" + unused + "],\n \"entries\": [");
     const char* separator = "\n  ";
     for (const Entry& entry : file.entries) {
@@ -253,6 +240,10 @@ int show(const std::string& path, bool asJson)
     if (file == nullptr) {
         return STATUS_TROUBLE;
     }
-    asJson ? showJson(*file) : showText(*file);
+    if (asJson) {
+        showJson(*file);
+    } else {
+        showText(*file);
+    }
     return finishOutput(STATUS_GOOD);
 }

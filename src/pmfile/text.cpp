@@ -81,3 +81,21 @@ std::string printable(std::string_view text)
     }
     return shown;
 }
+
+std::string jsonString(std::string_view text)
+{
+    std::string json = "\"";
+    while (!text.empty()) {
+        const auto [length, code] = firstCharacter(text);
+        if (length == 0) {
+            json += "\\ufffd";
+        } else if (isControl(code)) { // none of these is beyond U+FFFF
+            json += formatted("\\u%04x", static_cast<unsigned int>(code));
+        } else {
+            json += code == '"' || code == '\\' ? "\\" : "";
+            json += text.substr(0, length);
+        }
+        text.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return json + "\"";
+}

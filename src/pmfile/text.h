@@ -29,3 +29,7 @@ bool isControl(char32_t code);
 /// The text with \xNN in place of each byte of control characters and of what is no UTF-8: what
 /// comes from a file or its name is shown in one line, and does nothing to a terminal.
 std::string printable(std::string_view text);
+
+/// The text as JSON has it, in quotes, control characters as escapes; U+FFFD stands for what is no
+/// UTF-8.
+std::string jsonString(std::string_view text);

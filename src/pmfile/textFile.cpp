@@ -12,6 +12,7 @@
 #include <cstring>
 #include <memory>
 
+#include "descriptor.h"
 #include "messages.h"
 #include "pmDataFile.h"
 
@@ -19,9 +20,10 @@ using pmDataFile::Reading;
 
 namespace {
 
-std::string because(const std::string& what)
+/// Tells of a call that has failed, and why.
+void tellReason(const std::string& what)
 {
-    return what + ": " + std::strerror(errno);
+    tell(what + ": " + std::strerror(errno));
 }
 
 bool writeAll(int fd, const std::string& text)
@@ -36,21 +38,14 @@ bool writeAll(int fd, const std::string& text)
     return true;
 }
 
-/// Closes the descriptor; errno is that of the first failure.
+/// Closes what was written, well or not. errno is that of the first failure.
 bool finish(int fd, bool well)
 {
-    const int reason = errno;
-    const bool closed = close(fd) == 0;
-    errno = well ? errno : reason;
-    return well && closed;
-}
-
-/// The rights that a new file has.
-mode_t modeOfNewFile()
-{
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
+    if (!well) {
+        closeKeepingErrno(fd);
+        return false;
+    }
+    return close(fd) == 0;
 }
 
 /// Gives a file, which nobody else can open yet, owner, group and rights of the one that it
@@ -188,12 +183,11 @@ bool readText(const std::string& path, std::string& text)
     const bool standard = path == "-";
     const int fd = standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
     const Reading reading = fd < 0 ? Reading::FAILED : pmDataFile::readAll(fd, text);
-    const int reason = errno;
     if (fd >= 0 && !standard) {
-        close(fd);
+        closeKeepingErrno(fd);
     }
     if (reading == Reading::FAILED) {
-        tell(path + ": cannot be read: " + std::strerror(reason));
+        tellReason(path + ": cannot be read");
     } else if (reading == Reading::TOO_LARGE) {
         tell(path + ": is too large for a PM data file");
     }
@@ -237,7 +231,11 @@ int writeOutput(const std::string& path, const std::string& text, Existing exist
     if (written) {
         return STATUS_GOOD;
     }
-    errno == EEXIST ? tellExisting(path) : tell(because(path + ": cannot be written"));
+    if (errno == EEXIST) {
+        tellExisting(path);
+    } else {
+        tellReason(path + ": cannot be written");
+    }
     return STATUS_TROUBLE;
 }
 

@@ -301,7 +301,7 @@ std::string valueText(const Row& row, std::span<const std::uint8_t> value)
     if (row.format == Format::RATIO && number > 0) {
         text = ratioText(number);
     } else if (row.format == Format::COUNT) {
-        text = std::to_string(number);
+        text = formatted("%d", number);
     } else if (row.format == Format::TEXT) {
         text = quoted(value);
     } else if (row.format == Format::VERSION) {
