@@ -11,6 +11,8 @@
 #include <cstring>
 #include <random>
 
+#include "descriptor.h"
+
 namespace virtualboard {
 
 namespace {
@@ -69,9 +71,7 @@ BoardState makeFactoryState()
 bool publish(int fd, const std::string& temporary, const std::string& path)
 {
     BoardState state = makeFactoryState();
-    const mode_t mask = umask(0);
-    umask(mask);
-    return fchmod(fd, 0666 & ~mask) == 0 && writeState(fd, state)
+    return fchmod(fd, modeOfNewFile()) == 0 && writeState(fd, state)
            && (link(temporary.c_str(), path.c_str()) == 0
                || errno == EEXIST
                // Not every file system has links.

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "descriptor.h"
+
 namespace virtualboard {
 
 int openAboveStreams(const char* path, int flags)
@@ -15,9 +17,7 @@ int openAboveStreams(const char* path, int flags)
         return fd;
     }
     const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const int reason = errno;
-    close(fd);
-    errno = reason;
+    closeKeepingErrno(fd);
     return above;
 }
 

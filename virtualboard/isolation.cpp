@@ -14,6 +14,8 @@
 #include <iterator>
 #include <vector>
 
+#include "descriptor.h"
+
 namespace virtualboard {
 
 namespace {
@@ -26,11 +28,9 @@ bool writeFile(const char* path, const std::string& text)
     const int fd = open(path, O_WRONLY | O_CLOEXEC);
     const bool written =
         fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    const int reason = errno;
     if (fd >= 0) {
-        close(fd);
+        closeKeepingErrno(fd);
     }
-    errno = reason;
     return written;
 }
 

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "descriptor.h"
+
 namespace virtualboard {
 
 namespace {
@@ -35,9 +37,7 @@ Session* openSession(const char* folder)
             memory = mmap(nullptr, sizeof(Session), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         }
     }
-    const int reason = errno;
-    close(fd);
-    errno = reason;
+    closeKeepingErrno(fd);
     return memory == MAP_FAILED ? nullptr : static_cast<Session*>(memory);
 }
 
