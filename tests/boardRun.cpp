@@ -21,10 +21,15 @@ BoardRun::BoardRun()
     }
     std::string error;
     EXPECT_TRUE(virtualboard::createBoard(path("board"), error)) << error;
-    setenv("PMADMIN", EMULATOR " " PMADMIN, 1);
-    setenv("PMFILE", EMULATOR " " PMFILE, 1);
-    setenv("VIRTUAL_BOARD", EMULATOR " " VIRTUAL_BOARD " --board board", 1);
-    setenv("EXAMPLES", EXAMPLES, 1);
+    // By a link, as command lines split what stands in variables at blanks.
+    std::filesystem::create_symlink(BUILD, path("build"));
+    std::filesystem::create_symlink(EXAMPLES, path("examples"));
+    const std::string build = EMULATOR " " + path("build");
+    setenv("PMADMIN", (build + "/src/pmadmin").c_str(), 1);
+    setenv("PMFILE", (build + "/src/pmfile").c_str(), 1);
+    setenv("BUS_USER", (build + "/tests/busUser").c_str(), 1);
+    setenv("VIRTUAL_BOARD", (build + "/virtualboard/virtual-board --board board").c_str(), 1);
+    setenv("EXAMPLES", path("examples").c_str(), 1);
 }
 
 BoardRun::~BoardRun()
@@ -40,9 +45,8 @@ Outcome BoardRun::run(const std::string& command, const std::string& boardOption
     for (const char* name : {"log", "bus"}) {
         std::filesystem::remove(path(name));
     }
-    const std::string line =
-        "cd " + m_folder + " && " EMULATOR " " VIRTUAL_BOARD " --board board --log log --bus-log bus --time-scale 0 "
-        + boardOptions + " -- " + command + " >output 2>errors </dev/null";
+    const std::string line = "cd " + m_folder + " && $VIRTUAL_BOARD --log log --bus-log bus --time-scale 0 "
+                             + boardOptions + " -- " + command + " >output 2>errors </dev/null";
     const int status = std::system(line.c_str());
     std::string errors = readFile(path("errors"));
     if (EMULATOR[0] != '\0') {

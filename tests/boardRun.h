@@ -29,8 +29,9 @@ protected:
     BoardRun();
     ~BoardRun() override;
 
-    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN and $PMFILE stand for the tools,
-    /// $VIRTUAL_BOARD for another launcher on it, $EXAMPLES for the folder of the example files.
+    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN, $PMFILE and $BUS_USER stand for
+    /// the programs, $VIRTUAL_BOARD for another launcher on it, $EXAMPLES for the folder of the example files; `build`
+    /// is the build's.
     Outcome run(const std::string& command, const std::string& boardOptions = "") const;
 
     /// A file of the test's own folder.

@@ -1,13 +1,15 @@
 #!/bin/sh
 # On a machine with I2C buses of its own virtual-board hides them from its command, and from nobody
-# else. Such a machine is made here, in a mount namespace. Usage: isolation.sh VIRTUAL_BOARD PMADMIN
+# else. Such a machine is made here, in a mount namespace. Usage: isolation.sh BUILD_FOLDER
 # shellcheck disable=SC2016,SC2086 # an inner shell expands it; options
 set -u
-if [ "${3-}" != inside ]; then
+unset CDPATH
+umask 022
+if [ "${2-}" != inside ]; then
     mounts='--mount --propagation unchanged'
     unshare $mounts true 2>/dev/null || mounts="--map-root-user $mounts"
     unshare $mounts true || { echo "skipped: this machine allows no mount namespace"; exit 77; }
-    exec unshare $mounts sh "$0" "$1" "$2" inside
+    exec unshare $mounts sh "$0" "$1" inside
 fi
 # In a chroot the root may be no mount.
 mount --make-rprivate / 2>/dev/null || mount --make-rprivate /dev || exit 1
@@ -22,7 +24,10 @@ ln -s /proc/self/fd dev/fd
 echo secret | tee dev/i2c-0 >dev/i2c-17
 mkdir dev/i2c-1 && ln -s nowhere dev/i2c-2 # no buses
 mount --rbind dev /dev && mount --make-rshared /dev || exit 1 # what is mounted there would spread
-cd user || exit 1
+# The programs, where others may enter.
+mkdir build && (cd "$1" && cp -r --parents virtualboard/virtual-board src/pmadmin lib/pmadmin "$work/build") &&
+    chmod -R a+rX build && cd user || exit 1
+set -- "$work/build/virtualboard/virtual-board" "$work/build/src/pmadmin"
 failed=0
 
 # expect WHAT STATUS OUTPUT COMMAND... - compares status and output, errors included.
