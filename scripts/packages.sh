@@ -15,8 +15,57 @@ debian_mirror() {
         head -n 1
 }
 
+# How often, and after how long, apt-get is tried again while another package manager is at work.
+APT_WAITS=120
+APT_WAIT_S=5
+
+# command_of PACKAGE - prints the command that a package is needed for; nothing for a library, which
+# CMake looks for.
+command_of() {
+    case $1 in
+    lib* | python3-* | googletest) ;;
+    binutils) echo readelf ;;
+    dpkg-dev) echo dpkg-architecture ;;
+    g++-*) echo "${1#g++-}-g++" ;;
+    gnuplot-nox) echo gnuplot ;;
+    i2c-tools) echo i2cdetect ;;
+    ninja-build) echo ninja ;;
+    qemu-user-static) echo qemu-arm-static ;;
+    srecord) echo srec_info ;;
+    *) echo "$1" ;;
+    esac
+}
+
+# need_commands PACKAGE... - where there is no dpkg: names the commands that are missing, and ends.
+need_commands() {
+    missing=
+    for package in "$@"; do
+        program=$(command_of "$package")
+        [ -z "$program" ] || PATH=$PATH:/usr/sbin:/sbin command -v "$program" >/dev/null ||
+            missing="$missing $program"
+    done
+    [ -n "$missing" ] || return 0
+    echo "These commands are missing, and without dpkg they can't be installed here:$missing" >&2
+    exit 1
+}
+
+# apt_get ARGUMENT... - runs apt-get with the rights of $as_root, its messages in $log. Repeats
+# it while another package manager is at work: for some of the locks apt-get has no waiting option.
+apt_get() {
+    until $as_root env LC_ALL=C DEBIAN_FRONTEND=noninteractive apt-get -q "$@" >"$log" 2>&1; do
+        grep -q 'Could not get lock' "$log" && [ "$waits" -gt 0 ] || return 1
+        [ "$waits" -lt $APT_WAITS ] || echo "Waiting for another package manager, up to ten minutes:" \
+            "$(grep -m 1 -o 'Could not get lock.*' "$log")"
+        waits=$((waits - 1))
+        sleep $APT_WAIT_S
+    done
+}
 # need PACKAGE... - installs those that are missing; says which and ends when it can't.
 need() {
+    if ! command -v dpkg >/dev/null; then
+        need_commands "$@"
+        return
+    fi
     missing=
     for package in "$@"; do
         dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
@@ -34,10 +83,9 @@ need() {
     fi
     echo "Installing:$missing"
     log=$(mktemp)
+    waits=$APT_WAITS
     # shellcheck disable=SC2086 # the list is meant to be split
-    if ! { $as_root apt-get update -q &&
-        $as_root env DEBIAN_FRONTEND=noninteractive \
-            apt-get install -y -q --no-install-recommends $missing; } >"$log" 2>&1; then
+    if ! { apt_get update && apt_get install -y --no-install-recommends $missing; }; then
         tail -n 5 "$log" >&2
         rm -f "$log"
         echo "These packages could not be installed:$missing" >&2
