@@ -4,6 +4,7 @@
 # board, and go without leaving anything.
 # Needs root, and the packages cmake, lintian and mmdebstrap.
 set -eu
+unset CDPATH
 # shellcheck source=scripts/packages.sh
 . "$(dirname "$0")/../scripts/packages.sh"
 

@@ -3,6 +3,7 @@
 # programs, libraries and packages are the same bytes.
 # Needs the packages that a build needs, and git.
 set -eu
+unset CDPATH
 
 source=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)

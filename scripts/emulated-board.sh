@@ -3,6 +3,7 @@
 # and at address 0x74 of /dev/i2c-0 QEMU's model of a sibling of the MAX34460. What it downloads
 # stays in build/emulated-board; remove that folder to fetch it afresh.
 set -eu
+unset CDPATH
 
 usage() {
     cat <<'TEXT'
@@ -12,8 +13,8 @@ Lays FOLDER over the board's root folder, runs the shell command line COMMAND th
 output and ends with its status; 125 if the board did not come that far, within five minutes.
 Without COMMAND you get a shell, which ends with `exit`.
 
-Afterwards FOLDER/results holds what a command left in /results, and the file `bus`: the
-transfers that the chip saw, as in the bus log of virtual-board(1).
+Afterwards FOLDER/results, which must not be there before, holds what a command left in /results,
+and the file `bus`: the transfers that the chip saw, as in the bus log of virtual-board(1).
 
 The board is 32-bit Arm (Debian's armhf). It has busybox, ipcs, i2c-tools in /usr/sbin (by its
 name alone the shell runs a program of busybox), and the C++ runtime of the cross compiler.
@@ -40,6 +41,10 @@ if [ $# -lt 1 ] || [ $# -gt 2 ] || [ ! -d "$1" ]; then
 fi
 folder=$(cd "$1" && pwd)
 command=${2-}
+if [ -n "$command" ] && [ -e "$folder/results" ]; then
+    echo "$0: $folder/results is there already; remove it, or move it away" >&2
+    exit $NOT_FINISHED
+fi
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need qemu-system-arm cpio libc6-armhf-cross libgcc-s1-armhf-cross libstdc++6-armhf-cross
@@ -187,7 +192,6 @@ if [ -z "$status" ]; then
     echo "$0: the emulated board did not come to the end of the command" >&2
     exit $NOT_FINISHED
 fi
-rm -rf "$folder/results"
 mkdir "$folder/results"
 sed -n "/^-- $mark results$/,/^-- $mark status /p" "$work/console" | grep -v '^--' | base64 -d |
     tar -xz -C "$folder/results"

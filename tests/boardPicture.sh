@@ -2,6 +2,7 @@
 # In docs/board-a.svg each mark and text is what pmfile-plot draws today, and where; the rest differs
 # between versions of matplotlib. Usage: boardPicture.sh PMFILE_PLOT
 set -eu
+unset CDPATH
 if ! /usr/bin/python3 -c 'import matplotlib' 2>/dev/null; then
     echo "skipped: python3-matplotlib is missing"
     exit 77

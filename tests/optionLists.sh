@@ -3,6 +3,7 @@
 # catalogue, and its complaints those of pmfile. Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT,
 # which but for the last, a script, run under $EMULATOR if that is set.
 # shellcheck disable=SC2086 # an emulator may have arguments
+unset CDPATH
 cd "$(dirname "$0")/../docs" || exit 1
 failed=0
 
