@@ -18,9 +18,9 @@ namespace virtualboard {
 struct BoardState {
     std::array<char, 16> magic;
     std::uint8_t format;
-    std::uint8_t hardwareKnown; ///< 0: the hardware version can't be had
+    std::uint8_t hardwareKnown; ///< 0: the hardware version is unknown
     std::array<std::uint8_t, 4> hardwareVersion;
-    std::array<std::uint8_t, 4> id; ///< random, makes the lock's key the board's own
+    std::array<std::uint8_t, 4> id; ///< random, makes the lock's key unique
     Memory chip;
     std::array<std::uint8_t, 4> checksum; ///< of everything before it
 };
@@ -33,23 +33,23 @@ bool createBoard(const std::string& path, std::string& error);
 /// Holds a board for as long as the object lives; FileLock says what that means.
 class BoardAccess {
 public:
-    /// Waits for the board, then loads it. Ask `isOpen` for the outcome.
+    /// Waits for the board, then loads it. `isOpen` tells whether that succeeded.
     explicit BoardAccess(const char* path);
 
     bool isOpen() const { return m_error.empty(); }
-    /// Why the board could not be had or saved, with the file's name.
+    /// Why the board could not be opened or saved, with the file's name.
     const std::string& error() const { return m_error; }
 
     Memory& chip() { return m_state.chip; }
 
-    /// False: the board doesn't tell its hardware version.
+    /// False: the board does not report a hardware version.
     bool hardwareVersion(int& version) const;
     void setHardwareVersion(bool known, int version);
 
     /// The System V key that stands for `key` on this board. Never IPC_PRIVATE.
     key_t privateKey(key_t key) const;
 
-    /// Puts changes back into the file. False with `error` set if it can't.
+    /// Writes changes back to the file. False, with `error` set, on failure.
     bool save();
 
 private:

@@ -17,7 +17,7 @@ namespace virtualboard {
 
 namespace {
 
-// Behind a board's last byte, apart from the byte that each transfer locks.
+// After a board's last byte, apart from the byte that each transfer locks.
 constexpr long USERS_BYTE = 1 << 20;
 
 // Whether the path still leads to this file.
@@ -29,7 +29,7 @@ bool isNamed(int fd, const std::string& path)
            && opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-// Removes the lock that the runs on a board share, unless one holds it.
+// Removes the lock that the runs on a board share, unless a run holds it.
 bool removeSemaphore(key_t key, const std::string& path, std::string& error)
 {
     const int set = semget(key, 0, 0);
@@ -66,7 +66,7 @@ int useBoard(const std::string& path, std::string& error)
         if (!used) {
             break;
         }
-        // It was removed in between: another one takes its place.
+        // It was removed in the meantime: make another one.
     }
     return -1;
 }

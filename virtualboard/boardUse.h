@@ -1,4 +1,4 @@
-// Who uses a board: each launcher while it runs, so that nobody removes the board meanwhile. Used
+// Who uses a board: each launcher while it runs, so that no one removes the board meanwhile. Used
 // by the launcher.
 #pragma once
 
@@ -12,7 +12,7 @@ namespace virtualboard {
 int useBoard(const std::string& path, std::string& error);
 
 /// Removes the board's semaphore and its file. False, with the reason in `error`, if it can't, and
-/// while somebody uses the board or its lock is taken.
+/// while the board is in use or its lock is taken.
 bool removeBoard(const std::string& path, std::string& error);
 
 } // namespace virtualboard

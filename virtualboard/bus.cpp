@@ -59,7 +59,7 @@ struct Wire {
 
 struct Outcome {
     int error = 0;       // or the errno
-    bool killed = false; // the process is to be
+    bool killed = false; // whether to kill the process
     Wire wire;
 };
 
@@ -123,7 +123,7 @@ Outcome Transfer::run()
     return {error, fault != nullptr && fault->kills, m_wire};
 }
 
-// Shows what a transfer that doesn't reach the chip tried to say.
+// Shows what a transfer that doesn't reach the chip tried to send.
 void Transfer::attempt(int error)
 {
     m_wire.start(m_messages[0]);
@@ -155,7 +155,7 @@ int Transfer::perform()
 int Transfer::write(const i2c_msg& message, bool readFollows)
 {
     if (message.len == 0) {
-        return 0; // SMBus quick command: the chip acknowledges, that is all
+        return 0; // SMBus quick command: the chip only acknowledges
     }
     const Memory before = m_board.chip();
     const int page = m_chip.page();
@@ -210,7 +210,7 @@ void Transfer::receive(const i2c_msg& message, std::size_t from, std::size_t cou
     m_wire.carry(message.buf + from, count);
 }
 
-// Counts a transfer that is over, and shows it.
+// Counts a completed transfer, and logs it.
 void account(Session& session, const Outcome& outcome)
 {
     const auto& [error, killed, wire] = outcome;
@@ -251,7 +251,7 @@ int transfer(Session& session, i2c_msg* messages, std::size_t count)
         }
         outcome = Transfer(session, board, messages, count).run();
     }
-    // Nobody waits for the board while a log is slow to take its line.
+    // The board is free again while a slow log takes its line.
     account(session, outcome);
     return outcome.error;
 }

@@ -1,5 +1,5 @@
 // The chip: its memory and what it does with the messages that reach it. Used by the bus, which
-// decides what reaches it, and by whoever sets up a board.
+// decides what reaches it, and by the code that sets up a board.
 #pragma once
 
 #include <array>
@@ -19,15 +19,14 @@ struct Memory {
     Image flash;
 };
 
-/// The bytes of register `code` as `page` shows it, or null if it has none there. They belong to
+/// The bytes of register `code` on `page`, or null if it is not there. They belong to
 /// `image`; the count is findRegister(code)->size.
 std::uint8_t* bytesOf(Image& image, int code, int page);
 
 /// Both images as they leave the factory.
 void makeFactoryMemory(Memory& memory);
 
-/// What happens when the chip gets power: configuration comes from flash, the rest takes its fixed
-/// values.
+/// Power-up: the configuration comes from flash, the rest takes its fixed values.
 void powerUp(Memory& memory);
 
 /// The chip for the length of one transfer, from start to stop.
@@ -38,7 +37,7 @@ public:
     /// The selected page.
     int page() const;
 
-    /// Takes a write message and carries it out, unless a repeated start for a read follows it.
+    /// Carries out a write message, unless a repeated start for a read follows it.
     /// Returns how many of the bytes were acknowledged; the first that isn't ends the transfer.
     std::size_t receive(const std::uint8_t* bytes, std::size_t count, bool readFollows);
 

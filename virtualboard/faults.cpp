@@ -30,7 +30,7 @@ whatever the time scale, and by transfers on a 100 kHz bus.
 
 namespace {
 
-// Reads a rule from left to right, up to the first thing that doesn't fit.
+// Parses a rule from left to right, up to the first part that doesn't fit.
 class Scanner {
 public:
     explicit Scanner(const std::string& text) : m_at(text.c_str()) {}
@@ -69,7 +69,7 @@ public:
 
     unsigned char first() const { return static_cast<unsigned char>(*m_at); }
 
-    // Always false: `what` should stand here.
+    // Always false: `what` is expected here.
     bool fail(const std::string& what)
     {
         m_error = "expected " + what
@@ -84,7 +84,7 @@ private:
     std::string m_error;
 };
 
-// Behind "code=", "stuck=" or "keep=": XX[@PAGE].
+// After "code=", "stuck=" or "keep=": XX[@PAGE].
 bool parseRegister(Scanner& scan, Fault& fault)
 {
     std::uint64_t code = 0;
@@ -121,7 +121,7 @@ bool parseWhen(Scanner& scan, Fault& fault)
         fault.last = fault.first;
         return true;
     }
-    // Without a number behind it the range is open.
+    // Without a second number the range is open.
     return std::isdigit(scan.first()) == 0
            || scan.number(10, fault.first, ALWAYS - 1, "a transfer not before the first",
                           fault.last);

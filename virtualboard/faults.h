@@ -1,5 +1,5 @@
 // Fault rules and their grammar. Used by the launcher, which parses them, and by the session, which
-// finds the one that strikes.
+// finds the one that applies.
 #pragma once
 
 #include <cstdint>
@@ -18,13 +18,13 @@ inline constexpr std::uint64_t ALWAYS = UINT64_MAX;
 /// One rule, plain data for the session's shared memory.
 struct Fault {
     FaultKind kind = FaultKind::TRANSFER;
-    int error = 0;           ///< errno of what fails; 0: nothing does
-    bool kills = false;      ///< the process is killed when that is done
+    int error = 0;           ///< errno of the failure; 0: nothing fails
+    bool kills = false;      ///< the process is killed afterwards
     int code = ANY;          ///< of the register that it concerns
     int page = ANY;          ///< that the chip has selected
     std::uint64_t first = 0; ///< transfers, counted from 1 over the run
     std::uint64_t last = ALWAYS;
-    std::uint64_t every = 1;      ///< only multiples of it
+    std::uint64_t every = 1;      ///< only multiples of this number
     std::uint64_t times = ALWAYS; ///< how often it may still strike
     bool struck = false;          ///< at least once
     std::uint64_t mask = 0;       ///< STUCK: these bits of the number read ...
@@ -32,8 +32,8 @@ struct Fault {
     std::uint64_t silence = 0;    ///< STORE_SILENT: microseconds
 };
 
-/// Parses RULE as FAULT_HELP says; false, with what is wrong at which part of it in `error`, if it
-/// is none.
+/// Parses RULE as FAULT_HELP describes. False, with what is wrong and where in `error`, if it is
+/// not a rule.
 bool parseFault(const std::string& rule, Fault& fault, std::string& error);
 
 } // namespace virtualboard

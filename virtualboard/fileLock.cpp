@@ -47,7 +47,7 @@ FileLock::FileLock(const char* path)
 FileLock::~FileLock()
 {
     if (m_fd >= 0) {
-        // Said aloud, for a child forked meanwhile may hold the descriptor too.
+        // Unlock explicitly: a child forked meanwhile may hold the descriptor, too.
         lockByte(m_fd, F_OFD_SETLK, F_UNLCK, 0);
         close(m_fd);
     }

@@ -18,7 +18,7 @@ int lockByte(int fd, int command, short type, long byte);
 
 /// Holds the lock of an existing file for as long as the object lives. Everyone else waits, this
 /// process's threads too. Meanwhile signals wait and the thread is not cancelled: a handler that
-/// wants the lock would wait for ever, and what is done under it would end halfway.
+/// wants the lock would wait for ever, and a cancelled thread would leave its work half done.
 class FileLock {
 public:
     explicit FileLock(const char* path);
@@ -26,9 +26,9 @@ public:
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
 
-    /// 0, or the errno that kept the lock from being had.
+    /// 0, or the errno with which locking failed.
     int error() const { return m_error; }
-    /// Of the file, open for reading and writing; the lock's own.
+    /// The file, open for reading and writing; owned by the lock.
     int fd() const { return m_fd; }
 
 private:

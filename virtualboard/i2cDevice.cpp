@@ -59,8 +59,8 @@ int carryOut(Session& session, i2c_msg* messages, std::size_t count)
     return error == 0 ? 0 : fail(error);
 }
 
-// SMBus transactions become the messages that the kernel makes of them for a bus that knows plain
-// I2C: one that is written, then one that is read.
+// SMBus transactions become the messages that the kernel makes of them for a plain I2C bus: one
+// that is written, then one that is read.
 
 int writeSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned address)
 {
@@ -199,7 +199,7 @@ int deviceRequest(Session& session, unsigned long request, void* argument, unsig
         return bind(session, request, number, address);
     case I2C_TENBIT:
     case I2C_PEC:
-        return 0; // noted, but this bus has neither long addresses nor check bytes
+        return 0; // accepted, but this bus has neither long addresses nor check bytes
     case I2C_RETRIES:
     case I2C_TIMEOUT:
         return number <= INT_MAX ? 0 : fail(EINVAL);

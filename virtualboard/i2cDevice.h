@@ -6,7 +6,7 @@
 
 namespace virtualboard {
 
-/// Answers `ioctl(fd, request, argument)` on the bus as the kernel would: -1 with errno on failure,
+/// Answers `ioctl(fd, request, argument)` on the bus as a kernel does: -1 with errno on failure,
 /// else 0, or the number of messages of I2C_RDWR. `address` is what the descriptor is bound to; it
 /// starts at 0.
 int deviceRequest(Session& session, unsigned long request, void* argument, unsigned& address);

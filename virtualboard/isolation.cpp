@@ -35,7 +35,7 @@ bool writeFile(const char* path, const std::string& text)
 }
 
 // A namespace of users, in which everyone may mount, with the caller's own identity in it. Programs
-// with the set-user-id bit could not become anybody else there: they are to fail aloud.
+// with the set-user-id bit could not change the user there, and must fail visibly.
 bool enterUserNamespace()
 {
     const std::string user = std::to_string(geteuid());
@@ -46,7 +46,7 @@ bool enterUserNamespace()
            && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
 }
 
-// What is mounted from here on stays in this namespace. In a chroot the root may be no mount.
+// Later mounts stay in this namespace. In a chroot the root may not be a mount.
 bool keepMounts()
 {
     return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0

@@ -7,8 +7,8 @@
 namespace virtualboard {
 
 /// Hides /dev/i2c-* behind /dev/null from this process and those that it starts, if the machine has
-/// any; nobody else sees a difference. False, with the reason in `error`, if the kernel doesn't
-/// allow it. To be called by a process of one thread.
+/// any; other processes see no difference. False, with the reason in `error`, if the kernel doesn't
+/// allow it. Call it while the process has one thread.
 bool hideBuses(std::string& error);
 
 } // namespace virtualboard

@@ -1,5 +1,5 @@
-// virtual-board: runs a command with a virtual board in the place of the real one. Readies the
-// board and the session, hides the machine's own buses, runs the command, and reports.
+// virtual-board: runs a command with a virtual board in place of the real one. Prepares the board
+// and the session, hides the machine's own buses, runs the command, and reports.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -96,7 +96,7 @@ void printSummary(const Session& session)
                  session.bits % BITS_PER_MS);
 }
 
-// What was written to the bus without a request, in words; empty if nothing was.
+// A message about what was written to the bus without a request; empty if nothing was.
 std::string findStrayBytes(const std::filesystem::path& folder)
 {
     constexpr int SHOWN = 16;
@@ -123,7 +123,7 @@ std::string findStrayBytes(const std::filesystem::path& folder)
                             + " without a request:" + first;
 }
 
-// What an operator must know who believes to have rehearsed something.
+// Reports what an operator must know about the rehearsal.
 void report(const Options& options, const Session& session)
 {
     for (std::size_t i = 0; i < options.rules.size(); ++i) {
@@ -143,7 +143,7 @@ void report(const Options& options, const Session& session)
     }
 }
 
-// Runs the command on the board that is ready, and returns its status.
+// Runs the command on the prepared board, and returns its status.
 int runOnBoard(const Options& options, std::string libraries, char** command)
 {
     std::string error;

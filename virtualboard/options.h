@@ -1,4 +1,4 @@
-// What the launcher's command line asks for. Used by the launcher.
+// The launcher's command line. Used by the launcher.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 
 namespace virtualboard {
 
-/// The options, taken from the command line and not yet acted upon.
+/// The options from the command line.
 struct Options {
     std::string board = "virtual-board.state";
     bool remove = false;
@@ -27,8 +27,8 @@ struct Options {
     bool changesBoard() const { return powerCycle || setHardwareVersion || model; }
 };
 
-/// Takes the options; optind is at the command then. What is wrong ends the launcher, and so do
-/// --help and --version.
+/// Parses the options; afterwards optind is at the command. Errors, --help and --version end the
+/// launcher.
 Options parseOptions(int argc, char** argv);
 
 /// Ends the launcher with a message and the status of a wrong option or board.

@@ -23,7 +23,7 @@ struct Register : catalogue::Row {
     std::uint8_t copies;  ///< 12 by channel, 5 by sensor, 1 for the device, 0 without data
     std::uint16_t offset; ///< of the first copy in an image, bytes in bus order
 
-    /// Where in an image the copy for `page` lies, one on which it has access.
+    /// Offset in an image of the copy for `page`, on which the register must have access.
     constexpr std::size_t positionOn(int page) const
     {
         if (copies <= 1 || page == Command::ALL_PAGES) {
@@ -52,8 +52,8 @@ constexpr auto makeRegisters()
     std::size_t offset = 0;
     for (std::size_t i = 0; i < table.size(); ++i) {
         const catalogue::Row& row = catalogue::ROWS[i];
-        // What page 255 shows is one register for the device; OPERATION alone is written there on
-        // behalf of all channels.
+        // Page 255 shows one register for the device; only OPERATION is written there on behalf of
+        // all channels.
         const bool shared = row.deviceAccess != Command::NO && row.code != Operation::CODE;
         const int group = row.channelAccess != Command::NO ? CHANNEL_COUNT : SENSOR_COUNT;
         const int copies = row.size == 0 ? 0 : shared ? 1 : group;
@@ -72,7 +72,7 @@ inline constexpr std::size_t IMAGE_SIZE =
 /// The register with this code, or null.
 const Register* findRegister(int code);
 
-/// Writes what one copy of `reg` holds from the factory to `bytes`, `reg.size` bytes.
+/// Writes the factory value of one copy of `reg` to `bytes`, `reg.size` bytes.
 void factoryValue(const Register& reg, int copy, std::uint8_t* bytes);
 
 } // namespace virtualboard

@@ -17,7 +17,7 @@ namespace virtualboard {
 
 namespace {
 
-// What shells return for a command that can't be run, isn't there, was killed.
+// What shells return for a command that can't be run, isn't found, or was killed.
 constexpr int STATUS_NOT_EXECUTABLE = 126;
 constexpr int STATUS_NOT_FOUND = 127;
 constexpr int STATUS_SIGNAL = 128;
@@ -32,7 +32,7 @@ std::string environment(const char* name)
     return value == nullptr ? "" : value;
 }
 
-// Our libraries first, then the caller's others: an outer launcher's gives way.
+// Our libraries first, then the caller's, without those of an outer launcher.
 void setEnvironment(const std::string& libraries, const char* sessionFolder)
 {
     std::string preload = libraries + "/" + SHIM;
@@ -60,7 +60,7 @@ void setEnvironment(const std::string& libraries, const char* sessionFolder)
 }
 
 // Waits for the command and returns its status as shells do. Signals meant to end the launcher are
-// passed on to it; those of the terminal reach it by themselves.
+// passed on to it; those of the terminal reach it anyway.
 int waitFor(pid_t command, const sigset_t& signals)
 {
     int status = 0;

@@ -6,7 +6,7 @@
 namespace virtualboard {
 
 /// Finds the folder with the shim and the stand-ins for the board's libraries. False, with the
-/// reason in `error`, if they are not where they belong.
+/// reason in `error`, if they are not in their place.
 bool findLibraries(std::string& folder, std::string& error);
 
 /// The dynamic loader splits its lists of libraries at spaces and colons. If the folder's path has

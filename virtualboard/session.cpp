@@ -41,7 +41,7 @@ Session* openSession(const char* folder)
     return memory == MAP_FAILED ? nullptr : static_cast<Session*>(memory);
 }
 
-// Returns 0 or the errno. A line cut short is a full disk.
+// Returns 0 or the errno. A line that is written only in part means a full disk.
 int writeWhole(int fd, const std::string& line)
 {
     const ssize_t written = TEMP_FAILURE_RETRY(write(fd, line.data(), line.size()));
@@ -82,7 +82,7 @@ Fault* strikingFault(Session& session, FaultKind kind, int code, int page)
         return nullptr;
     }
     fault->struck = true;
-    --fault->times; // ALWAYS outlasts every run
+    --fault->times; // ALWAYS is more than any run has
     return fault;
 }
 
@@ -139,7 +139,7 @@ void appendLine(const Session& session, const char* log, const std::string& line
     }
     if (std::strcmp(log, "-") == 0) {
         writeWhole(STDERR_FILENO, text);
-        return; // a closed stderr has nowhere to complain
+        return; // stderr itself is closed: there is nowhere to report it
     }
     const int fd = openAboveStreams(log, O_WRONLY | O_APPEND | O_CREAT);
     const int error = fd < 0 ? errno : writeWhole(fd, text);

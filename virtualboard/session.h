@@ -1,6 +1,6 @@
-// The session: what all processes under one run of the launcher share, options, fault rules,
-// counters and the virtual clock, in a temporary folder of its own. Made by the launcher or a test,
-// used by the bus and the shim.
+// The session: what all processes under one run of the launcher share (options, fault rules,
+// counters and the virtual clock), in a temporary folder of its own. Made by the launcher or a
+// test, used by the bus and the shim.
 #pragma once
 
 #include <climits>
@@ -23,13 +23,13 @@ inline constexpr std::int64_t BUS_FILE_STRIDE = 1 << 20;
 
 inline constexpr int MAX_FAULTS = 64;
 
-/// Mapped by each process from a file in the folder. Whoever changes it, or lets an order of lines
-/// in the logs follow from it, takes a turn.
+/// Mapped by each process from a file in the folder. Take a turn before changing it, and before
+/// writing lines to a log in an order that follows from it.
 struct Session {
     char folder[PATH_MAX] = ""; ///< absolute
     char board[PATH_MAX] = "";  ///< the board's memory file, absolute
     char log[PATH_MAX] = "";    ///< for syslog messages; empty: the system's; "-": stderr
-    char busLog[PATH_MAX] = ""; ///< one line a transfer; empty: none; "-": stderr
+    char busLog[PATH_MAX] = ""; ///< one line per transfer; empty: none; "-": stderr
     bool showPid = false;       ///< lines of both logs begin with the process id
     bool setTraceLevel = false;
     int traceLevel = 0;
@@ -50,19 +50,19 @@ static_assert(std::is_trivially_copyable_v<Session>);
 /// Holds the session until the result is destroyed.
 FileLock takeTurn(const Session& session);
 
-/// Counts a strike of the first matching rule and returns it, or null.
+/// Counts a use of the first matching rule and returns the rule, or null.
 Fault* strikingFault(Session& session, FaultKind kind, int code = ANY, int page = ANY);
 
 /// Puts the session into a folder of its own, which it then names, and maps it; null with the
-/// reason in `error`. The caller removes the folder in the end.
+/// reason in `error`. The caller removes the folder at the end.
 Session* shareSession(const Session& session, std::string& error);
 
 /// The session that the environment names, or null if it names none. Ends the process with a
-/// message if it can't be had: going on would reach real buses.
+/// message if it can't be used: otherwise real buses could be reached.
 Session* joinSession();
 
 /// Appends one line to a log in a single write, the newline is added here. `log` is one of the
-/// session's two. Says once on stderr if that fails.
+/// session's two. Reports a failure once on stderr.
 void appendLine(const Session& session, const char* log, const std::string& line);
 
 } // namespace virtualboard

@@ -1,4 +1,4 @@
-// What the shim answers in a board's place: whose lock it is, the hardware version, and the trace
+// What the shim answers in place of a board: the board's lock, the hardware version, and the trace
 // level that the run asks for.
 #include "shim.h"
 
@@ -15,7 +15,7 @@
 
 using namespace virtualboard;
 
-// The lock stays the kernel's own; two boards have two.
+// The lock is a semaphore of the kernel; each board has its own.
 extern "C" INTERPOSED int semget(key_t key, int count, int flags) noexcept
 {
     const Session* session = joinSession();

@@ -31,15 +31,15 @@ constexpr const char* BUS_FOLDER = "/dev";
 constexpr const char* BUS_PREFIX = "i2c-";
 constexpr const char* BUS_NAME = "i2c-0"; // there is one bus
 
-// Of a bus's file. The sticky bit, which means nothing on a file, tells it from all others.
+// Mode of a bus's file. The sticky bit, which means nothing on a file, distinguishes it.
 constexpr mode_t BUS_FILE_MODE = S_ISVTX | S_IRUSR | S_IWUSR;
 
-// The name of an I2C device in /dev, if the path leads to one in whatever spelling; else null.
+// The name of an I2C device in /dev, if the path leads to one, however it is written; else null.
 const char* busName(int folder, const char* path)
 {
     const char* slash = path == nullptr ? nullptr : std::strrchr(path, '/');
     const char* name = slash == nullptr ? path : slash + 1;
-    // The session comes last: joining it opens its file.
+    // Check the session last: joining it opens its file.
     if (name == nullptr || std::strncmp(name, BUS_PREFIX, std::strlen(BUS_PREFIX)) != 0
         || joinSession() == nullptr) {
         return nullptr;

@@ -38,7 +38,7 @@ std::string logLine(int priority, const std::string& message)
     return line;
 }
 
-// Takes the message if the run keeps its own log; false: the system's is meant.
+// Writes the message to the run's own log; false if it has none and the system's log is meant.
 bool logMessage(int priority, const char* format, va_list arguments)
 {
     const Session* session = joinSession();
@@ -50,7 +50,7 @@ bool logMessage(int priority, const char* format, va_list arguments)
     }
     char* text = nullptr;
     if (vasprintf(&text, format, arguments) < 0) {
-        return true; // no memory: syslog itself says nothing then
+        return true; // out of memory: syslog itself reports nothing then
     }
     std::string message(text);
     std::free(text);
