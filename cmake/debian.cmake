@@ -1,5 +1,5 @@
 # Cross build for another architecture that Debian has a compiler for. The presets name it
-# in DEBIAN_ARCHITECTURE. Programs that the build runs, the tests above all, run under emulation.
+# in DEBIAN_ARCHITECTURE. Programs that the build runs, mainly the tests, run under emulation.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES DEBIAN_ARCHITECTURE)
 execute_process(COMMAND dpkg-architecture -a${DEBIAN_ARCHITECTURE} -qDEB_HOST_MULTIARCH
                 OUTPUT_VARIABLE triplet OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)

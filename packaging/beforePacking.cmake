@@ -1,5 +1,5 @@
-# Run by cpack on the files that it packs: what the packages hold depends neither on
-# the umask of who makes them, nor on the time.
+# Run by cpack on the files that it packs: the contents of the packages depend neither on
+# the umask of the user who makes them, nor on the time.
 execute_process(COMMAND chmod -R u=rwX,go=rX ${CPACK_TEMPORARY_INSTALL_DIRECTORY}
                 COMMAND_ERROR_IS_FATAL ANY)
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Makes the Debian packages of a release build and shows that they are sound: lintian
-# finds no error, and in a clean root they install, run a whole upgrade on a virtual
-# board, and go without leaving anything.
+# Makes the Debian packages of a release build and checks them: lintian finds no error,
+# and in a clean root they install, run a whole upgrade on a virtual board, and are
+# removed without leaving anything.
 # Needs root, and the packages cmake, lintian and mmdebstrap.
 set -eu
 unset CDPATH
@@ -23,7 +23,7 @@ in_root() {
         env -i HOME=/root LC_ALL=C.UTF-8 PATH=/usr/sbin:/usr/bin:/sbin:/bin sh -euc "$1"
 }
 
-# list_files - every file of the clean root, but for what package management notes.
+# list_files - every file of the clean root, except the records of package management.
 list_files() {
     (cd "$root" && find . \( -path ./proc -o -path ./sys -o -path ./dev -o -path ./var/log \
         -o -path ./var/lib/dpkg -o -path ./var/lib/apt -o -path ./var/cache/apt \) -prune \

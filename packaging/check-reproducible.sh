@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the last commit twice, in different folders and time zones, and shows that
-# programs, libraries and packages are the same bytes.
+# Builds the last commit twice, in different folders and time zones, and checks that
+# programs, libraries and packages are identical.
 # Needs the packages that a build needs, and git.
 set -eu
 unset CDPATH

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Runs a command on an emulated board: a real Linux kernel, the real driver of an I2C controller,
-# and at address 0x74 of /dev/i2c-0 QEMU's model of a sibling of the MAX34460. What it downloads
-# stays in build/emulated-board; remove that folder to fetch it afresh.
+# and at address 0x74 of /dev/i2c-0 QEMU's model of a chip related to the MAX34460. Downloads are
+# kept in build/emulated-board; remove that folder to fetch them again.
 set -eu
 unset CDPATH
 
@@ -21,7 +21,7 @@ name alone the shell runs a program of busybox), and the C++ runtime of the cros
 TEXT
 }
 
-# The kernel of this release has all that the machine needs but two modules; tools of the same.
+# The kernel of this release has everything that the machine needs except two modules.
 SUITE=bookworm
 KEYRING=/usr/share/keyrings/debian-archive-keyring.gpg
 TOOLS="busybox-static i2c-tools libi2c0 util-linux"
@@ -102,7 +102,7 @@ fetch() {
     mv "$work/store" "$store"
 }
 
-# The first program of the board. The console is its only way out: behind the command's output
+# The first program of the board. The console is its only way out: after the command's output
 # come the results, packed, and the status.
 write_init() {
     cat <<'INIT'
@@ -131,7 +131,7 @@ INIT
 }
 
 # pack FOLDER CPIO-OPTION... - archives the files of FOLDER that standard input names, as the kernel
-# takes them for its first file system: several such archives one behind the other.
+# takes them for its first file system: several such archives one after the other.
 pack() {
     (cd "$1" && shift && cpio -o -H newc -R 0:0 --quiet "$@")
 }
@@ -163,7 +163,7 @@ emulate() {
 }
 
 # write_bus_log - turns the emulator's trace into transfers. The direction of a start shows only
-# in the byte behind it.
+# in the byte after it.
 write_bus_log() {
     awk '
         / start/ { starts = 1 }

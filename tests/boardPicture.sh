@@ -1,5 +1,5 @@
 #!/bin/sh
-# In docs/board-a.svg each mark and text is what pmfile-plot draws today, and where; the rest differs
+# docs/board-a.svg has the marks and texts that pmfile-plot draws today, at the same places; the rest differs
 # between versions of matplotlib. Usage: boardPicture.sh PMFILE_PLOT
 set -eu
 unset CDPATH

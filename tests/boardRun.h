@@ -21,7 +21,7 @@ struct Outcome {
     std::string output;
     std::string errors;
     std::string log; ///< syslog messages, without the line numbers of their statements
-    std::string bus; ///< one line a transfer
+    std::string bus; ///< one line per transfer
 };
 
 class BoardRun : public testing::Test {
@@ -34,7 +34,7 @@ protected:
     /// is the build's.
     Outcome run(const std::string& command, const std::string& boardOptions = "") const;
 
-    /// A file of the test's own folder.
+    /// A file in the test's own folder.
     std::string path(const std::string& name) const { return m_folder + "/" + name; }
     std::string write(const std::string& name, const std::string& content) const;
 
@@ -42,12 +42,11 @@ protected:
     virtualboard::Memory memory() const;
     void setMemory(const virtualboard::Memory& memory) const;
 
-    /// The value of the board's lock: 1 free, 0 taken, -1 if nobody has used it yet.
+    /// The value of the board's lock: 1 free, 0 taken, -1 if no one has used it yet.
     int lockValue() const;
     int lockSet() const;
 
 private:
-
     std::string m_folder;
 };
 

@@ -29,7 +29,7 @@ namespace {
 
 using namespace virtualboard;
 
-/// Carries out one transfer: "42 FF 7F" is a write, "42 r2" one with a read of two bytes behind it.
+/// Carries out one transfer: "42 FF 7F" is a write, "42 r2" a write followed by a read of two bytes.
 /// Returns the bytes read, "" if there are none, or the errno's name.
 std::string carryOut(Session& session, const std::string& transfer)
 {
@@ -65,7 +65,7 @@ protected:
     ~BoardTest() override { std::filesystem::remove_all(m_session.folder); }
 
     /// Carries out steps, separated by "; ": transfers, fault rules, or "cml", which answers STATUS_CML
-    /// and clears it. The answer of each stands behind " = ".
+    /// and clears it. The answer to each follows after " = ".
     void tell(const std::string& story)
     {
         std::istringstream steps(story);
@@ -212,7 +212,7 @@ TEST_F(BoardTest, TheLauncher)
         {"--bus-log /dev/full", "$PMADMIN -a", 0, "cannot write /dev/full: No space left on device"},
         // What can't be saved was not done.
         {"", "sh -c 'trap \"\" XFSZ; ulimit -f 0; $PMADMIN -r " + modeOnly + "'", 1, ""},
-        // A signal that is to end the launcher reaches the command.
+        // A signal that ends the launcher reaches the command.
         {"", "sh -c 'trap \"exit 5\" TERM; kill $PPID; for i in $(seq 300000); do :; done'", 5, ""},
         {"", "sh -c 'trap \"exit 6\" HUP; kill -HUP $PPID; for i in $(seq 300000); do :; done'", 6, ""},
     };

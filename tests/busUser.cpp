@@ -1,4 +1,4 @@
-// A program that uses the virtual bus as a bad guest would. boardTest runs it; the argument says how.
+// A program that misuses the virtual bus. boardTest runs it; the argument tells how.
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
@@ -120,7 +120,7 @@ int main(int argc, char** argv)
     }
     ioctl(bus, I2C_SLAVE, inherited == nullptr ? 0x74L : 0x10L);
     if (story == "page") {
-        transfer(bus, I2C_SMBUS_WRITE, 0x00, 5); // with no regard to others
+        transfer(bus, I2C_SMBUS_WRITE, 0x00, 5); // without the lock
     } else if (story == "print") {
         printIntoTheBus();
     } else if (story == "spellings") {

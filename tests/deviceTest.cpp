@@ -34,7 +34,7 @@ TEST_F(DeviceTest, StartUp)
         {{-EINTR, -EINTR, -ENOENT},
          OPEN + OPEN + OPEN + "ERROR Max34460: Cannot open I2C driver /dev/i2c-0: No such file or directory\n"
              + FAILED},
-        {{0, -EINTR, -EBUSY}, // the descriptor 0 is taken as any other, but never closed
+        {{0, -EINTR, -EBUSY}, // the descriptor 0 is used like any other, but never closed
          OPEN + "ioctl 0 703 0x74\nioctl 0 703 0x74\n"
              + "ERROR Max34460: Cannot access I2C driver: Device or resource busy\n" + FAILED},
         {{1, -EINVAL},

@@ -1,5 +1,5 @@
-// main itself, compiled under another name, with the system calls replaced: all that a run does, from the command line
-// to the exit status.
+// main itself, compiled under another name, with the system calls replaced: everything that a run does, from the
+// command line to the exit status.
 #include "PowerFileHandler.h"
 
 #include <cerrno>
@@ -20,8 +20,8 @@ const Bytes OTHER(4);
 class DriverTest : public SystemTest {
 protected:
     /// Runs main with an option and, if there are entries, a file of them, at a trace level. `bus` is what is read
-    /// behind the start-up of a chip with version 2.1; the start-up stands as "START" in the result, and what is logged
-    /// of the file is left out.
+    /// after the start-up of a chip with version 2.1; the start-up appears as "START" in the result, and log lines
+    /// about the file are left out.
     std::string run(const std::string& option, const std::string& entries, const Bytes& bus = SAME, int level = 6,
                     std::uint8_t model = 0x5A) const
     {
@@ -90,7 +90,7 @@ TEST_F(DriverTest, EachActionOnAChipThatHoldsTheFile)
         {"-m", ENTRIES, 3, LOADED + NEW_ENOUGH + SUCCESS},
         {"-m", ENTRIES, -1, tooOld("-1")},
         {"-m", ENTRIES, {}, tooOld("0")},
-        {"-m", "010001", {}, tooOld("0", "0")}, // not known is not version 0
+        {"-m", "010001", {}, tooOld("0", "0")}, // an unknown version is not version 0
         {"-e", ENTRIES, 2, LOADED + LOCK + STORE + UNLOCK + SUCCESS},
         {"-v", "", 3, "START\n" + INSTALLED + SUCCESS},
         {"-a", "", 3, "START\nINFO isAccessible: Power monitor accessible\n" + SUCCESS},
@@ -129,7 +129,7 @@ TEST_F(DriverTest, WhatIsComparedAndWhatIsWritten)
         return "DEBUG compare: Read command " + code + " (try 2 times)\nsmbus 1000 read size 3: " + code
                + "\nDEBUG operator==: \nDEBUG compare: \nDEBUG compare: Data of command " + code + " equal\n";
     };
-    // Of all models, 57 does not give MFR_CHANNEL_NOMINAL back. It takes it, too.
+    // MFR_CHANNEL_NOMINAL can't be read back on the model 0x57 alone, but it can be written.
     for (const auto& [model, nominal] : {std::pair<int, std::string>{0x57, ""}, {0x56, equal("ea")}}) {
         const Bytes read = model == 0x57 ? Bytes{0x34, 0x12, 1, 2} : Bytes{0x34, 0x12, 1, 0, 1, 2};
         const std::string compared = INSTALLED + "> New version is v0.0\n" + equal("d1") + PAGE
@@ -178,7 +178,7 @@ TEST_F(DriverTest, AFileThatIsMissingOrBrokenIsNotUsed)
     EXPECT_EQ(std::string::npos, runMain({"-r"}).find("open /dev")) << "nor the chip, with a bad command line";
 }
 
-// What of the handler no run of main shows.
+// Parts of the handler that no run of main reaches.
 TEST_F(DriverTest, TheHandlersListsAndVersions)
 {
     fakeSystem.bus = {0x4D, 0x57, '0', '0', 1, 2};
@@ -193,7 +193,7 @@ TEST_F(DriverTest, TheHandlersListsAndVersions)
     }
     handler.clear(handler.getFileCommands());
     EXPECT_TRUE(handler.getFileCommands().empty());
-    // A page is taken from every command of that code and size.
+    // The page is taken from every command of that code and size.
     handler.getFileCommands() = {new ByteCommand(0, 3, 3, 3), new VoutMarginHigh};
     handler.getFileCommands()[0]->setData(reinterpret_cast<const std::uint8_t*>("\x0d"));
     EXPECT_EQ(LOCK + "smbus 1000 write size 2: 00 0d\nERROR write: Write command 25 on page 13 not allowed\n"

@@ -1,14 +1,14 @@
 #!/bin/sh
-# Runs on the emulated board: what pmadmin and pmfile do through a real kernel, with a chip model that nobody here
-# wrote; the same on the virtual board, which has to print, log and put on its bus what the kernel does; and the lock.
-# Works in /results, and prints the beginning of what is wrong.
+# Runs on the emulated board: what pmadmin and pmfile do through a real kernel, with QEMU's chip model; the same on
+# the virtual board, which must print, log and put on its bus what the kernel does; and the lock.
+# Works in /results, and prints the beginning of each difference.
 # shellcheck disable=SC2086,SC2317 # names stand for words and functions
 set -u
 tools=/usr/sbin                         # of i2c-tools; the shell has its own
 export LD_LIBRARY_PATH=/usr/lib/pmadmin # stand-ins for the libraries that a board has
 
-# The entries of the PM data file, each a code and its data: all that the chip model keeps. What
-# the device has only once has one value; the words differ from page to page.
+# The entries of the PM data file, each a code and its data: everything that the chip model keeps.
+# Registers common to the device have one value; the words differ from page to page.
 list_entries() {
     for page in 00 01 02 03 04 05 06 07 08 09 0A 0B 10 11 FF; do
         echo "00 $page"
@@ -57,7 +57,7 @@ steps() {
     step 1 pmfile check before.hex
     step 0 pmfile diff ../settings.hex before.hex
 
-    # Others see what the tool wrote, a byte, a word and a block, and the tool what they wrote.
+    # Other programs see what the tool wrote, a byte, a word and a block, and the tool sees what they wrote.
     step 0 $tools/i2cset -y 0 0x74 0x00 0x03
     step 0 $tools/i2cget -y 0 0x74 0x01
     step 0 $tools/i2cget -y 0 0x74 0x42 w
@@ -77,8 +77,8 @@ steps() {
     for trouble in without_bus with_driver without_chip; do
         $trouble step 1 pmadmin -a
         $trouble step 0 pmadmin -v
-        # Refused the address, a descriptor is for address 0, a general call: QEMU has all chips
-        # listen to that, the virtual board none.
+        # A descriptor that was refused the address is for address 0, the general call: in QEMU all
+        # chips obey that, on the virtual board none.
         [ $trouble = with_driver ] || $trouble step 1 pmadmin -E ../all.hex
     done
 }
@@ -106,8 +106,8 @@ virtual() {
     steps
 }
 
-# take_lock - makes a run hold the lock: it prints into a pipe that is full. There is no chip,
-# which it notices at once.
+# take_lock - makes a run hold the lock: it prints into a pipe that is full. Without a chip it
+# gets there at once.
 take_lock() {
     use_bus 5
     timed 0 5 pmadmin -a
@@ -126,7 +126,7 @@ take_lock() {
 value() { ipcs -s -i 0 | awk '$1 == "0" { print $2 }'; }
 hundredths() { cut -d ' ' -f 1 /proc/uptime | tr -d .; }
 
-# timed FROM TO COMMAND... - runs a command that takes so many seconds.
+# timed FROM TO COMMAND... - runs a command that takes FROM to TO seconds.
 timed() {
     from=$1 to=$2
     shift 2
@@ -176,7 +176,7 @@ cd /results || exit
 echo 3 >/etc/board-hw-version
 list_entries >entries
 make_file all.hex <entries
-# Of what a chip keeps in flash, what the device has only once stands once.
+# Settings that a chip keeps in flash; those common to the device appear once.
 awk '!/^(01|10|D[467]|DD)/ && (!/^(02|9|D[18])/ || !listed[$1]++)' entries | make_file settings.hex
 printf '%s\n' '00 03' '01 5A' '42 34 12' '9E 01 02 03 04 05 06 07 08' | make_file theirs.hex
 for world in kernel virtual turns killed; do

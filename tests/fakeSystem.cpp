@@ -40,7 +40,7 @@ void note(const std::string& line)
     fakeSystem.transcript += line + "\n";
 }
 
-/// Notes a request and returns its result, with errno set if it is a failure.
+/// Records a request and returns its result, with errno set on failure.
 int request(const std::string& line, int otherwise)
 {
     note(line);
@@ -110,7 +110,7 @@ int rdwr(int fd, const i2c_rdwr_ioctl_data& transfer)
     return result;
 }
 
-/// Notes "[TAG] file.cpp:12 (function) - text" as "TAG function: text".
+/// Records "[TAG] file.cpp:12 (function) - text" as "TAG function: text".
 void noteSyslog(int priority, const char* form, va_list arguments)
 {
     char buffer[2048];
@@ -134,7 +134,7 @@ ssize_t print(void* mark, const char* text, std::size_t size)
     return static_cast<ssize_t>(size);
 }
 
-/// A stream whose lines go to the transcript behind `mark`, each character at once.
+/// A stream whose lines go to the transcript after `mark`, each character at once.
 FILE* console(const char* mark)
 {
     FILE* stream = fopencookie(const_cast<char*>(mark), "w", {nullptr, print, nullptr, nullptr});

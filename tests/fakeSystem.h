@@ -18,11 +18,11 @@
 
 struct FakeSystem {
     std::string transcript;
-    /// The last log line as it was, behind its priority; in the transcript it is shorter.
+    /// The last log line, without its priority; in the transcript it is shorter.
     std::string lastLog;
-    /// Results of the next requests; a negative one is a failure with that errno. Behind them, requests succeed.
+    /// Results of the next requests; a negative one is a failure with that errno. After them, requests succeed.
     std::deque<int> results;
-    /// What the next reads find on the bus, byte by byte; then zeros.
+    /// The bytes that the next reads get from the bus; then zeros.
     std::deque<std::uint8_t> bus;
     /// The hardware version of the board; if empty, the query fails.
     std::optional<int> hwVersion = 3;
@@ -33,11 +33,11 @@ struct FakeSystem {
 
 extern FakeSystem fakeSystem;
 
-/// A record line of data that is given as digits, which blanks may divide; its address, type and checksum are no
+/// A record line of data that is given as digits, with optional blanks; its address, type and checksum don't
 /// matter.
 std::string asRecord(std::string digits);
 
-/// A test with a fresh system and a trace object that admits everything.
+/// A test with a fresh system and a trace object that lets everything through.
 class SystemTest : public testing::Test {
 protected:
     SystemTest();
@@ -45,8 +45,8 @@ protected:
 
     /// Returns the transcript since the last call.
     static std::string transcript() { return std::exchange(fakeSystem.transcript, ""); }
-    /// The same with what `operation` does and, if it has one, its result. What it prints stands there as lines behind
-    /// "> " (standard output) and "! " (standard error).
+    /// The same for what `operation` does, and its result if it has one. What it prints appears as lines after "> "
+    /// (standard output) and "! " (standard error).
     static std::string record(const std::function<void()>& operation);
     static std::string recordResult(const std::function<bool()>& operation);
 
@@ -55,7 +55,7 @@ protected:
 
     static void setTraceLevel(int level) { g_traceObject->m_settings->level = level; }
 
-    /// Writes a file of the test's own folder. Returns its path.
+    /// Writes a file in the test's own folder. Returns its path.
     std::string write(const std::string& name, const std::string& content) const;
 
     const std::string m_folder = testing::TempDir() + "class_tests." + std::to_string(getpid());

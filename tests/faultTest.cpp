@@ -7,7 +7,7 @@ namespace {
 
 using virtualboard::Memory;
 
-/// Every how manieth transfer is made to fail.
+/// Fail every STRIDE-th transfer.
 constexpr int STRIDE = SLOW ? 7 : 1;
 
 int count(const std::string& text, const std::string& part)
@@ -19,7 +19,7 @@ int count(const std::string& text, const std::string& part)
     return found;
 }
 
-/// One command line on a board in a known state, and how it goes without a fault.
+/// One command line on a board in a known state, and its outcome without a fault.
 class FaultTest : public BoardRun, public testing::WithParamInterface<const char*> {
 protected:
     FaultTest()
@@ -38,8 +38,8 @@ protected:
         return run("$PMADMIN " + m_action + " $EXAMPLES/small.hex", "--trace-level 6 " + options);
     }
 
-    /// Flash is the old or the new one, whole; and only registers of the file changed, though maybe to each other's
-    /// values: a PAGE entry that could not be written sends what follows it to another page.
+    /// Flash holds all old or all new settings, and only registers of the file changed, though maybe to each other's
+    /// values: if a PAGE entry could not be written, the values after it go to another page.
     void checkMemory(const std::string& name) const
     {
         const Memory now = settings(memory());
@@ -90,8 +90,8 @@ TEST_P(FaultTest, ATransferThatFailsOnceOrTwiceChangesNothing)
     }
 }
 
-// What the tool says it did, it did: whatever fails for good, a status of 0 means that the chip holds the file, and any
-// other is told.
+// The tool did what it reports: whatever fails for good, status 0 means that the chip holds the file, and any other
+// outcome is reported.
 TEST_P(FaultTest, ATransferThatFailsThreeTimesIsNeverConcealed)
 {
     for (int n = 1; n <= m_transfers; n += STRIDE) {
@@ -129,14 +129,14 @@ TEST_P(FaultTest, AfterAKillTheNextRunsComplete)
             EXPECT_EQ(n > 6, killed.output != "") << name << ": a line that is printed is out";
             checkMemory(name);
             const bool lockLeft = lockValue() == 0;
-            // Start-up takes no lock, all behind it happens under it.
+            // The start takes no lock; everything after it does.
             EXPECT_EQ(n > 6, lockLeft) << name;
 
             Outcome next = runAction("");
             EXPECT_EQ(lockLeft ? 1 : 0, count(next.log, "continue without the lock")) << name;
             EXPECT_EQ(1, lockValue()) << name;
             if (m_action == "-u" && next.status == 1) {
-                // Killed between writing and storing: the working registers hold the file; storing is what is left.
+                // Killed between writing and storing: the working registers hold the file, and only storing is left.
                 EXPECT_NE(std::string::npos, next.output.find("RAM registers are up-to-date")) << name;
                 next = run("$PMADMIN -e $EXAMPLES/small.hex");
             }

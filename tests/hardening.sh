@@ -1,5 +1,5 @@
 #!/bin/sh
-# Is the release build of a program hardened? Usage: hardening.sh PROGRAM
+# Checks that the release build of a program is hardened. Usage: hardening.sh PROGRAM
 set -u
 status=0
 # What readelf shows of it, by which option.

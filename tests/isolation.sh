@@ -1,6 +1,6 @@
 #!/bin/sh
-# On a machine with I2C buses of its own virtual-board hides them from its command, and from nobody
-# else. Such a machine is made here, in a mount namespace. Usage: isolation.sh BUILD_FOLDER
+# On a machine with I2C buses of its own virtual-board hides them from its command, and from no one
+# else. This test makes such a machine in a mount namespace. Usage: isolation.sh BUILD_FOLDER
 # shellcheck disable=SC2016,SC2086 # an inner shell expands it; options
 set -u
 unset CDPATH

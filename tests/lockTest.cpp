@@ -26,13 +26,13 @@ TEST_F(LockTest, IsTakenAndGivenBackOrGoneWithout)
         {{-EEXIST, 42, 0, 0, 0}, CREATE + OPEN_SET + TAKE + ACQUIRED + UNLOCK + RELEASED},
         {{0, 0, 0, 1}, CREATE + "semctl 0 0 SETVAL 1\n" + TAKE_0 + ACQUIRED + "semctl 0 0 GETVAL\n" + KEPT},
         {{-EEXIST, 0, 0, 1}, CREATE + OPEN_SET + TAKE_0 + ACQUIRED + "semctl 0 0 GETVAL\n" + KEPT},
-        // Given back after two attempts, and taken over at the fifth.
+        // Released after two attempts, and taken over at the fifth.
         {{-EEXIST, 42, -EAGAIN, -EINTR, 0, 0, 0},
          CREATE + OPEN_SET + WAIT + WAIT + TAKE + ACQUIRED + UNLOCK + RELEASED},
         {{-EEXIST, 42, -EAGAIN, -EAGAIN, -EAGAIN, -EAGAIN, -EAGAIN, 0, 0, 0},
          CREATE + OPEN_SET + WAIT + WAIT + WAIT + WAIT + TAKE + "semctl 42 0 SETVAL 0\n"
              + "ERROR PmMutexLock: Semaphore locked a long time - continue without the lock\n" + UNLOCK + RELEASED},
-        // None to be had.
+        // No semaphore is available.
         {{-EACCES, -EACCES, -EINVAL},
          CREATE + OPEN_SET + "ERROR PmMutexLock: Cannot get semaphore for me\n"
              + "DEBUG PmMutexLock: Cannot acquire semaphore for me\n" + "semctl -1 0 GETVAL\n" + KEPT},

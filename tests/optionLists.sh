@@ -1,7 +1,7 @@
 #!/bin/sh
-# The options in the manual pages and completions are those of the usage texts, the manual's registers those of the
-# catalogue, and its complaints those of pmfile. Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT,
-# which but for the last, a script, run under $EMULATOR if that is set.
+# Manual pages and completions have the options of the usage texts, pmadmin(8) the registers of the catalogue, and
+# pmfile(1) the complaints of pmfile. Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT,
+# which run under $EMULATOR if that is set, except the last, a script.
 # shellcheck disable=SC2086 # an emulator may have arguments
 unset CDPATH
 cd "$(dirname "$0")/../docs" || exit 1

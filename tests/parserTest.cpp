@@ -13,7 +13,7 @@ protected:
 
     std::string parse(const std::string& content) { return m_parser.parseFile(write("file", content)); }
 
-    /// The commands of the parsed file, one a line, and its version record.
+    /// The commands of the parsed file, one per line, and its version record.
     std::string load()
     {
         std::vector<Command*> list;

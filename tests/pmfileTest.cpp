@@ -1,4 +1,4 @@
-// pmfile's commands on files: lists and their files, what is complained about, differences.
+// pmfile's commands on files: lists and their files, complaints, differences.
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -17,7 +17,7 @@ namespace {
 
 class PmfileTest : public SystemTest {
 protected:
-    /// What a command prints, its lines behind "> " and "! ", and its status; the folder's name is left out.
+    /// What a command prints, its lines after "> " and "! ", and its status; the folder's name is left out.
     std::string outcome(const std::function<int()>& command) const
     {
         const std::string text =
@@ -34,7 +34,7 @@ std::string readAll(const std::string& path)
     return text;
 }
 
-/// A file of these data bytes, given as digits, which blanks may divide.
+/// A file of these data bytes, given as digits, with optional blanks.
 std::string fileOf(std::string digits)
 {
     std::erase(digits, ' ');
@@ -180,7 +180,7 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
 const std::string CHANNEL = "010000 02422832"; // page 0 and a limit of 12.840 V
 const std::string VERSION = "0100FF 089D0102030000000000";
 
-// Each makes a complaint of a name at a line; allowed, it makes none of that name.
+// Each causes a complaint of a name at a line, which --allow silences.
 TEST_F(PmfileTest, EachComplaintByItsName)
 {
     const std::string sound = fileOf(CHANNEL + VERSION);
@@ -255,7 +255,7 @@ TEST_F(PmfileTest, EachComplaintByItsName)
     EXPECT_FALSE(areComplaints({"address", "adress"}));
 }
 
-// Whatever happens to a sound file on its way is noticed.
+// Any damage to a sound file is noticed.
 TEST_F(PmfileTest, DamagesAreNoticed)
 {
     const std::string sound = readAll(EXAMPLES "/board-a.hex");

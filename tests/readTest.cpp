@@ -8,7 +8,7 @@ namespace {
 constexpr int STRIDE = SLOW ? 67 : 11;
 constexpr int KILLED = 128 + 9;
 
-/// A board with the settings of board A, and what reading them gives.
+/// A board with the settings of board A, and the file that reading them gives.
 class ReadTest : public BoardRun {
 protected:
     ReadTest()
@@ -78,7 +78,7 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
             break; // there are fewer transfers
         }
         EXPECT_EQ(m_good, readFile(path("good.hex"))) << "killed at " << n;
-        // The lock was left taken: one run frees it and ends, the next has it.
+        // The lock was left taken: one run frees it and ends, the next gets it.
         const Outcome freed = run("$PMFILE read");
         EXPECT_EQ("2", std::to_string(freed.status) + freed.output) << n;
         EXPECT_NE(std::string::npos,
@@ -109,7 +109,7 @@ TEST_F(ReadTest, AStolenPageIsReadAgainAndAFileThatAppearsKept)
     }
 }
 
-// Also from the mixture that a killed upgrade left.
+// It also works from the mixture that a killed upgrade left.
 TEST_F(ReadTest, TheWayBack)
 {
     const auto before = memory();

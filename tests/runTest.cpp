@@ -39,7 +39,7 @@ TEST_F(RunTest, AnUpgradeOnTheBus)
     EXPECT_EQ(startUp + "00 01 01 00 00 00 00 00 P\n" + READS, second.bus);
 }
 
-// What is closed becomes no bus, and a reader that has gone ends no run.
+// A closed stream does not become the bus, and a reader that goes away ends no run.
 TEST_F(RunTest, WithoutStreamsOrReaders)
 {
     const std::string upgrade = "$PMADMIN -u $EXAMPLES/small.hex";
@@ -70,7 +70,7 @@ TEST_F(RunTest, RunsAtOnceKeepTheirSectionsApart)
     EXPECT_EQ(8U, outcome.output.size()) << "four runs ended, each with one digit";
     EXPECT_EQ(std::string::npos, outcome.output.find_first_not_of("01\n")) << outcome.output;
 
-    // Start-up takes no lock. Behind it, processes take turns with whole sections: one for each run, and up to four
+    // The start takes no lock. After it, processes take turns with whole sections: one for each run, and up to four
     // for the upgrade.
     constexpr int START_UP = 6;
     constexpr int SECTIONS = 7;
