@@ -2,27 +2,18 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
+#include <iterator>
 
-std::string_view trimmed(std::string_view text)
-{
-    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
-    return text.substr(0, text.find_last_not_of(BLANKS) + 1);
-}
+namespace {
 
-// A C function's list of arguments is what the compiler can check. NOLINTNEXTLINE(cert-dcl50-cpp)
-std::string formatted(const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    va_list again;
-    va_copy(again, arguments);
-    std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, arguments)), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
-    va_end(arguments);
-    return text;
-}
+/// The character with which a UTF-8 text begins. Its length in bytes is 0 if the text is empty or
+/// begins with something else.
+struct Character {
+    std::size_t length;
+    char32_t code;
+};
 
 Character firstCharacter(std::string_view text)
 {
@@ -53,6 +44,7 @@ Character firstCharacter(std::string_view text)
                                                                      : Character{length, code};
 }
 
+/// Whether the character is not seen, but changes how others are.
 bool isControl(char32_t code)
 {
     /// Ranges of Unicode: C0 and C1 controls, then what Bidi_Control has, with the separators of
@@ -61,6 +53,28 @@ bool isControl(char32_t code)
                                       {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
     return std::any_of(std::begin(RANGES), std::end(RANGES),
                        [code](const auto& range) { return code >= range[0] && code <= range[1]; });
+}
+
+} // namespace
+
+std::string_view trimmed(std::string_view text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+    return text.substr(0, text.find_last_not_of(BLANKS) + 1);
+}
+
+// A C function's list of arguments is what the compiler can check. NOLINTNEXTLINE(cert-dcl50-cpp)
+std::string formatted(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, arguments)), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    va_end(arguments);
+    return text;
 }
 
 std::string printable(std::string_view text)

@@ -157,7 +157,7 @@ std::string readInUnit(const Unit& unit, std::string_view text, int& number)
     }
     // Of two doubles that come nearest to the same number, one is the other.
     const auto unitsOf = [&unit](int steps) { return static_cast<double>(steps) / unit.steps; };
-    const std::string range =
+    std::string range =
         formatted("it has steps of %s, from %s to %s", inUnit(unit, 1).c_str(),
                   inUnit(unit, unit.lowest).c_str(), inUnit(unit, HIGHEST).c_str());
     if (value < unitsOf(unit.lowest) || value > unitsOf(HIGHEST)) {
