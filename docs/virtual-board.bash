@@ -3,7 +3,7 @@
 _virtual_board() {
     local current=${COMP_WORDS[COMP_CWORD]} option='' at=1
     local flags='--remove --power-cycle --pid --summary --help --version'
-    local valued='--board --hw-version --model --log --trace-level --bus-log --time-scale --fault'
+    local valued='--board --hw-version --model --supply --sensor --log --trace-level --bus-log --time-scale --fault'
     COMPREPLY=()
 
     # Where the command stands; behind the current word if that is an option's value.
@@ -20,6 +20,7 @@ _virtual_board() {
     if ((at > COMP_CWORD)); then
         case $option in
         --hw-version) flags=none ;;
+        --supply) flags='all=nominal all=none' ;;
         --fault)
             compopt -o nospace 2>/dev/null
             flags='absent busy code= keep= open= silent-after= store-silent= stuck='

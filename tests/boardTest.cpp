@@ -16,6 +16,7 @@
 #include "board.h"
 #include "boardRun.h"
 #include "i2cDevice.h"
+#include "inputOptions.h"
 #include "pmMutexLock.h"
 
 /// Boards are made here as on a file system that has no hard links.
@@ -64,8 +65,8 @@ protected:
     }
     ~BoardTest() override { std::filesystem::remove_all(m_session.folder); }
 
-    /// Carries out steps, separated by "; ": transfers, fault rules, or "cml", which answers STATUS_CML
-    /// and clears it. The answer to each follows after " = ".
+    /// Carries out steps, separated by "; ": transfers, fault rules, supplies and sensors, "power-up", or "cml", which
+    /// answers STATUS_CML and clears it. The answer to each follows after " = ".
     void tell(const std::string& story)
     {
         std::istringstream steps(story);
@@ -74,6 +75,9 @@ protected:
             std::string answer;
             if (step.rfind("fault ", 0) == 0) {
                 EXPECT_TRUE(parseFault(step.substr(6), m_session.faults[m_session.faultCount++], m_error)) << m_error;
+            } else if (step[0] == 's' || step[0] == 'p') {
+                setInput(step);
+                continue;
             } else if (step.rfind("cml ", 0) == 0) {
                 answer = carryOut(m_session, "7E r1");
                 EXPECT_EQ(answer == "00" ? "0000" : "0200", carryOut(m_session, "79 r2"));
@@ -83,6 +87,19 @@ protected:
             }
             EXPECT_EQ(sign == std::string::npos ? "" : step.substr(sign + 3), answer) << step << " in: " << story;
         }
+    }
+
+    void setInput(const std::string& step)
+    {
+        BoardAccess board(path("board").c_str());
+        InputOption option;
+        if (step == "power-up") {
+            board.powerUp();
+        } else {
+            EXPECT_TRUE((step[1] == 'u' ? parseSupplyOption : parseSensorOption)(step.substr(7), option)) << step;
+            EXPECT_TRUE(apply(option, board.supplies(), board.chip().ram, m_error)) << m_error;
+        }
+        EXPECT_TRUE(board.save());
     }
 
     std::string m_error;
@@ -126,6 +143,30 @@ fault code=42@1:nack; 42 r2 = FF7F; 00 01; 42 r2 = ENXIO; 43 r2 = 0000
 fault store-silent=1; 11; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99
 fault keep=42@1; 42 11 11; 42 r2 = 1111; 00 01; 42 11 11; 42 r2 = FF7F; 43 22 22; 43 r2 = 2222
 fault stuck=42:F0FF=F034; 42 01 02; 42 r2 = 34F2; 43 r2 = 0000
+# Supplies: what is read through the divider and the ratio, and on a new board.
+supply 0=2.5; 8B r2 = C409; 2A FF 3F; 8B r2 = 8813; 2A 00 00; 8B r2 = FF7F; 2A 00 80; 8B r2 = 3CF6
+ supply 0=12@0.1; 2A FF 7F; 8B r2 = B004; supply 0=40; 8B r2 = FF7F; supply 0=none; 8B r2 = E02E; D4 r2 = 1C2F
+EA C4 09; 2A FF 3F; supply all=nominal; 8B r2 = C409; 2A FF 7F; 8B r2 = E204; 00 01; EA 01 00; 8B r2 = 8813
+# A reading at a limit, beyond it, and status that is cleared and comes back.
+supply 0=2.5; 40 C4 09; 7A r1 = 00; 40 C3 09; 7A r1 = 80; 79 r2 = 2080; 40 FF 7F; 7A r1 = 80; 03; 7A r1 = 00
+ 42 C3 09; 7A r1 = 40; 03; 7A r1 = 40; 79 r2 = 0080; 7E r1 = 00; 00 01; 7A r1 = 00
+# Undervoltage counts once the supply has come up, until power-up.
+supply 0=0; 44 E8 03; 43 DC 05; 11; 7A r1 = 00; supply 0=1; 98 r1 = 11; 7A r1 = 20; supply 0=none; supply 0=0.5
+ 98 r1 = 11; 7A r1 = 30; 79 r2 = 0080; power-up; 98 r1 = 11; 7A r1 = 00; 79 r2 = 0000; 8B r2 = F401
+supply 0=2.5; 98 r1 = 11; 44 C5 09; 7A r1 = 10; D4 r2 = C409; D7 r2 = C409
+# Peaks.
+supply 0=2.5; supply 0=2.6; 98 r1 = 11; supply 0=2.4; 98 r1 = 11; D4 r2 = 280A; D7 r2 = 6009
+ D4 00 00; D4 r2 = 6009; supply 0=2.6; D7 FF 7F; D7 r2 = 280A; supply 0=2.5; power-up; D4 r2 = C409; D7 r2 = C409
+# Sensors.
+sensor 0=30; 00 0D; 8D r2 = B80B; D6 r2 = B80B; 51 B8 0B; 4F B7 0B; 7D r1 = 80; 79 r2 = 0400; sensor 0=30.01; 98 r1 = 11
+ 7D r1 = C0; E3 r2 = B90B; sensor 0=faulty; 03; 7D r1 = 00; 8D r2 = FF7F; D6 r2 = B90B; sensor 0=disabled; 8D r2 = 0000
+ 51 FF FF; 7D r1 = 00; sensor 0=-1; D6 00 80; D6 r2 = 9CFF; sensor 0=faulty; power-up; 00 0D; D6 r2 = 0080; E3 r2 = 0000
+sensor 4=85.5; 00 11; 8D r2 = 6621; sensor 4=none; 8D r2 = 420E; D6 r2 = 3C0F
+# A rule's supply, and a chip that stores and doesn't watch meanwhile.
+supply 0=2.5; fault 2-3:supply=0:3.1; 8B r2 = C409; 8B r2 = 1C0C; 8B r2 = 1C0C; 8B r2 = C409; D4 r2 = 1C0C
+supply 0=2.5; fault store-silent=1; fault 3-8:supply=0:3.1; 11; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; 99 = ENXIO
+ 99 = ENXIO; 99 = ENXIO; 99 = ENXIO; D4 r2 = C409
+fault 1-:supply=1:3.1; supply 0=2.5; 8B r2 = C409; 00 01; 8B r2 = 8813
 )";
 
 TEST_F(BoardTest, Stories)
@@ -134,9 +175,13 @@ TEST_F(BoardTest, Stories)
     std::istringstream lines(STORIES + 1);
     for (std::string line; std::getline(lines, line);) {
         if (line[0] != ' ') {
-            setMemory(factory);
+            BoardAccess board(path("board").c_str());
+            board.chip() = factory;
+            board.supplies() = {};
+            EXPECT_TRUE(board.save());
             m_session.transfers = 0;
             m_session.faultCount = 0;
+            m_session.silentUntil = 0;
         }
         tell(line[0] == '#' ? "" : line);
     }
@@ -196,8 +241,13 @@ TEST_F(BoardTest, TheLauncher)
         {"--model 256", "true", 2, "--model needs a number from 0 to 255, not '256'"},
         {"--time-scale -1", "true", 2, "--time-scale needs a decimal number from 0 on, not '-1'"},
         {"--fault 1:nak", "true", 2,
-         "--fault '1:nak': expected nack, arbitration, timeout, eintr, kill-before or kill-after at 'nak' (see "
-         "--help)"},
+         "--fault '1:nak': expected nack, arbitration, timeout, eintr, kill-before, kill-after or supply= at 'nak' "
+         "(see --help)"},
+        {"--supply 0=1@0", "true", 2,
+         "--supply '0=1@0': expected N=VOLTS, N=VOLTS@RATIO, N=none, all=nominal or all=none (see --help)"},
+        {"--sensor 5=1", "true", 2, "--sensor '5=1': expected N=CELSIUS, N=faulty, N=disabled or N=none (see --help)"},
+        {"--supply 3=2.5 --fault 1:supply=4:1 --fault 1:supply=3:1", "$PMADMIN -a", 0,
+         "the fault '1:supply=4:1' never struck"},
         {rulesEnough + "--fault busy", "true", 2, "more than 64 rules of --fault"},
         {"--fault keep=42@3 --fault 1:nack", "$PMADMIN -a", 0, "the fault 'keep=42@3' never struck"},
         {"--help", "", 0, ""},
@@ -251,12 +301,21 @@ TEST_F(BoardTest, AWrongRuleIsToldWithThePartThatIsWrong)
         {"open=ENOTHING*2", "an errno, such as EACCES, at 'ENOTHING*2'"},
         {"open=EINTR*x", "how many times at 'x'"},
         {"silent-after=-1", "a transfer's number at '-1'"},
+        {"1:supply=12:1", "a supply, 0 to 11, at '12:1'"},
+        {"1:supply=3:1001", "volts, 0 to 1000, at '1001'"},
         {"store-silent=0", "milliseconds from 1 on at '0'"},
     };
     for (const auto& [rule, expected] : cases) {
         Fault fault;
         EXPECT_FALSE(parseFault(rule, fault, m_error));
         EXPECT_EQ(std::string("expected ") + expected, m_error) << rule;
+    }
+    InputOption option;
+    for (const char* text : {"", "0", "0=", "=1", "0=1x", "0=-1", "0=1001", "0=1@", "0=1@1.1", "all=1", "0=faulty"}) {
+        EXPECT_FALSE(parseSupplyOption(text, option)) << text;
+    }
+    for (const char* text : {"", "0", "x=1", "0=", "0=327.67", "0=-327.68", "all=none"}) {
+        EXPECT_FALSE(parseSensorOption(text, option)) << text;
     }
 }
 
@@ -316,6 +375,18 @@ TEST_F(BoardTest, TheFile)
         EXPECT_EQ("virtual-board: " + file + " is " + reason + "\n", outcome.errors);
         EXPECT_EQ(content, readFile(file));
     }
+
+    // A board of before had no supplies.
+    std::string old = good.substr(0, good.size() - sizeof(Supplies) - sizeof(NumberBytes));
+    old[16] = 1;
+    std::uint32_t sum = 2166136261U;
+    for (const char byte : old) {
+        sum = (sum ^ static_cast<std::uint8_t>(byte)) * 16777619U;
+    }
+    const NumberBytes checksum = toBytes(sum);
+    write("old", old.append(checksum.begin(), checksum.end()));
+    EXPECT_EQ(0, run("true", "--board old --supply 3=2.5").status);
+    EXPECT_EQ(good.size(), readFile(path("old")).size());
 
     tell("01 80; 00 01; 42 11 11; D7 00 00; 11; 42 22 22; 05 = EREMOTEIO");
     EXPECT_EQ(0, run("", "--board second --model 0x57 --hw-version 7").status);

@@ -14,8 +14,8 @@ list_entries() {
         echo "00 $page"
         case $page in
         FF) words= ;;
-        1?) words='4F 51 D6' ;;
-        *) words='25 26 2A 40 42 43 44 5E 5F 60 62 64 D4 D7 DF' && echo '01 80' ;;
+        1?) words='4F 51' ;;
+        *) words='25 26 2A 40 42 43 44 5E 5F 60 62 64 DF' && echo '01 80' ;;
         esac
         for code in $words; do echo "$code $page $code"; done
         printf '%s\n' '02 1A' '10 01' '9C 52 41 43 4B 20 41 30 31' '9E 53 4E 30 30 31 32 33 34' \
@@ -177,7 +177,7 @@ echo 3 >/etc/board-hw-version
 list_entries >entries
 make_file all.hex <entries
 # Settings that a chip keeps in flash; those common to the device appear once.
-awk '!/^(01|10|D[467]|DD)/ && (!/^(02|9|D[18])/ || !listed[$1]++)' entries | make_file settings.hex
+awk '!/^(01|10|DD)/ && (!/^(02|9|D[18])/ || !listed[$1]++)' entries | make_file settings.hex
 printf '%s\n' '00 03' '01 5A' '42 34 12' '9E 01 02 03 04 05 06 07 08' | make_file theirs.hex
 for world in kernel virtual turns killed; do
     mkdir $world

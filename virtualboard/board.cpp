@@ -18,27 +18,24 @@ namespace virtualboard {
 namespace {
 
 constexpr std::array<char, 16> MAGIC{"virtual-board\n"};
-constexpr std::uint8_t FORMAT = 1;
+constexpr std::uint8_t FORMAT = 2;
+constexpr std::uint8_t FORMAT_WITHOUT_SUPPLIES = 1;
 constexpr int FACTORY_HARDWARE_VERSION = 3;
 
-std::array<std::uint8_t, 4> toBytes(std::uint32_t number)
+// The size of a file of this format, 0 if there is none.
+std::size_t sizeOf(std::uint8_t format)
 {
-    return {static_cast<std::uint8_t>(number >> 24), static_cast<std::uint8_t>(number >> 16),
-            static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
+    return format == FORMAT                    ? sizeof(BoardState)
+           : format == FORMAT_WITHOUT_SUPPLIES ? sizeof(BoardState) - sizeof(Supplies)
+                                               : 0;
 }
 
-std::uint32_t toNumber(const std::array<std::uint8_t, 4>& bytes)
-{
-    return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16
-           | std::uint32_t{bytes[2]} << 8 | bytes[3];
-}
-
-// FNV-1a, enough to tell a damaged file.
-std::array<std::uint8_t, 4> checksumOf(const BoardState& state)
+// FNV-1a, enough to tell a damaged file, of the first bytes of it.
+NumberBytes checksumOf(const BoardState& state, std::size_t count)
 {
     std::uint32_t sum = 2166136261U;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(&state);
-    for (std::size_t i = 0; i < offsetof(BoardState, checksum); ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         sum = (sum ^ bytes[i]) * 16777619U;
     }
     return toBytes(sum);
@@ -46,7 +43,7 @@ std::array<std::uint8_t, 4> checksumOf(const BoardState& state)
 
 bool writeState(int fd, BoardState& state)
 {
-    state.checksum = checksumOf(state);
+    state.checksum = checksumOf(state, offsetof(BoardState, checksum));
     const ssize_t written = pwrite(fd, &state, sizeof state, 0);
     if (written >= 0 && written != ssize_t{sizeof state}) {
         errno = ENOSPC;
@@ -116,15 +113,33 @@ void BoardAccess::load()
     if (fstat(m_lock.fd(), &status) == 0 && S_ISREG(status.st_mode)) {
         count = pread(m_lock.fd(), &m_state, sizeof m_state, 0);
     }
-    if (count != ssize_t{sizeof m_state} || status.st_size != count || m_state.magic != MAGIC) {
+    const std::size_t size = sizeOf(m_state.format);
+    if (count <= ssize_t{offsetof(BoardState, format)} || m_state.magic != MAGIC
+        || (size != 0 && (status.st_size != count || static_cast<std::size_t>(count) != size))) {
         m_error = m_path + " is not a virtual board's memory";
-    } else if (m_state.format != FORMAT) {
+        return;
+    }
+    if (size == 0) {
         m_error = m_path + " is a board's memory of another version of virtual-board";
-    } else if (m_state.checksum != checksumOf(m_state) || m_state.hardwareKnown > 1
-               || !isPage(*bytesOf(m_state.chip.ram, Page::CODE, Command::ALL_PAGES))) {
+        return;
+    }
+    const NumberBytes expected = checksumOf(m_state, size - sizeof m_state.checksum);
+    if (m_state.format == FORMAT_WITHOUT_SUPPLIES) {
+        std::memcpy(&m_state.checksum, &m_state.supplies, sizeof m_state.checksum);
+        m_state.supplies = {};
+        m_state.format = FORMAT;
+    }
+    if (m_state.checksum != expected || m_state.hardwareKnown > 1
+        || !isPage(*bytesOf(m_state.chip.ram, Page::CODE, Command::ALL_PAGES))) {
         m_error = m_path + " is a virtual board's memory, but damaged";
     }
     m_saved = m_state;
+}
+
+void BoardAccess::powerUp()
+{
+    virtualboard::powerUp(m_state.chip);
+    startWatching(m_state.supplies, m_state.chip.ram);
 }
 
 bool BoardAccess::hardwareVersion(int& version) const

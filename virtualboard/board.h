@@ -8,8 +8,10 @@
 #include <cstdint>
 #include <string>
 
+#include "bytes.h"
 #include "chip.h"
 #include "fileLock.h"
+#include "supplies.h"
 
 namespace virtualboard {
 
@@ -19,10 +21,11 @@ struct BoardState {
     std::array<char, 16> magic;
     std::uint8_t format;
     std::uint8_t hardwareKnown; ///< 0: the hardware version is unknown
-    std::array<std::uint8_t, 4> hardwareVersion;
-    std::array<std::uint8_t, 4> id; ///< random, makes the lock's key unique
+    NumberBytes hardwareVersion;
+    NumberBytes id; ///< random, makes the lock's key unique
     Memory chip;
-    std::array<std::uint8_t, 4> checksum; ///< of everything before it
+    Supplies supplies;    ///< not in files of the first format
+    NumberBytes checksum; ///< of everything before it
 };
 static_assert(alignof(BoardState) == 1 && sizeof(BoardState) <= 4096);
 
@@ -41,6 +44,10 @@ public:
     const std::string& error() const { return m_error; }
 
     Memory& chip() { return m_state.chip; }
+    Supplies& supplies() { return m_state.supplies; }
+
+    /// Starts the chip from its flash, with the supplies as they are.
+    void powerUp();
 
     /// False: the board does not report a hardware version.
     bool hardwareVersion(int& version) const;

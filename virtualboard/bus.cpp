@@ -79,6 +79,8 @@ public:
 
 private:
     int code() const;
+    Supplies suppliesNow();
+    void watchSupplies(Supplies& supplies);
     void attempt(int error);
     int perform();
     int write(const i2c_msg& message, bool readFollows);
@@ -102,18 +104,48 @@ int Transfer::code() const
                                                                                   : first.buf[0];
 }
 
+// The supplies while this transfer lasts: the session's rules give some another voltage.
+Supplies Transfer::suppliesNow()
+{
+    Supplies supplies = m_board.supplies();
+    for (std::size_t i = 0; i < supplies.channels.size(); ++i) {
+        Supply& supply = supplies.channels[i];
+        const Fault* fault = supply.isSet == 0 ? nullptr
+                                               : strikingFault(m_session, FaultKind::SUPPLY, code(),
+                                                               m_chip.page(), static_cast<int>(i));
+        if (fault != nullptr) {
+            supply.microvolts = toBytes(static_cast<std::uint32_t>(fault->value));
+        }
+    }
+    return supplies;
+}
+
+void Transfer::watchSupplies(Supplies& supplies)
+{
+    watch(supplies, m_board.chip().ram);
+    for (std::size_t i = 0; i < supplies.channels.size(); ++i) {
+        m_board.supplies().channels[i].hasComeUp = supplies.channels[i].hasComeUp;
+    }
+}
+
 Outcome Transfer::run()
 {
     ++m_session.transfers;
+    Supplies supplies = suppliesNow();
+    measure(supplies, m_board.chip().ram);
     const Fault* fault = strikingFault(m_session, FaultKind::TRANSFER, code(), m_chip.page());
+    const bool stores = m_session.clock < m_session.silentUntil;
     int error = fault == nullptr ? 0 : fault->error;
-    if (error == 0 && m_session.clock < m_session.silentUntil) {
+    if (error == 0 && stores) {
         error = ENXIO;
     }
     if (error == 0) {
         error = perform();
     } else {
         attempt(error);
+    }
+    if (!stores) { // it does nothing else meanwhile
+        watchSupplies(supplies);
     }
     m_wire.stop();
     if (!m_board.save()) {

@@ -46,6 +46,12 @@ std::uint8_t* bytesOf(Image& image, int code, int page)
     return image.data() + reg->positionOn(page);
 }
 
+std::int16_t wordOf(Image& image, int code, int page)
+{
+    const std::uint8_t* bytes = bytesOf(image, code, page);
+    return static_cast<std::int16_t>(bytes[0] | bytes[1] << 8);
+}
+
 void makeFactoryMemory(Memory& memory)
 {
     for (const Register& reg : REGISTERS) {

@@ -23,6 +23,9 @@ struct Memory {
 /// `image`; the count is findRegister(code)->size.
 std::uint8_t* bytesOf(Image& image, int code, int page);
 
+/// The number in a word register that the page has.
+std::int16_t wordOf(Image& image, int code, int page);
+
 /// Both images as they leave the factory.
 void makeFactoryMemory(Memory& memory);
 

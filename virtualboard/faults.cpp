@@ -5,6 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "inputOptions.h"
+#include "registers.h"
+
 namespace virtualboard {
 
 const char* const FAULT_HELP = R"(Faults: RULE is one of
@@ -15,6 +18,8 @@ const char* const FAULT_HELP = R"(Faults: RULE is one of
                         each with *TIMES behind it: only the first TIMES of them.
                         WHAT is nack, arbitration, timeout, eintr, kill-before or
                         kill-after (SIGKILL before or after it reaches the chip)
+  WHEN:supply=N:VOLTS   during these transfers supply N has another voltage, as in
+                        40-:supply=3:2.31 from the 40th on
   stuck=XX[@PAGE]:MASK=VALUE
                         the register's bits in MASK read as in VALUE
   keep=XX[@PAGE]        the register acknowledges writes and keeps its value
@@ -77,6 +82,17 @@ public:
         return false;
     }
 
+    bool volts(std::uint64_t& microvolts)
+    {
+        double number = 0;
+        if (!parseDecimal(m_at, number) || number < 0 || number > VOLTS_MAX) {
+            return fail("volts, 0 to 1000,");
+        }
+        microvolts = toMicrovolts(number);
+        m_at += std::strlen(m_at);
+        return true;
+    }
+
     const std::string& error() const { return m_error; }
 
 private:
@@ -127,6 +143,16 @@ bool parseWhen(Scanner& scan, Fault& fault)
                           fault.last);
 }
 
+// Behind "supply=": N:VOLTS.
+bool parseSupply(Scanner& scan, Fault& fault)
+{
+    std::uint64_t supply = 0;
+    fault.kind = FaultKind::SUPPLY;
+    const bool named = scan.number(10, 0, CHANNEL_COUNT - 1, "a supply, 0 to 11,", supply);
+    fault.supply = static_cast<int>(supply);
+    return named && scan.require(":") && scan.volts(fault.value);
+}
+
 bool parseTransferFault(Scanner& scan, Fault& fault)
 {
     static constexpr struct {
@@ -140,6 +166,9 @@ bool parseTransferFault(Scanner& scan, Fault& fault)
     if (!parseWhen(scan, fault) || !parseTimes(scan, fault) || !scan.require(":")) {
         return false;
     }
+    if (scan.skip("supply=")) {
+        return parseSupply(scan, fault);
+    }
     for (const auto& what : WHATS) {
         if (scan.word("") == what.name) {
             fault.error = what.error;
@@ -147,7 +176,7 @@ bool parseTransferFault(Scanner& scan, Fault& fault)
             return scan.skip(what.name);
         }
     }
-    return scan.fail("nack, arbitration, timeout, eintr, kill-before or kill-after");
+    return scan.fail("nack, arbitration, timeout, eintr, kill-before, kill-after or supply=");
 }
 
 // The errno that the C library knows by this name, 0 if none.

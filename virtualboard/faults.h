@@ -10,7 +10,7 @@ namespace virtualboard {
 /// The grammar of the rules, as --help shows it.
 extern const char* const FAULT_HELP;
 
-enum class FaultKind : std::uint8_t { TRANSFER, STUCK, KEEP, OPEN, BUSY, STORE_SILENT };
+enum class FaultKind : std::uint8_t { TRANSFER, STUCK, KEEP, OPEN, BUSY, STORE_SILENT, SUPPLY };
 
 inline constexpr int ANY = -1;
 inline constexpr std::uint64_t ALWAYS = UINT64_MAX;
@@ -22,13 +22,14 @@ struct Fault {
     bool kills = false;      ///< the process is killed afterwards
     int code = ANY;          ///< of the register that it concerns
     int page = ANY;          ///< that the chip has selected
+    int supply = ANY;        ///< SUPPLY: which one
     std::uint64_t first = 0; ///< transfers, counted from 1 over the run
     std::uint64_t last = ALWAYS;
     std::uint64_t every = 1;      ///< only multiples of this number
     std::uint64_t times = ALWAYS; ///< how often it may still strike
     bool struck = false;          ///< at least once
     std::uint64_t mask = 0;       ///< STUCK: these bits of the number read ...
-    std::uint64_t value = 0;      ///< ... show this
+    std::uint64_t value = 0;      ///< ... show this; SUPPLY: microvolts
     std::uint64_t silence = 0;    ///< STORE_SILENT: microseconds
 };
 

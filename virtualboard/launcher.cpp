@@ -71,7 +71,7 @@ void readyBoard(const Options& options)
         giveUp(board.error());
     }
     if (options.powerCycle) {
-        powerUp(board.chip());
+        board.powerUp();
     }
     if (options.setHardwareVersion) {
         board.setHardwareVersion(options.hardwareVersion.has_value(),
@@ -80,6 +80,12 @@ void readyBoard(const Options& options)
     if (options.model) {
         *bytesOf(board.chip().ram, MfrModel::CODE, Command::ALL_PAGES) =
             static_cast<std::uint8_t>(*options.model);
+    }
+    std::string error;
+    for (const InputOption& input : options.inputs) {
+        if (!apply(input, board.supplies(), board.chip().ram, error)) {
+            giveUp(error);
+        }
     }
     if (!board.save()) {
         giveUp(board.error());

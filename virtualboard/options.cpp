@@ -20,6 +20,7 @@ constexpr int STATUS_USAGE = 2;
 constexpr const char* HELP =
     R"(Usage: virtual-board [OPTIONS] [--] COMMAND [ARG...]
        virtual-board [--board FILE] [--power-cycle] [--hw-version N] [--model BYTE]
+                     [--supply N=VOLTS]... [--sensor N=CELSIUS]...
        virtual-board [--board FILE] --remove
 
 Runs COMMAND, and all that it starts, on a virtual board: /dev/i2c-0 with a
@@ -33,6 +34,16 @@ to the board what the options say.
   --hw-version N    the hardware version that the board reports from now on;
                     none: it reports none (factory: 3)
   --model BYTE      the chip's MFR_MODEL from now on (factory: 0x5A)
+  --supply N=VOLTS[@RATIO]
+                    supply N, 0 to 11, has this voltage from now on, of which a
+                    divider passes RATIO on (default: as VOUT_SCALE_MONITOR says)
+  --supply all=nominal
+                    all that have a nominal voltage have that, behind dividers
+                    as VOUT_SCALE_MONITOR says
+  --sensor N=CELSIUS
+                    sensor N, 0 to 4, has this temperature from now on, or is
+                    faulty or disabled; N=none and, of supplies, all=none: it
+                    shows what a new board does, and is not watched
   --log FILE        append syslog messages as lines; - is standard error
   --trace-level N   the trace level that COMMAND sees
   --bus-log FILE    append each I2C transfer as a line in bus notation
@@ -62,13 +73,27 @@ int requireNumber(const char* option, const char* text, int least, int most)
 
 double requireScale(const char* text)
 {
-    char* end = nullptr;
-    const double scale = std::strtod(text, &end);
-    if (std::strspn(text, "0123456789.") != std::strlen(text) || end == text || *end != '\0'
-        || !std::isfinite(scale)) {
+    double scale = 0;
+    if (!parseDecimal(text, scale) || std::signbit(scale)) {
         giveUp(std::string("--time-scale needs a decimal number from 0 on, not '") + text + "'");
     }
     return scale;
+}
+
+void addSupply(Options& options, const char* value)
+{
+    if (!parseSupplyOption(value, options.inputs.emplace_back())) {
+        giveUp(std::string("--supply '") + value + "': expected N=VOLTS, N=VOLTS@RATIO, N=none, "
+               + "all=nominal or all=none (see --help)");
+    }
+}
+
+void addSensor(Options& options, const char* value)
+{
+    if (!parseSensorOption(value, options.inputs.emplace_back())) {
+        giveUp(std::string("--sensor '") + value + "': expected N=CELSIUS, N=faulty, N=disabled or "
+               + "N=none (see --help)");
+    }
 }
 
 void addFault(Options& options, const char* rule)
@@ -129,6 +154,8 @@ constexpr struct {
     {"hw-version", required_argument, takeHardwareVersion},
     {"model", required_argument,
      [](Options& to, const char* value) { to.model = requireNumber("model", value, 0, 0xFF); }},
+    {"supply", required_argument, addSupply},
+    {"sensor", required_argument, addSensor},
     {"log", required_argument, [](Options& to, const char* value) { to.log = value; }},
     {"trace-level", required_argument, takeTraceLevel},
     {"bus-log", required_argument, [](Options& to, const char* value) { to.busLog = value; }},

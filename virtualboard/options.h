@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "inputOptions.h"
 #include "session.h"
 
 namespace virtualboard {
@@ -18,13 +19,17 @@ struct Options {
     bool setHardwareVersion = false;
     std::optional<int> hardwareVersion; ///< empty: none
     std::optional<int> model;
+    std::vector<InputOption> inputs; ///< what --supply and --sensor say, in their order
     std::optional<std::string> log;
     std::optional<std::string> busLog;
     std::vector<std::string> rules; ///< of the session's faults
     Session session;
 
     /// Whether there is something to do without a command.
-    bool changesBoard() const { return powerCycle || setHardwareVersion || model; }
+    bool changesBoard() const
+    {
+        return powerCycle || setHardwareVersion || model || !inputs.empty();
+    }
 };
 
 /// Parses the options; afterwards optind is at the command. Errors, --help and --version end the

@@ -68,13 +68,14 @@ FileLock takeTurn(const Session& session)
     return FileLock(fileOf(session.folder).c_str());
 }
 
-Fault* strikingFault(Session& session, FaultKind kind, int code, int page)
+Fault* strikingFault(Session& session, FaultKind kind, int code, int page, int supply)
 {
     const auto strikes = [&](const Fault& fault) {
         return fault.kind == kind && session.transfers >= fault.first
                && session.transfers <= fault.last && session.transfers % fault.every == 0
                && (fault.code == ANY || fault.code == code)
-               && (fault.page == ANY || fault.page == page) && fault.times > 0;
+               && (fault.page == ANY || fault.page == page) && fault.supply == supply
+               && fault.times > 0;
     };
     Fault* const end = session.faults + session.faultCount;
     Fault* const fault = std::find_if(session.faults, end, strikes);

@@ -51,7 +51,8 @@ static_assert(std::is_trivially_copyable_v<Session>);
 FileLock takeTurn(const Session& session);
 
 /// Counts a use of the first matching rule and returns the rule, or null.
-Fault* strikingFault(Session& session, FaultKind kind, int code = ANY, int page = ANY);
+Fault* strikingFault(Session& session, FaultKind kind, int code = ANY, int page = ANY,
+                     int supply = ANY);
 
 /// Puts the session into a folder of its own, which it then names, and maps it; null with the
 /// reason in `error`. The caller removes the folder at the end.
