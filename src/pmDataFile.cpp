@@ -31,9 +31,10 @@ constexpr std::size_t MAX_SKIPPED_LENGTH = 10;
 
 constexpr std::size_t ENTRY_HEAD_DIGITS = ENTRY_HEAD_BYTES * DIGITS_PER_BYTE;
 
-/// Far more than any real file, which has about 5 KB. A source without an end, such as a device, is
-/// stopped before it fills a board's memory.
-constexpr std::size_t MAX_FILE_SIZE = std::size_t{16} * 1024 * 1024;
+/// A real file has some 5 KB. 16-bit addresses reach 65,536 data bytes, which take 983,053 bytes of
+/// text in records of one byte with two characters at the ends of lines. What is larger, or has no
+/// end, such as a device, is stopped before it fills a board's memory.
+constexpr std::size_t MAX_FILE_SIZE = std::size_t{1024} * 1024;
 
 /// The value of each character as a hexadecimal digit, or -1. Large files spend most of their time
 /// here, and with a table no branch depends on the digit.

@@ -41,7 +41,7 @@ TEST_F(ParserTest, WellFormedFiles)
         {":0400000002252b1affand more\r\n:0400000002262B1Aff", "25 1a2b\n26 1a2b\n" + NO_VERSION},
         {asRecord("02") + asRecord("252B1A08") + asRecord("9D01") + "\r\n" + asRecord("02030405060708"),
          "25 1a2b\n" + DATE_LOADED},
-        {":03000000010003FF" + std::string(8 << 20, 'x') + "\n", "00 03\n" + NO_VERSION},
+        {":03000000010003FF" + std::string(1 << 19, 'x') + "\n", "00 03\n" + NO_VERSION},
         {asRecord("04252B1A77770200FF55"), "25 1a2b\n00 ff\n" + NO_VERSION}, // surplus bytes
         {asRecord("01030A0003"), "03 <no data>\n03 <no data>\n" + NO_VERSION},
         {asRecord("0100050204AAAA0004010006"), "00 05\n00 06\n" + NO_VERSION}, // unknown commands
@@ -96,14 +96,14 @@ TEST_F(ParserTest, BrokenFilesKeepTheirDataAndNameTheirFirstFault)
 TEST_F(ParserTest, WhatFailsOnTheWayOrIsTooLargeIsRefused)
 {
     fakeSystem.goodReads = 1;
-    EXPECT_EQ("010003", parse(asRecord("010003") + std::string(1 << 20, '\n')));
+    EXPECT_EQ("010003", parse(asRecord("010003") + std::string(1 << 19, '\n')));
     EXPECT_EQ("reading it failed on the way", m_parser.getError());
     fakeSystem.readError = EINTR;
     fakeSystem.goodReads = 0;
     EXPECT_EQ("010003", parse(asRecord("010003"))) << "interrupted";
     for (const auto& [size, digits, error] :
-         {std::tuple{16 << 20, "010003", "line 2 holds something other than hexadecimal digits"},
-          {(16 << 20) + 1, "", "it is too large"}}) {
+         {std::tuple{1 << 20, "010003", "line 2 holds something other than hexadecimal digits"},
+          {(1 << 20) + 1, "", "it is too large"}}) {
         const std::string file = write("file", asRecord("010003"));
         std::filesystem::resize_file(file, static_cast<std::size_t>(size)); // with zeros
         EXPECT_EQ(digits, m_parser.parseFile(file));

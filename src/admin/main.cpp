@@ -95,12 +95,20 @@ bool run(Action action, PowerFileHandler& handler)
     return false;
 }
 
+/// The last step on every way out: frees the trace object, whoever made it. Returns main's status.
+int finish(bool ok)
+{
+    delete g_traceObject;
+    g_traceObject = nullptr;
+    return ok ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
     if (!openStandardStreams()) {
-        return EXIT_FAILURE;
+        return finish(false);
     }
     // A reader that goes away must not end a run between writing and storing.
     std::signal(SIGPIPE, SIG_IGN);
@@ -120,7 +128,5 @@ int main(int argc, char* argv[])
         ok = (fileName.empty() || loadFile(fileName, parser, handler))
              && run(commandLine.getAction(), handler);
     }
-    delete g_traceObject;
-    g_traceObject = nullptr;
-    return ok ? EXIT_SUCCESS : EXIT_FAILURE;
+    return finish(ok);
 }
