@@ -79,7 +79,7 @@ in_root '
     expect 1 virtual-board pmadmin -u $file
     expect 0 virtual-board --power-cycle pmadmin -E $file
     expect 0 pmfile check $file
-    expect 0 virtual-board pmfile read -o read.hex
+    expect 0 virtual-board pmfile read --no-identity -o read.hex
     expect 0 pmfile diff read.hex $file
 
     version=$(virtual-board --version | cut -d " " -f 2)

@@ -54,16 +54,21 @@ inline std::string hex(unsigned int number, int digits)
     return text;
 }
 
-/// "VOUT_OV_WARN_LIMIT of channel 3".
-inline std::string what(const Entry& entry)
-{
-    return commandName(entry) + " of " + pageName(registerPage(entry));
-}
-
 /// The value as people read it.
 inline std::string valueOf(const Entry& entry)
 {
     return spokenValue(*entry.row, entry.value());
+}
+
+/// Words are signed.
+inline constexpr int HIGHEST_WORD = 0x7FFF;
+
+/// A number of 0 to HIGHEST_WORD, as the value of a word.
+inline std::string valueOfNumber(const catalogue::Row& row, int number)
+{
+    const std::uint8_t value[] = {static_cast<std::uint8_t>(number),
+                                  static_cast<std::uint8_t>(number >> 8)};
+    return spokenValue(row, value);
 }
 
 /// The line for what a file lacks.

@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "complaints.h"
+#include "pageSettings.h"
 
+using catalogue::Format;
 using catalogue::Kind;
 
 namespace {
@@ -48,30 +50,14 @@ void noSuchPage(const PmFile& file, Report& report)
     }
 }
 
-bool isAllowed(const Entry& entry, std::uint32_t access, int page)
-{
-    return isPage(page) && (accessOn(*entry.row, page) & access) != 0;
-}
-
-/// Whether the entry can be written where it stands, and compared. What stands before the first
-/// page is written by the rights of page 0 and compared by those of page 255.
-bool isAccessible(const Entry& entry)
-{
-    const bool paged = entry.page != NO_PAGE;
-    return isAllowed(entry, ACCESS_WRITE, paged ? entry.page : 0)
-           && isAllowed(entry, ACCESS_READ, paged ? entry.page : Command::ALL_PAGES);
-}
-
 void access(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (!entry.isPage() && entry.isValue() && !isAccessible(entry)) {
-            const int page = entry.page == NO_PAGE ? 0 : entry.page;
-            const char* const lacking =
-                isAllowed(entry, ACCESS_WRITE, page) ? "read back" : "written";
-            report.add(entry.line, commandName(entry) + " can't be " + lacking
+            report.add(entry.line, commandName(entry) + " can't be "
+                                       + (isWritten(entry) ? "read back" : "written")
                                        + (entry.page == NO_PAGE ? " " : " on ")
-                                       + pageName(entry.page));
+                                       + placeName(entry.page));
         }
     }
 }
@@ -82,7 +68,37 @@ void noSetting(const PmFile& file, Report& report)
         if (!entry.isPage() && entry.isValue() && isAccessible(entry)
             && entry.row->kind != Kind::SETTING) {
             report.add(entry.line,
-                       what(entry) + " is no setting: the chip does not keep it in flash");
+                       registerName(entry) + " is no setting: the chip does not keep it in flash");
+        }
+    }
+}
+
+/// The values that a setting's unit can express, in words; empty if it can express this one, or if
+/// the setting has no unit in which a word can be wrong.
+std::string expressibleInstead(const Entry& entry)
+{
+    const int number = numberOf(*entry.row, entry.value());
+    switch (entry.row->format) {
+    case Format::VOLTS:
+    case Format::TIME:
+        return number >= 0 ? ""
+                           : valueOfNumber(*entry.row, 0) + " to "
+                                 + valueOfNumber(*entry.row, HIGHEST_WORD);
+    case Format::RATIO:
+        return number > 0 ? "" : "a ratio above 0 and up to 1";
+    default:
+        return "";
+    }
+}
+
+void outOfRange(const PmFile& file, Report& report)
+{
+    for (const Entry& entry : file.entries) {
+        const bool isSetting = entry.isValue() && entry.row->kind == Kind::SETTING;
+        const std::string instead = isSetting ? expressibleInstead(entry) : "";
+        if (!instead.empty()) {
+            report.add(entry.line, registerName(entry) + " is set to " + valueOf(entry)
+                                       + ", which its unit can't express: write " + instead);
         }
     }
 }
@@ -110,7 +126,7 @@ void conflict(const PmFile& file, Report& report)
 {
     for (const auto& [before, entry] : findRepetitions(file)) {
         if (!std::ranges::equal(before->value(), entry->value())) {
-            report.add(entry->line, what(*entry) + " is set to " + valueOf(*entry)
+            report.add(entry->line, registerName(*entry) + " is set to " + valueOf(*entry)
                                         + ", and by line " + std::to_string(before->line) + " to "
                                         + valueOf(*before));
         }
@@ -121,8 +137,8 @@ void repetition(const PmFile& file, Report& report)
 {
     for (const auto& [before, entry] : findRepetitions(file)) {
         if (std::ranges::equal(before->value(), entry->value())) {
-            report.add(entry->line,
-                       what(*entry) + " is set again, as by line " + std::to_string(before->line));
+            report.add(entry->line, registerName(*entry) + " is set again, as by line "
+                                        + std::to_string(before->line));
         }
     }
 }
@@ -182,6 +198,18 @@ void action(const PmFile& file, Report& report)
     }
 }
 
+void identity(const PmFile& file, Report& report)
+{
+    for (const Entry& entry : file.entries) {
+        if (isIdentity(entry) && entry.isValue()) {
+            report.add(entry.line,
+                       registerName(entry) + " is set to " + valueOf(entry)
+                           + ", which every board that the file is written to would bear: leave "
+                             "it out, unless the file is for one board alone");
+        }
+    }
+}
+
 constexpr Complaint COMPLAINTS[] = {
     {"broken-entry", true, Needs::RECORDS, brokenEntry},
     {"unknown-command", true, Needs::RECORDS, unknownCommand},
@@ -189,6 +217,7 @@ constexpr Complaint COMPLAINTS[] = {
     {"no-such-page", true, Needs::RECORDS, noSuchPage},
     {"access", true, Needs::RECORDS, access},
     {"no-setting", true, Needs::RECORDS, noSetting},
+    {"out-of-range", true, Needs::RECORDS, outOfRange},
     {"conflict", true, Needs::ENTRIES, conflict},
     {"repetition", false, Needs::ENTRIES, repetition},
     {"no-version", false, Needs::ENTRIES, noVersion},
@@ -196,6 +225,7 @@ constexpr Complaint COMPLAINTS[] = {
     {"version-last", false, Needs::ENTRIES, versionLast},
     {"before-page", false, Needs::RECORDS, beforePage},
     {"action", false, Needs::RECORDS, action},
+    {"identity", false, Needs::RECORDS, identity},
 };
 
 } // namespace

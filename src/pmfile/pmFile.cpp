@@ -148,6 +148,17 @@ std::string commandName(const Entry& entry)
     return formatted("command %02X", entry.code);
 }
 
+std::string placeName(int page)
+{
+    return (page == Command::ALL_PAGES ? "the " : "") + pageName(page);
+}
+
+std::string registerName(const Entry& entry)
+{
+    const int page = registerPage(entry);
+    return commandName(entry) + (page == NO_PAGE ? " " : " of ") + placeName(page);
+}
+
 bool isFactoryValue(const Entry& entry)
 {
     for (unsigned int i = 0; i < entry.row->size; ++i) {

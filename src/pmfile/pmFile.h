@@ -84,6 +84,12 @@ std::string pageName(int page);
 /// The name of an entry's command; "command 05" if it is unknown.
 std::string commandName(const Entry& entry);
 
+/// As in a sentence: "channel 3", "the device".
+std::string placeName(int page);
+
+/// "VOUT_OV_WARN_LIMIT of channel 3".
+std::string registerName(const Entry& entry);
+
 /// Whether the entry sets its register to what that has from the factory.
 bool isFactoryValue(const Entry& entry);
 

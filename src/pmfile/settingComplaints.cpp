@@ -1,33 +1,127 @@
-// Complaints about what a file sets of channels and sensors as a whole: their limits.
+// Complaints about what a file sets of a page as a whole: whether that is all, and whether limits
+// make sense beside each other.
 #include <algorithm>
-#include <map>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "complaints.h"
-
-using catalogue::Kind;
+#include "pageSettings.h"
 
 namespace {
 
-/// The settings of one page, the last of each register.
-using PageSettings = std::map<unsigned int, const Entry*>;
-
-std::map<int, PageSettings> findSettings(const PmFile& file)
+/// "A", "A and B", "A, B and C".
+std::string listed(const std::vector<std::string>& names)
 {
-    std::map<int, PageSettings> pages;
-    for (const Entry& entry : file.entries) {
-        const int page = registerPage(entry);
-        if (entry.isValue() && entry.row->kind == Kind::SETTING && isPage(page)
-            && page != Command::ALL_PAGES) {
-            pages[page][entry.code] = &entry;
-        }
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        text += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
     }
-    return pages;
+    return text;
 }
 
-bool isUsed(const PageSettings& settings)
+/// "channel 3, channels 9 to 11 and the device".
+std::string placesOf(const std::vector<int>& pages)
 {
-    return !std::all_of(settings.begin(), settings.end(),
-                        [](const auto& setting) { return isFactoryValue(*setting.second); });
+    std::vector<std::string> places;
+    std::size_t next = 0;
+    for (std::size_t begin = 0; begin < pages.size(); begin = next) {
+        // Between the last channel and the first sensor is a page that the chip does not have.
+        for (next = begin + 1; next < pages.size() && pages[next] == pages[next - 1] + 1;) {
+            ++next;
+        }
+        std::string place = placeName(pages[begin]);
+        if (next - begin > 1) {
+            const std::string last = pageName(pages[next - 1]);
+            place.insert(place.find(' '), "s").append(" to" + last.substr(last.find(' ')));
+        }
+        places.push_back(place);
+    }
+    return listed(places);
+}
+
+/// Where a page begins, or else the first of its settings.
+unsigned int firstLine(const PmFile& file, int page, const PageSettings& settings)
+{
+    const auto begins = [&](const Entry& entry) { return entry.isPage() && entry.page == page; };
+    const auto isSetting = [&](const Entry& entry) {
+        return registerPage(entry) == page && settings.contains(entry.code) && isAccessible(entry);
+    };
+    const auto selection = std::ranges::find_if(file.entries, begins);
+    return selection != file.entries.end() ? selection->line
+                                           : std::ranges::find_if(file.entries, isSetting)->line;
+}
+
+/// The names of settings that the page has and the file does not set.
+std::vector<std::string> findMissing(int page, const PageSettings& settings)
+{
+    std::vector<std::string> missing;
+    for (const catalogue::Row* row : settingsOf(page)) {
+        if (!settings.contains(row->code)) {
+            missing.emplace_back(row->name.text);
+        }
+    }
+    return missing;
+}
+
+void partialPage(const PmFile& file, int page, const PageSettings& settings, Report& report)
+{
+    constexpr std::size_t MOST_NAMES = 3;
+    std::vector<std::string> missing = findMissing(page, settings);
+    const std::size_t all = settings.size() + missing.size();
+    if (missing.size() > MOST_NAMES) {
+        const std::string others = std::to_string(missing.size() - MOST_NAMES) + " more";
+        missing.resize(MOST_NAMES);
+        missing.push_back(others);
+    }
+    report.add(firstLine(file, page, settings),
+               "the file sets " + std::to_string(settings.size()) + " of the " + std::to_string(all)
+                   + " settings of " + placeName(page) + ": it lacks " + listed(missing)
+                   + ", for which the chip keeps what it holds; set all of them");
+}
+
+void partial(const PmFile& file, Report& report)
+{
+    const auto pages = findSettings(file);
+    const std::string nominal = catalogue::find(MfrChannelNominal::CODE)->name.text;
+    const bool hasNominal = std::ranges::any_of(
+        pages, [](const auto& page) { return page.second.contains(MfrChannelNominal::CODE); });
+    bool hasChannel = false;
+    std::vector<int> untouched;
+    for (int page = 0; page <= Command::ALL_PAGES; ++page) {
+        if (!isPage(page)) {
+            continue;
+        }
+        const auto found = pages.find(page);
+        if (found == pages.end()) {
+            untouched.push_back(page);
+            continue;
+        }
+        hasChannel = hasChannel || Command::isChannelPage(static_cast<std::uint8_t>(page));
+        const std::vector<std::string> missing = findMissing(page, found->second);
+        const bool lacksNominalAlone = missing.size() == 1 && missing.front() == nominal;
+        if (!missing.empty() && (hasNominal || !lacksNominalAlone)) {
+            partialPage(file, page, found->second, report);
+        }
+    }
+    if (!untouched.empty()) {
+        report.add(lastLine(file), "the file sets nothing of " + placesOf(untouched)
+                                       + ": the chip keeps what it holds there");
+    }
+    if (hasChannel && !hasNominal) {
+        report.add(lastLine(file),
+                   "the file sets no channel's " + nominal
+                       + ", which the model 0x57 does not give back: set it, or the chip keeps "
+                         "what it holds and no limit can be judged by it");
+    }
+}
+
+/// The number that a register is set to; 0 if it is not set.
+int numberIn(const PageSettings& settings, std::uint8_t code)
+{
+    const auto found = settings.find(code);
+    return found == settings.end() ? 0 : numberOf(*found->second->row, found->second->value());
 }
 
 /// Each value is below the next of its row that is there.
@@ -52,7 +146,7 @@ void limitOrder(const PmFile& file, Report& report)
                     continue; // not set: another complaint
                 }
                 const Entry* const entry = found->second;
-                if (lower != nullptr && isUsed(settings)
+                if (lower != nullptr && !isUnused(page, settings)
                     && numberOf(*lower->row, lower->value())
                            >= numberOf(*entry->row, entry->value())) {
                     report.add(std::max(lower->line, entry->line),
@@ -66,15 +160,91 @@ void limitOrder(const PmFile& file, Report& report)
     }
 }
 
+/// The warning and fault limits of a channel that are set to something else than the factory's, and
+/// that are voltages.
+std::vector<const Entry*> findLimits(const PageSettings& settings)
+{
+    std::vector<const Entry*> limits;
+    for (const std::uint8_t code : {VoutOVFaultLimit::CODE, VoutOVWarnLimit::CODE,
+                                    VoutUVWarnLimit::CODE, VoutUVFaultLimit::CODE}) {
+        const auto found = settings.find(code);
+        if (found != settings.end() && !isFactoryValue(*found->second)
+            && numberIn(settings, code) >= 0) {
+            limits.push_back(found->second);
+        }
+    }
+    return limits;
+}
+
+void limitWidth(const PmFile& file, Report& report)
+{
+    for (const auto& [page, settings] : findSettings(file)) {
+        const int nominal = numberIn(settings, MfrChannelNominal::CODE);
+        if (nominal <= 0) {
+            continue;
+        }
+        // In steps: half of the nominal voltage, and a hundredth, rounded up, less one step.
+        const int farthest = nominal / 2;
+        const int nearest = (nominal + 99) / 100 - 1;
+        for (const Entry* limit : findLimits(settings)) {
+            const int distance = std::abs(numberOf(*limit->row, limit->value()) - nominal);
+            if (distance <= farthest && distance >= nearest) {
+                continue;
+            }
+            const bool isUpper =
+                limit->code == VoutOVFaultLimit::CODE || limit->code == VoutOVWarnLimit::CODE;
+            const int least = isUpper ? nominal + nearest : nominal - farthest;
+            const int most = isUpper ? nominal + farthest : nominal - nearest;
+            const auto volts = [&](int number) {
+                return valueOfNumber(*limit->row, std::min(number, HIGHEST_WORD));
+            };
+            report.add(limit->line,
+                       registerName(*limit) + " (" + valueOf(*limit) + ") is "
+                           + (distance > farthest ? "farther than 50 % from" : "nearer than 1 % to")
+                           + " the nominal voltage (" + volts(nominal) + ") and "
+                           + (distance > farthest ? "protects nothing" : "trips on noise")
+                           + ": write " + volts(least) + " to " + volts(most));
+        }
+    }
+}
+
+void unreachableLimit(const PmFile& file, Report& report)
+{
+    constexpr std::int64_t FULL_SCALE = 2048; // mV at the pin, the most in the chip's family
+    for (const auto& [page, settings] : findSettings(file)) {
+        const int ratio = numberIn(settings, VoutScaleMonitor::CODE);
+        if (ratio <= 0) {
+            continue;
+        }
+        for (const Entry* limit : findLimits(settings)) {
+            const int number = numberOf(*limit->row, limit->value());
+            // Each may have been rounded up, by half a step; doubled they stay whole numbers.
+            const std::int64_t least =
+                (2 * std::int64_t{number} - 1) * (2 * std::int64_t{ratio} - 1);
+            if (least <= 4 * FULL_SCALE * HIGHEST_WORD) {
+                continue;
+            }
+            const Entry& scale = *settings.at(VoutScaleMonitor::CODE);
+            report.add(limit->line,
+                       registerName(*limit) + " (" + valueOf(*limit)
+                           + ") times VOUT_SCALE_MONITOR (" + valueOf(scale) + ") is above "
+                           + valueOfNumber(*limit->row, static_cast<int>(FULL_SCALE))
+                           + ", the largest full scale known from siblings of the chip, and can "
+                             "never be measured: write a lower limit or a smaller ratio");
+        }
+    }
+}
+
 void noLimit(const PmFile& file, Report& report)
 {
     for (const auto& [page, settings] : findSettings(file)) {
         for (const std::uint8_t code : {VoutOVFaultLimit::CODE, VoutOVWarnLimit::CODE}) {
             const auto found = settings.find(code);
-            if (found != settings.end() && isUsed(settings) && isFactoryValue(*found->second)) {
-                report.add(found->second->line,
-                           what(*found->second) + " is never reached: " + valueOf(*found->second)
-                               + " is its value for never");
+            if (found != settings.end() && !isUnused(page, settings)
+                && isFactoryValue(*found->second)) {
+                report.add(found->second->line, registerName(*found->second) + " is never reached: "
+                                                    + valueOf(*found->second)
+                                                    + " is its value for never");
             }
         }
     }
@@ -84,15 +254,19 @@ void noNominal(const PmFile& file, Report& report)
 {
     for (const auto& [page, settings] : findSettings(file)) {
         const auto found = settings.find(MfrChannelNominal::CODE);
-        if (found != settings.end() && isUsed(settings) && isFactoryValue(*found->second)) {
+        if (found != settings.end() && !isUnused(page, settings)
+            && isFactoryValue(*found->second)) {
             report.add(found->second->line,
-                       what(*found->second) + " is 0 V, though the channel is used");
+                       registerName(*found->second) + " is 0 V, though the channel is used");
         }
     }
 }
 
 constexpr Complaint COMPLAINTS[] = {
+    {"partial", false, Needs::ENTRIES, partial},
     {"limit-order", false, Needs::ENTRIES, limitOrder},
+    {"limit-width", false, Needs::ENTRIES, limitWidth},
+    {"unreachable-limit", false, Needs::ENTRIES, unreachableLimit},
     {"no-limit", false, Needs::ENTRIES, noLimit},
     {"no-nominal", false, Needs::ENTRIES, noNominal},
 };

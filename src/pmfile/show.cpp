@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "messages.h"
+#include "pageSettings.h"
 #include "pmFile.h"
 #include "text.h"
 #include "values.h"
@@ -22,12 +23,6 @@ bool actsAtOnce(const Entry& entry)
            || entry.code == MfrMode::CODE || entry.code == Operation::CODE;
 }
 
-bool canBeWritten(const Entry& entry)
-{
-    const int page = entry.page == NO_PAGE ? 0 : entry.page;
-    return isPage(page) && (accessOn(*entry.row, page) & ACCESS_WRITE) != 0;
-}
-
 /// What there is to say of an entry besides its value.
 std::vector<std::string> marksOf(const Entry& entry)
 {
@@ -38,7 +33,7 @@ std::vector<std::string> marksOf(const Entry& entry)
         return {"passed over"};
     }
     std::vector<std::string> marks;
-    if (!canBeWritten(entry)) {
+    if (!isWritten(entry)) {
         marks.emplace_back("can't be written");
     } else if (!entry.isPage() && entry.row->kind != Kind::SETTING) {
         marks.emplace_back("no setting");
@@ -52,25 +47,23 @@ std::vector<std::string> marksOf(const Entry& entry)
     return marks;
 }
 
-/// Numbers of a file, and the pages that it leaves or makes as they come from the factory.
+/// Numbers of a file, and the pages for which it has registers.
 struct Summary {
     std::size_t written = 0;
-    std::map<int, bool> used; ///< page, and whether anything but a factory setting is written
+    std::map<int, bool> unused; ///< by page
 };
 
 Summary summarise(const PmFile& file)
 {
     Summary summary;
+    const auto settings = findSettings(file);
     for (const Entry& entry : file.entries) {
-        if (entry.row == nullptr) {
-            continue;
-        }
-        summary.written += entry.row->kind != Kind::ACTION && canBeWritten(entry) ? 1 : 0;
-        if (!entry.isPage() && entry.isValue() && isPage(entry.page)) {
-            bool& used = summary.used[entry.page];
-            used = used
-                   || (registerPage(entry) == entry.page && canBeWritten(entry)
-                       && (entry.row->kind != Kind::SETTING || !isFactoryValue(entry)));
+        summary.written += isWritten(entry) ? 1 : 0;
+        if (entry.isValue() && !entry.isPage() && isPage(entry.page)
+            && !summary.unused.contains(entry.page)) {
+            const auto found = settings.find(entry.page);
+            summary.unused[entry.page] =
+                found != settings.end() && isUnused(entry.page, found->second);
         }
     }
     return summary;
@@ -78,8 +71,8 @@ Summary summarise(const PmFile& file)
 
 bool isUnused(const Summary& summary, int page)
 {
-    const auto found = summary.used.find(page);
-    return page != Command::ALL_PAGES && found != summary.used.end() && !found->second;
+    const auto found = summary.unused.find(page);
+    return found != summary.unused.end() && found->second;
 }
 
 const Entry* findVersion(const PmFile& file)
@@ -115,15 +108,14 @@ void showEntry(const Entry& entry)
 
 std::size_t count(const Summary& summary, bool (*belongs)(std::uint8_t page))
 {
-    return static_cast<std::size_t>(std::ranges::count_if(summary.used, [&](const auto& page) {
+    return static_cast<std::size_t>(std::ranges::count_if(summary.unused, [&](const auto& page) {
         return belongs(static_cast<std::uint8_t>(page.first));
     }));
 }
 
 std::ptrdiff_t countUnused(const Summary& summary)
 {
-    return std::ranges::count_if(summary.used,
-                                 [&](const auto& page) { return isUnused(summary, page.first); });
+    return std::ranges::count_if(summary.unused, [](const auto& page) { return page.second; });
 }
 
 std::string counted(std::size_t number, const char* one, const char* several)
@@ -217,8 +209,8 @@ void showJson(const PmFile& file)
                             version->data[1], version->data[0], version->data[2]);
     }
     std::string unused;
-    for (const auto& [page, used] : summary.used) {
-        if (isUnused(summary, page)) {
+    for (const auto& [page, isFactory] : summary.unused) {
+        if (isFactory) {
             unused += (unused.empty() ? "" : ", ") + std::to_string(page);
         }
     }
