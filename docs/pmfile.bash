@@ -11,6 +11,7 @@ _pmfile() {
         case ${COMP_WORDS[1]} in
         show) words=--json ;;
         check) words=--allow ;;
+        diff) words=--settings ;;
         make) words='--allow -o' ;;
         read) words='--like --no-identity --force -o' ;;
         esac

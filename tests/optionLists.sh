@@ -34,7 +34,7 @@ options=$(echo "$usage" | words '\[-[A-Za-z]\]')
 equal usage "$options" "$(echo "$usage" | words '^  -[A-Za-z]( or -R)?' | sed 's/or/\n/' | sort)"
 lists pmadmin _pmadmin "$options" -
 lists virtual-board _virtual_board "$(${EMULATOR-} "$2" --help | words '^  --[a-z-]+')" --
-lists pmfile _pmfile "$(${EMULATOR-} "$3" --help | words '^  --?[a-z-]+')" - 'show -' 'check -' 'make -' 'read -'
+lists pmfile _pmfile "$(${EMULATOR-} "$3" --help | words '^  --?[a-z-]+')" - 'show -' 'check -' 'diff -' 'make -' 'read -'
 lists pmfile-plot _pmfile_plot "$("$4" --help | words '^  --?[a-z]+')" -
 
 complaints=$(${EMULATOR-} "$3" check --allow '' x 2>&1 | sed 's/.*one of //; s/, or all//; s/, /\n/g')

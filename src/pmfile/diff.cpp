@@ -1,13 +1,20 @@
 #include "diff.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
+#include <optional>
+#include <span>
 #include <tuple>
+#include <vector>
 
 #include "messages.h"
+#include "pageSettings.h"
 #include "pmFile.h"
 #include "text.h"
 #include "values.h"
+
+using catalogue::Kind;
 
 namespace {
 
@@ -17,23 +24,57 @@ enum class Group { VERSION, SETTINGS, IDENTITY };
 /// A register: group, page, command code. Entries of unknown codes are one by their bytes, too.
 using Key = std::tuple<Group, int, unsigned int, std::string>;
 
-/// What a file sets; of a register that it sets twice, the last.
-using Settings = std::map<Key, const Entry*>;
+/// What entries set; of a register that they set twice, the last.
+using Registers = std::map<Key, const Entry*>;
 
-Settings findSettings(const PmFile& file)
+/// The entries of a file that are compared, in its order.
+using Entries = std::vector<const Entry*>;
+
+bool isSetting(const Entry& entry)
 {
-    Settings settings;
+    return isAccessible(entry) && entry.row->kind == Kind::SETTING;
+}
+
+/// Whether what is written before and after the entry may have another effect than the other way
+/// round.
+bool isState(const Entry& entry)
+{
+    return isWritten(entry) && !entry.isPage() && entry.row->kind != Kind::SETTING;
+}
+
+/// All but actions and, if settings alone are compared, what is none. That is told.
+Entries findCompared(const PmFile& file, bool settingsAlone)
+{
+    Entries compared;
     for (const Entry& entry : file.entries) {
-        if (entry.isPage()) {
+        const bool isAction = entry.row != nullptr && entry.row->kind == Kind::ACTION;
+        if (isAction) {
+            tell(file.name, entry.line,
+                 commandName(entry)
+                     + " is not compared: it is an action, which pmadmin passes over");
+        } else if (settingsAlone && !entry.isPage() && !isSetting(entry)) {
+            tell(file.name, entry.line, registerName(entry) + " is not compared: it is no setting");
+        } else {
+            compared.push_back(&entry);
+        }
+    }
+    return compared;
+}
+
+Registers findRegisters(std::span<const Entry* const> entries)
+{
+    Registers registers;
+    for (const Entry* entry : entries) {
+        if (entry->isPage()) {
             continue;
         }
-        const Group group = entry.code == MfrDate::CODE ? Group::VERSION
-                            : isIdentity(entry)         ? Group::IDENTITY
-                                                        : Group::SETTINGS;
-        const std::string bytes = entry.row == nullptr ? hexBytes(entry.data) : "";
-        settings[{group, registerPage(entry), entry.code, bytes}] = &entry;
+        const Group group = entry->code == MfrDate::CODE ? Group::VERSION
+                            : isIdentity(*entry)         ? Group::IDENTITY
+                                                         : Group::SETTINGS;
+        const std::string bytes = entry->row == nullptr ? hexBytes(entry->data) : "";
+        registers[{group, registerPage(*entry), entry->code, bytes}] = entry;
     }
-    return settings;
+    return registers;
 }
 
 std::string placeOf(const Key& key, const Entry& entry)
@@ -57,35 +98,112 @@ std::string only(const Key& key, const Entry& entry, const std::string& path)
            + "\n";
 }
 
+/// The entry of a register, or null.
+const Entry* find(const Registers& registers, const Key& key)
+{
+    const auto found = registers.find(key);
+    return found == registers.end() ? nullptr : found->second;
+}
+
+bool isSame(const Entry* one, const Entry* other)
+{
+    return one == nullptr || other == nullptr
+               ? one == other
+               : one->row == nullptr || std::ranges::equal(one->value(), other->value());
+}
+
+bool isSameStep(const Entry* one, const Entry* other)
+{
+    return one->code == other->code && registerPage(*one) == registerPage(*other)
+           && isSame(one, other);
+}
+
+/// Where two files part, and what a file does instead that does nothing there.
+struct Parting {
+    const Entry* before; ///< null: nothing
+    const Entry* after;
+    const char* instead;
+};
+
+/// A register that both files leave alike, but not where their first states act on it.
+std::optional<Parting> findEarlierParting(const Registers& oldBegin, const Registers& newBegin,
+                                          const Entries& before, const Entries& after)
+{
+    const Registers newRegisters = findRegisters(after);
+    for (const auto& [key, entry] : findRegisters(before)) {
+        const Parting parting{find(oldBegin, key), find(newBegin, key), "does so later"};
+        if (isSame(entry, find(newRegisters, key)) && !isSame(parting.before, parting.after)) {
+            return parting;
+        }
+    }
+    return std::nullopt;
+}
+
+/// From the first state on all that is written has to come in the same order. What is set before it
+/// may come in any, but where it is set again later it has to be the same.
+std::optional<Parting> findParting(const Entries& before, const Entries& after)
+{
+    const auto isStep = [](const Entry* entry) { return isWritten(*entry); };
+    const auto isFirst = [](const Entry* entry) { return isState(*entry); };
+    const auto oldFirst = std::ranges::find_if(before, isFirst);
+    const auto newFirst = std::ranges::find_if(after, isFirst);
+    if (oldFirst == before.end() && newFirst == after.end()) {
+        return std::nullopt;
+    }
+    Entries oldSteps;
+    Entries newSteps;
+    std::copy_if(oldFirst, before.end(), std::back_inserter(oldSteps), isStep);
+    std::copy_if(newFirst, after.end(), std::back_inserter(newSteps), isStep);
+    const auto [was, is] = std::ranges::mismatch(oldSteps, newSteps, isSameStep);
+    if (was == oldSteps.end() && is == newSteps.end()) {
+        return findEarlierParting(findRegisters({before.begin(), oldFirst}),
+                                  findRegisters({after.begin(), newFirst}), before, after);
+    }
+    return Parting{was == oldSteps.end() ? nullptr : *was, is == newSteps.end() ? nullptr : *is,
+                   "ends"};
+}
+
+std::string stepOf(const Entry* entry, const std::string& path, const char* instead)
+{
+    if (entry == nullptr) {
+        return printable(path) + " " + instead;
+    }
+    return "line " + std::to_string(entry->line) + " of " + printable(path)
+           + (entry->isPage() ? " selects " + placeName(entry->page)
+                              : " sets " + registerName(*entry) + " to " + valueOf(*entry));
+}
+
 } // namespace
 
-int diff(const std::string& oldPath, const std::string& newPath)
+int diff(const std::string& oldPath, const std::string& newPath, bool settingsAlone)
 {
     const auto oldFile = loadFile(oldPath);
     const auto newFile = oldFile == nullptr ? nullptr : loadFile(newPath);
     if (newFile == nullptr) {
         return STATUS_TROUBLE;
     }
-    const Settings before = findSettings(*oldFile);
-    const Settings after = findSettings(*newFile);
-    Settings all = before;
+    const Entries oldEntries = findCompared(*oldFile, settingsAlone);
+    const Entries newEntries = findCompared(*newFile, settingsAlone);
+    const Registers before = findRegisters(oldEntries);
+    const Registers after = findRegisters(newEntries);
+    Registers all = before;
     all.insert(after.begin(), after.end());
     bool same = true;
     for (const auto& [key, entry] : all) {
-        const auto was = before.find(key);
-        const auto is = after.find(key);
-        if (is == after.end()) {
-            print(only(key, *entry, oldPath));
-        } else if (was == before.end()) {
-            print(only(key, *entry, newPath));
-        } else if (entry->row != nullptr
-                   && !std::ranges::equal(was->second->value(), is->second->value())) {
-            print(placeOf(key, *entry) + valueOf(*was->second) + " -> " + valueOf(*is->second)
-                  + "\n");
-        } else {
+        const Entry* const was = find(before, key);
+        const Entry* const is = find(after, key);
+        if (isSame(was, is)) {
             continue;
         }
         same = false;
+        print(is == nullptr    ? only(key, *entry, oldPath)
+              : was == nullptr ? only(key, *entry, newPath)
+                               : placeOf(key, *is) + valueOf(*was) + " -> " + valueOf(*is) + "\n");
+    }
+    if (const auto parting = findParting(oldEntries, newEntries)) {
+        same = false;
+        print("order: " + stepOf(parting->before, oldPath, parting->instead) + "; "
+              + stepOf(parting->after, newPath, parting->instead) + "\n");
     }
     return finishOutput(same ? STATUS_GOOD : STATUS_DIFFERENT);
 }

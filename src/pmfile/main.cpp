@@ -26,7 +26,7 @@ constexpr int TRACE_LEVEL = 4; // errors and warnings
 constexpr const char* HELP =
     R"(Usage: pmfile show [--json] FILE
        pmfile check [--allow NAME]... FILE...
-       pmfile diff OLD NEW
+       pmfile diff [--settings] OLD NEW
        pmfile source FILE
        pmfile make [--allow NAME]... LIST [-o FILE]
        pmfile read [--like FILE] [--no-identity] [--force] [-o FILE]
@@ -43,6 +43,7 @@ Works with PM data files, the settings of a MAX34460 power monitor.
 
   --json           print JSON, for programs
   --allow NAME     don't complain of this; all: of nothing (repeatable)
+  --settings       compare what the chip keeps in flash, and nothing else
   --like FILE      read just the settings that this file lists
   --no-identity    leave out MFR_LOCATION and MFR_SERIAL
   --force          replace an existing file
@@ -56,18 +57,30 @@ The file - is standard input or output. The exit status is 0 if all is well,
 
 struct Arguments {
     bool json = false;
+    bool settings = false;
     Allowed allowed;
     ReadOptions read;
     std::vector<std::string> files;
 };
 
 /// The options that a command may have, as getopt_long names them by these letters.
-enum Option { JSON = 'j', ALLOW = 'a', LIKE = 'l', NO_IDENTITY = 'n', FORCE = 'f', OUTPUT = 'o' };
+enum Option {
+    JSON = 'j',
+    ALLOW = 'a',
+    SETTINGS = 's',
+    LIKE = 'l',
+    NO_IDENTITY = 'n',
+    FORCE = 'f',
+    OUTPUT = 'o'
+};
 
-constexpr option OPTIONS[] = {
-    {"json", no_argument, nullptr, JSON},       {"allow", required_argument, nullptr, ALLOW},
-    {"like", required_argument, nullptr, LIKE}, {"no-identity", no_argument, nullptr, NO_IDENTITY},
-    {"force", no_argument, nullptr, FORCE},     {nullptr, 0, nullptr, 0}};
+constexpr option OPTIONS[] = {{"json", no_argument, nullptr, JSON},
+                              {"allow", required_argument, nullptr, ALLOW},
+                              {"settings", no_argument, nullptr, SETTINGS},
+                              {"like", required_argument, nullptr, LIKE},
+                              {"no-identity", no_argument, nullptr, NO_IDENTITY},
+                              {"force", no_argument, nullptr, FORCE},
+                              {nullptr, 0, nullptr, 0}};
 
 int runShow(const Arguments& arguments)
 {
@@ -82,7 +95,7 @@ int runCheck(const Arguments& arguments)
 
 int runDiff(const Arguments& arguments)
 {
-    return diff(arguments.files[0], arguments.files[1]);
+    return diff(arguments.files[0], arguments.files[1], arguments.settings);
 }
 
 int runSource(const Arguments& arguments)
@@ -110,7 +123,7 @@ constexpr struct Subcommand {
     int (*run)(const Arguments& arguments);
 } COMMANDS[] = {
     {"show", "j", 1, 1, runShow},  {"check", "a", 1, SIZE_MAX, runCheck},
-    {"diff", "", 2, 2, runDiff},   {"source", "", 1, 1, runSource},
+    {"diff", "s", 2, 2, runDiff},  {"source", "", 1, 1, runSource},
     {"make", "ao", 1, 1, runMake}, {"read", "lnfo", 0, 0, runRead},
 };
 
@@ -155,6 +168,9 @@ bool takeArguments(const Subcommand& command, int argc, char** argv, Arguments& 
             break;
         case ALLOW:
             arguments.allowed.emplace_back(optarg);
+            break;
+        case SETTINGS:
+            arguments.settings = true;
             break;
         case LIKE:
             arguments.read.like = optarg;
