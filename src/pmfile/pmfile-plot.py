@@ -2,12 +2,18 @@
 """Draws a PM data file for reviews, from what `pmfile show --json` says of it."""
 
 import argparse
+import contextlib
+import errno
+import io
 import json
 import math
 import os
 import shutil
+import signal
+import stat
 import subprocess
 import sys
+import tempfile
 
 DARK, GREY = "#404040", "#6E6E6E"
 # By the registers, as the legend has them. Colour-blind people tell the colours apart, and where
@@ -50,7 +56,10 @@ def show(path):
     pmfile = shutil.which("pmfile", path=here) or shutil.which("pmfile")
     if pmfile is None:
         fail("pmfile is neither beside this program nor on the path")
-    shown = subprocess.run([pmfile, "show", "--json", "--", path], stdout=subprocess.PIPE)
+    try:
+        shown = subprocess.run([pmfile, "show", "--json", "--", path], stdout=subprocess.PIPE)
+    except OSError as error:
+        fail(f"{pmfile}: cannot be run: {error.strerror}")
     if shown.returncode < 0:
         fail(f"{pmfile} was killed by signal {-shown.returncode}")
     if shown.returncode > 0:
@@ -63,7 +72,7 @@ def draw_limits(axes, channels):
     off = {(row, name): 100 * (value / registers["MFR_CHANNEL_NOMINAL"]["number"] - 1)
            for row, registers in channels.items() for name in NAMES
            if (value := registers.get(name, UNSET)["number"]) is not None}
-    reach = 1.1 * max([abs(value) for value in off.values() if abs(value) <= FARTHEST] or [10])
+    reach = 1.1 * max([abs(value) for value in off.values() if abs(value) <= FARTHEST] or [0]) or 10
     for row, registers in channels.items():
         for low, high, height, color in SPANS:
             if (row, low) in off and (row, high) in off:
@@ -99,7 +108,8 @@ def draw_delays(axes, channels, title, delays):
     axes.locator_params(axis="x", nbins=6, prune="upper")
 
 
-def draw(content):
+def draw(content, form):
+    """The picture as the bytes of a file in this form."""
     os.environ.pop("MPLBACKEND", None)  # a picture needs none
     import matplotlib
     from matplotlib.figure import Figure
@@ -142,10 +152,56 @@ def draw(content):
     name = "".join(c if c.isprintable() else "?" for c in os.path.basename(content["file"]))
     figure.suptitle(f"{name}: {version}", x=0.02, ha="left", size=13)
     figure.text(0.02, 0.02, NOTES, size=6.5, color=GREY)
-    return figure
+    picture = io.BytesIO()
+    figure.savefig(picture, format=form, dpi=150, metadata=METADATA[form])
+    return picture.getvalue()
 
 
-def main():
+def take_rights(descriptor, replaced):
+    """Gives a new file the owner and rights of the one that it replaces, and nobody more."""
+    mode = stat.S_IMODE(replaced.st_mode)
+    for owner in (replaced.st_uid, -1):
+        with contextlib.suppress(OSError):
+            os.chown(descriptor, owner, replaced.st_gid)
+            break
+    else:
+        mode &= stat.S_IRWXU
+    os.fchmod(descriptor, mode)
+
+
+def write(picture, path):
+    """Writes beside the file, then takes its place; a device or pipe is written directly."""
+    target = os.path.realpath(path)  # a link stays one
+    replaced = os.stat(target) if os.path.exists(target) else None
+    if replaced and not stat.S_ISREG(replaced.st_mode):
+        with open(target, "wb") as device:
+            device.write(picture)
+        return
+    if replaced and not os.access(target, os.W_OK):
+        raise PermissionError(errno.EACCES, os.strerror(errno.EACCES))
+    mask = os.umask(0)
+    os.umask(mask)
+    # Signals that people end programs with wait, so that no half of a file is left behind.
+    signal.pthread_sigmask(signal.SIG_BLOCK,
+                           (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT))
+    descriptor, temporary = tempfile.mkstemp(prefix=os.path.basename(target) + ".",
+                                             dir=os.path.dirname(target))
+    try:
+        with open(descriptor, "wb") as file:
+            file.write(picture)
+            file.flush()
+            if replaced:
+                take_rights(descriptor, replaced)
+            else:
+                os.fchmod(descriptor, 0o666 & ~mask)
+            os.fsync(descriptor)
+        os.replace(temporary, target)
+    except OSError:
+        os.unlink(temporary)
+        raise
+
+
+def parse_arguments():
     parser = argparse.ArgumentParser(
         prog="pmfile-plot", add_help=False, allow_abbrev=False,
         description="Draws the limits and delays of each channel in a PM data file.")
@@ -156,7 +212,13 @@ def main():
     parser.add_argument("--version", action="version", help="show the version",
                         version="pmfile-plot @PROJECT_VERSION@")
     parser.error = lambda message: fail(f"{message} (see pmfile-plot --help)")
-    arguments = parser.parse_args()
+    return parser.parse_args()
+
+
+def main():
+    if signal.getsignal(signal.SIGINT) == signal.default_int_handler:
+        signal.signal(signal.SIGINT, signal.SIG_DFL)  # an end without a traceback
+    arguments = parse_arguments()
     source, output = arguments.file, arguments.o
     if output is None and source == "-":
         fail("a picture of standard input needs -o")
@@ -164,22 +226,23 @@ def main():
         output = os.path.splitext(source)[0] + ".svg"
     if not output.endswith((".svg", ".png")):
         fail(f"{output}: expected a name that ends in .svg or .png")
-    if os.path.realpath(source) == os.path.realpath(output):
-        fail(f"{output}: expected another file than the input, which would be lost")
     content = show(source)
-    target = os.path.realpath(output)  # a link stays one
-    temporary = f"{target}.{os.getpid()}"
     try:
-        draw(content).savefig(temporary, format=output[-3:], dpi=150,
-                              metadata=METADATA[output[-3:]])
-        os.replace(temporary, target)
+        if os.path.realpath(source) == os.path.realpath(output):
+            fail(f"{output}: expected another file than the input, which would be lost")
+        write(draw(content, output[-3:]), output)
     except ImportError:
         fail("drawing takes matplotlib: install the Debian package python3-matplotlib")
     except OSError as error:
         fail(f"{output}: cannot be written: {error.strerror}")
+
+
+try:
+    try:
+        main()
     finally:
-        if os.path.exists(temporary):
-            os.unlink(temporary)
-
-
-main()
+        if sys.stdout:
+            sys.stdout.flush()
+except OSError as error:
+    print(f"pmfile-plot: standard output: {error.strerror}", file=sys.stderr)
+    os._exit(2)  # otherwise what can't be written would be tried again
