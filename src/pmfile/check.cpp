@@ -36,7 +36,8 @@ Needs soundness(const PmFile& file, bool isComplete)
 
 std::string Finding::inWords() const
 {
-    return (isError ? "error: " : "warning: ") + text + " (" + std::string(name) + ")";
+    return formatted("%s: %s (%s)", isError ? "error" : "warning", text.c_str(),
+                     std::string(name).c_str());
 }
 
 std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed, bool isComplete)
@@ -90,8 +91,8 @@ int check(const std::vector<std::string>& paths, const Allowed& allowed)
             status = STATUS_TROUBLE;
         }
         for (const Finding& finding : findComplaints(file, allowed)) {
-            print(printable(path) + ":" + std::to_string(finding.line) + ": " + finding.inWords()
-                  + "\n");
+            print(formatted("%s:%u: %s\n", printable(path).c_str(), finding.line,
+                            finding.inWords().c_str()));
             status = std::max(status, finding.isError ? STATUS_TROUBLE : STATUS_DIFFERENT);
         }
     }

@@ -2,7 +2,6 @@
 // to be complained of in a file; a table of these is all that check needs.
 #pragma once
 
-#include <cstdio>
 #include <span>
 #include <string>
 #include <string_view>
@@ -45,14 +44,6 @@ struct Complaint {
 extern const std::span<const Complaint> RECORD_COMPLAINTS;
 extern const std::span<const Complaint> ENTRY_COMPLAINTS;
 extern const std::span<const Complaint> SETTING_COMPLAINTS;
-
-/// The number in hexadecimal, with at least `digits` digits.
-inline std::string hex(unsigned int number, int digits)
-{
-    char text[16];
-    std::snprintf(text, sizeof(text), "%0*X", digits, number);
-    return text;
-}
 
 /// The value as people read it.
 inline std::string valueOf(const Entry& entry)

@@ -168,9 +168,11 @@ std::string stepOf(const Entry* entry, const std::string& path, const char* inst
     if (entry == nullptr) {
         return printable(path) + " " + instead;
     }
-    return "line " + std::to_string(entry->line) + " of " + printable(path)
-           + (entry->isPage() ? " selects " + placeName(entry->page)
-                              : " sets " + registerName(*entry) + " to " + valueOf(*entry));
+    const std::string does =
+        entry->isPage()
+            ? "selects " + placeName(entry->page)
+            : formatted("sets %s to %s", registerName(*entry).c_str(), valueOf(*entry).c_str());
+    return formatted("line %u of %s %s", entry->line, printable(path).c_str(), does.c_str());
 }
 
 } // namespace

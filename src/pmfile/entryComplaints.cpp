@@ -5,6 +5,7 @@
 
 #include "complaints.h"
 #include "pageSettings.h"
+#include "text.h"
 
 using catalogue::Format;
 using catalogue::Kind;
@@ -15,8 +16,8 @@ void brokenEntry(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (!entry.isWhole) {
-            report.add(entry.line, "the entry at byte " + std::to_string(entry.offset) + " "
-                                       + file.faultOf(entry));
+            report.add(entry.line, formatted("the entry at byte %zu %s", entry.offset,
+                                             file.faultOf(entry).c_str()));
         }
     }
 }
@@ -25,8 +26,9 @@ void unknownCommand(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (entry.row == nullptr && entry.isWhole) {
-            report.add(entry.line, "no register has the command code " + hex(entry.code, 2)
-                                       + ": the entry is left out");
+            report.add(entry.line,
+                       formatted("no register has the command code %02X: the entry is left out",
+                                 entry.code));
         }
     }
 }
@@ -35,8 +37,8 @@ void surplusData(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (entry.row != nullptr && entry.data.size() > entry.row->size) {
-            report.add(entry.line, commandName(entry) + " has " + std::to_string(entry.data.size())
-                                       + " data bytes of " + std::to_string(entry.row->size));
+            report.add(entry.line, formatted("%s has %zu data bytes of %d", entry.row->name.text,
+                                             entry.data.size(), entry.row->size));
         }
     }
 }
@@ -45,7 +47,7 @@ void noSuchPage(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (entry.isPage() && entry.isValue() && !isPage(entry.page)) {
-            report.add(entry.line, "the chip has no page " + std::to_string(entry.page));
+            report.add(entry.line, formatted("the chip has no page %d", entry.page));
         }
     }
 }
@@ -54,10 +56,10 @@ void access(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (!entry.isPage() && entry.isValue() && !isAccessible(entry)) {
-            report.add(entry.line, commandName(entry) + " can't be "
-                                       + (isWritten(entry) ? "read back" : "written")
-                                       + (entry.page == NO_PAGE ? " " : " on ")
-                                       + placeName(entry.page));
+            report.add(entry.line, formatted("%s can't be %s%s%s", entry.row->name.text,
+                                             isWritten(entry) ? "read back" : "written",
+                                             entry.page == NO_PAGE ? " " : " on ",
+                                             placeName(entry.page).c_str()));
         }
     }
 }
@@ -67,8 +69,8 @@ void noSetting(const PmFile& file, Report& report)
     for (const Entry& entry : file.entries) {
         if (!entry.isPage() && entry.isValue() && isAccessible(entry)
             && entry.row->kind != Kind::SETTING) {
-            report.add(entry.line,
-                       registerName(entry) + " is no setting: the chip does not keep it in flash");
+            report.add(entry.line, formatted("%s is no setting: the chip does not keep it in flash",
+                                             registerName(entry).c_str()));
         }
     }
 }
@@ -97,8 +99,10 @@ void outOfRange(const PmFile& file, Report& report)
         const bool isSetting = entry.isValue() && entry.row->kind == Kind::SETTING;
         const std::string instead = isSetting ? expressibleInstead(entry) : "";
         if (!instead.empty()) {
-            report.add(entry.line, registerName(entry) + " is set to " + valueOf(entry)
-                                       + ", which its unit can't express: write " + instead);
+            report.add(entry.line,
+                       formatted("%s is set to %s, which its unit can't express: write %s",
+                                 registerName(entry).c_str(), valueOf(entry).c_str(),
+                                 instead.c_str()));
         }
     }
 }
@@ -126,9 +130,9 @@ void conflict(const PmFile& file, Report& report)
 {
     for (const auto& [before, entry] : findRepetitions(file)) {
         if (!std::ranges::equal(before->value(), entry->value())) {
-            report.add(entry->line, registerName(*entry) + " is set to " + valueOf(*entry)
-                                        + ", and by line " + std::to_string(before->line) + " to "
-                                        + valueOf(*before));
+            report.add(entry->line, formatted("%s is set to %s, and by line %u to %s",
+                                              registerName(*entry).c_str(), valueOf(*entry).c_str(),
+                                              before->line, valueOf(*before).c_str()));
         }
     }
 }
@@ -137,8 +141,8 @@ void repetition(const PmFile& file, Report& report)
 {
     for (const auto& [before, entry] : findRepetitions(file)) {
         if (std::ranges::equal(before->value(), entry->value())) {
-            report.add(entry->line, registerName(*entry) + " is set again, as by line "
-                                        + std::to_string(before->line));
+            report.add(entry->line, formatted("%s is set again, as by line %u",
+                                              registerName(*entry).c_str(), before->line));
         }
     }
 }
@@ -193,7 +197,7 @@ void action(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (entry.row != nullptr && entry.row->kind == Kind::ACTION) {
-            report.add(entry.line, commandName(entry) + " is passed over");
+            report.add(entry.line, formatted("%s is passed over", entry.row->name.text));
         }
     }
 }
@@ -202,10 +206,12 @@ void identity(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (isIdentity(entry) && entry.isValue()) {
-            report.add(entry.line,
-                       registerName(entry) + " is set to " + valueOf(entry)
-                           + ", which every board that the file is written to would bear: leave "
-                             "it out, unless the file is for one board alone");
+            report.add(
+                entry.line,
+                formatted(
+                    "%s is set to %s, which every board that the file is written to would bear: "
+                    "leave it out, unless the file is for one board alone",
+                    registerName(entry).c_str(), valueOf(entry).c_str()));
         }
     }
 }

@@ -12,7 +12,7 @@ void brokenRecord(const PmFile& file, Report& report)
 {
     for (const RecordLine& record : file.records) {
         if (record.record.fault != nullptr) {
-            report.add(record.line, std::string("the line ") + record.record.fault);
+            report.add(record.line, formatted("the line %s", record.record.fault));
         }
     }
 }
@@ -38,8 +38,8 @@ void checksum(const PmFile& file, Report& report)
     for (const RecordLine& record : file.records) {
         const unsigned int fitting = pmDataFile::checksumOf(record.text);
         if (record.record.fault == nullptr && record.record.checksum != fitting) {
-            report.add(record.line, "the checksum is " + hex(record.record.checksum, 2) + ", and "
-                                        + hex(fitting, 2) + " would fit the record");
+            report.add(record.line, formatted("the checksum is %02X, and %02X would fit the record",
+                                              record.record.checksum, fitting));
         }
     }
 }
@@ -52,8 +52,8 @@ void address(const PmFile& file, Report& report)
             continue;
         }
         if (record.address != next) {
-            report.add(line, "the address is " + hex(record.address, 4) + ", and " + hex(next, 4)
-                                 + " would continue the data");
+            report.add(line, formatted("the address is %04X, and %04X would continue the data",
+                                       record.address, next));
         }
         next = record.address + record.byteCount;
     }
@@ -63,8 +63,8 @@ void recordType(const PmFile& file, Report& report)
 {
     for (const auto& [record, text, line] : file.records) {
         if (record.type != pmDataFile::DATA_RECORD && record.byteCount > 0) {
-            report.add(line, "data in a record of the type " + hex(record.type, 2)
-                                 + " is taken as settings");
+            report.add(line, formatted("data in a record of the type %02X is taken as settings",
+                                       record.type));
         }
     }
 }

@@ -8,6 +8,7 @@
 
 #include "complaints.h"
 #include "pageSettings.h"
+#include "text.h"
 
 namespace {
 
@@ -71,14 +72,16 @@ void partialPage(const PmFile& file, int page, const PageSettings& settings, Rep
     std::vector<std::string> missing = findMissing(page, settings);
     const std::size_t all = settings.size() + missing.size();
     if (missing.size() > MOST_NAMES) {
-        const std::string others = std::to_string(missing.size() - MOST_NAMES) + " more";
+        const std::string others = formatted("%zu more", missing.size() - MOST_NAMES);
         missing.resize(MOST_NAMES);
         missing.push_back(others);
     }
-    report.add(firstLine(file, page, settings),
-               "the file sets " + std::to_string(settings.size()) + " of the " + std::to_string(all)
-                   + " settings of " + placeName(page) + ": it lacks " + listed(missing)
-                   + ", for which the chip keeps what it holds; set all of them");
+    report.add(
+        firstLine(file, page, settings),
+        formatted(
+            "the file sets %zu of the %zu settings of %s: it lacks %s, for which the chip keeps "
+            "what it holds; set all of them",
+            settings.size(), all, placeName(page).c_str(), listed(missing).c_str()));
 }
 
 void partial(const PmFile& file, Report& report)
@@ -106,14 +109,17 @@ void partial(const PmFile& file, Report& report)
         }
     }
     if (!untouched.empty()) {
-        report.add(lastLine(file), "the file sets nothing of " + placesOf(untouched)
-                                       + ": the chip keeps what it holds there");
+        report.add(lastLine(file),
+                   formatted("the file sets nothing of %s: the chip keeps what it holds there",
+                             placesOf(untouched).c_str()));
     }
     if (hasChannel && !hasNominal) {
-        report.add(lastLine(file),
-                   "the file sets no channel's " + nominal
-                       + ", which the model 0x57 does not give back: set it, or the chip keeps "
-                         "what it holds and no limit can be judged by it");
+        report.add(
+            lastLine(file),
+            formatted(
+                "the file sets no channel's %s, which the model 0x57 does not give back: set it, "
+                "or the chip keeps what it holds and no limit can be judged by it",
+                nominal.c_str()));
     }
 }
 
@@ -150,9 +156,10 @@ void limitOrder(const PmFile& file, Report& report)
                     && numberOf(*lower->row, lower->value())
                            >= numberOf(*entry->row, entry->value())) {
                     report.add(std::max(lower->line, entry->line),
-                               commandName(*lower) + " (" + valueOf(*lower) + ") must be below "
-                                   + commandName(*entry) + " (" + valueOf(*entry) + ") of "
-                                   + pageName(page));
+                               formatted("%s (%s) must be below %s (%s) of %s",
+                                         lower->row->name.text, valueOf(*lower).c_str(),
+                                         entry->row->name.text, valueOf(*entry).c_str(),
+                                         pageName(page).c_str()));
                 }
                 lower = entry;
             }
@@ -198,12 +205,16 @@ void limitWidth(const PmFile& file, Report& report)
             const auto volts = [&](int number) {
                 return valueOfNumber(*limit->row, std::min(number, HIGHEST_WORD));
             };
-            report.add(limit->line,
-                       registerName(*limit) + " (" + valueOf(*limit) + ") is "
-                           + (distance > farthest ? "farther than 50 % from" : "nearer than 1 % to")
-                           + " the nominal voltage (" + volts(nominal) + ") and "
-                           + (distance > farthest ? "protects nothing" : "trips on noise")
-                           + ": write " + volts(least) + " to " + volts(most));
+            report.add(
+                limit->line,
+                formatted(
+                    distance > farthest
+                        ? "%s (%s) is farther than 50 %% from the nominal voltage (%s) and "
+                          "protects nothing: write %s to %s"
+                        : "%s (%s) is nearer than 1 %% to the nominal voltage (%s) and trips on "
+                          "noise: write %s to %s",
+                    registerName(*limit).c_str(), valueOf(*limit).c_str(), volts(nominal).c_str(),
+                    volts(least).c_str(), volts(most).c_str()));
         }
     }
 }
@@ -225,12 +236,14 @@ void unreachableLimit(const PmFile& file, Report& report)
                 continue;
             }
             const Entry& scale = *settings.at(VoutScaleMonitor::CODE);
-            report.add(limit->line,
-                       registerName(*limit) + " (" + valueOf(*limit)
-                           + ") times VOUT_SCALE_MONITOR (" + valueOf(scale) + ") is above "
-                           + valueOfNumber(*limit->row, static_cast<int>(FULL_SCALE))
-                           + ", the largest full scale known from siblings of the chip, and can "
-                             "never be measured: write a lower limit or a smaller ratio");
+            report.add(
+                limit->line,
+                formatted(
+                    "%s (%s) times VOUT_SCALE_MONITOR (%s) is above %s, the largest full scale "
+                    "known from siblings of the chip, and can never be measured: write a lower "
+                    "limit or a smaller ratio",
+                    registerName(*limit).c_str(), valueOf(*limit).c_str(), valueOf(scale).c_str(),
+                    valueOfNumber(*limit->row, static_cast<int>(FULL_SCALE)).c_str()));
         }
     }
 }
@@ -242,9 +255,10 @@ void noLimit(const PmFile& file, Report& report)
             const auto found = settings.find(code);
             if (found != settings.end() && !isUnused(page, settings)
                 && isFactoryValue(*found->second)) {
-                report.add(found->second->line, registerName(*found->second) + " is never reached: "
-                                                    + valueOf(*found->second)
-                                                    + " is its value for never");
+                report.add(found->second->line,
+                           formatted("%s is never reached: %s is its value for never",
+                                     registerName(*found->second).c_str(),
+                                     valueOf(*found->second).c_str()));
             }
         }
     }
@@ -256,8 +270,8 @@ void noNominal(const PmFile& file, Report& report)
         const auto found = settings.find(MfrChannelNominal::CODE);
         if (found != settings.end() && !isUnused(page, settings)
             && isFactoryValue(*found->second)) {
-            report.add(found->second->line,
-                       registerName(*found->second) + " is 0 V, though the channel is used");
+            report.add(found->second->line, formatted("%s is 0 V, though the channel is used",
+                                                      registerName(*found->second).c_str()));
         }
     }
 }
