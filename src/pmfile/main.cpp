@@ -17,6 +17,7 @@
 #include "readChip.h"
 #include "show.h"
 #include "standardStreams.h"
+#include "text.h"
 #include "trace.h"
 
 namespace {
@@ -82,39 +83,6 @@ constexpr option OPTIONS[] = {{"json", no_argument, nullptr, JSON},
                               {"force", no_argument, nullptr, FORCE},
                               {nullptr, 0, nullptr, 0}};
 
-int runShow(const Arguments& arguments)
-{
-    return show(arguments.files[0], arguments.json);
-}
-
-int runCheck(const Arguments& arguments)
-{
-    return areComplaints(arguments.allowed) ? check(arguments.files, arguments.allowed)
-                                            : STATUS_TROUBLE;
-}
-
-int runDiff(const Arguments& arguments)
-{
-    return diff(arguments.files[0], arguments.files[1], arguments.settings);
-}
-
-int runSource(const Arguments& arguments)
-{
-    return source(arguments.files[0]);
-}
-
-int runMake(const Arguments& arguments)
-{
-    return areComplaints(arguments.allowed)
-               ? make(arguments.files[0], arguments.read.output, arguments.allowed)
-               : STATUS_TROUBLE;
-}
-
-int runRead(const Arguments& arguments)
-{
-    return readChip(arguments.read);
-}
-
 constexpr struct Subcommand {
     const char* name;
     const char* options; ///< letters of those that it has
@@ -122,25 +90,64 @@ constexpr struct Subcommand {
     std::size_t most;
     int (*run)(const Arguments& arguments);
 } COMMANDS[] = {
-    {"show", "j", 1, 1, runShow},  {"check", "a", 1, SIZE_MAX, runCheck},
-    {"diff", "s", 2, 2, runDiff},  {"source", "", 1, 1, runSource},
-    {"make", "ao", 1, 1, runMake}, {"read", "lnfo", 0, 0, runRead},
+    {"show", "j", 1, 1, [](const Arguments& given) { return show(given.files[0], given.json); }},
+    {"check", "a", 1, SIZE_MAX,
+     [](const Arguments& given) { return check(given.files, given.allowed); }},
+    {"diff", "s", 2, 2,
+     [](const Arguments& given) { return diff(given.files[0], given.files[1], given.settings); }},
+    {"source", "", 1, 1, [](const Arguments& given) { return source(given.files[0]); }},
+    {"make", "ao", 1, 1,
+     [](const Arguments& given) { return make(given.files[0], given.read.output, given.allowed); }},
+    {"read", "lnfo", 0, 0, [](const Arguments& given) { return readChip(given.read); }},
 };
 
-int refuse(const std::string& what)
+/// Tells what is wrong with the command line.
+void tellMisuse(const std::string& what)
 {
     tell(what + " (see pmfile --help)");
-    return STATUS_TROUBLE;
 }
 
 std::string optionName(int letter)
 {
     for (const option& one : OPTIONS) {
         if (one.name != nullptr && one.val == letter) {
-            return std::string("--") + one.name;
+            return formatted("--%s", one.name);
         }
     }
-    return {'-', static_cast<char>(letter)};
+    return formatted("-%c", letter);
+}
+
+/// The option that getopt_long does not know: `word` has it, alone if it is a long one.
+std::string unknownOption(const std::string& word)
+{
+    return word.starts_with("--") ? word : formatted("-%c", optopt);
+}
+
+void takeOption(int letter, Arguments& arguments)
+{
+    switch (letter) {
+    case JSON:
+        arguments.json = true;
+        break;
+    case ALLOW:
+        arguments.allowed.emplace_back(optarg);
+        break;
+    case SETTINGS:
+        arguments.settings = true;
+        break;
+    case LIKE:
+        arguments.read.like = optarg;
+        break;
+    case NO_IDENTITY:
+        arguments.read.identity = false;
+        break;
+    case FORCE:
+        arguments.read.force = true;
+        break;
+    default:
+        arguments.read.output = optarg;
+        break;
+    }
 }
 
 /// Takes the options and files behind the command. False, with a message, if they don't fit it.
@@ -149,53 +156,27 @@ bool takeArguments(const Subcommand& command, int argc, char** argv, Arguments& 
     opterr = 0;
     for (int letter = 0; (letter = getopt_long(argc, argv, ":o:", OPTIONS, nullptr)) != -1;) {
         if (letter == ':') {
-            refuse("option '" + optionName(optopt) + "' needs a value");
+            tellMisuse(formatted("option '%s' needs a value", optionName(optopt).c_str()));
             return false;
         }
         if (letter == '?' || std::strchr(command.options, letter) == nullptr) {
-            const char* const last = argv[optind - 1];
-            const bool isLong = std::strncmp(last, "--", 2) == 0;
-            refuse(std::string(command.name) + " has no option '"
-                   + (letter != '?' ? optionName(letter)
-                      : isLong      ? last
-                                    : std::string{'-', static_cast<char>(optopt)})
-                   + "'");
+            const std::string name =
+                letter == '?' ? unknownOption(argv[optind - 1]) : optionName(letter);
+            tellMisuse(formatted("%s has no option '%s'", command.name, name.c_str()));
             return false;
         }
-        switch (letter) {
-        case JSON:
-            arguments.json = true;
-            break;
-        case ALLOW:
-            arguments.allowed.emplace_back(optarg);
-            break;
-        case SETTINGS:
-            arguments.settings = true;
-            break;
-        case LIKE:
-            arguments.read.like = optarg;
-            break;
-        case NO_IDENTITY:
-            arguments.read.identity = false;
-            break;
-        case FORCE:
-            arguments.read.force = true;
-            break;
-        default:
-            arguments.read.output = optarg;
-            break;
-        }
+        takeOption(letter, arguments);
     }
     arguments.files.assign(argv + optind, argv + argc);
     if (arguments.files.size() < command.fewest || arguments.files.size() > command.most) {
-        refuse(std::string(command.name)
-               + (command.most == 0   ? " takes no file but those of its options"
-                  : command.most == 1 ? " takes one file"
-                  : command.most == 2 ? " takes two files"
-                                      : " needs a file"));
+        tellMisuse(formatted("%s %s", command.name,
+                             command.most == 0   ? "takes no file but those of its options"
+                             : command.most == 1 ? "takes one file"
+                             : command.most == 2 ? "takes two files"
+                                                 : "needs a file"));
         return false;
     }
-    return true;
+    return areComplaints(arguments.allowed);
 }
 
 int run(int argc, char** argv)
@@ -213,7 +194,8 @@ int run(int argc, char** argv)
                                                                  : STATUS_TROUBLE;
         }
     }
-    return refuse(name.empty() ? "no command" : "no command is called '" + name + "'");
+    tellMisuse(name.empty() ? "no command" : formatted("no command is called '%s'", name.c_str()));
+    return STATUS_TROUBLE;
 }
 
 [[noreturn]] void endWithoutMemory()
