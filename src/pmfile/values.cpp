@@ -157,9 +157,8 @@ std::string readInUnit(const Unit& unit, std::string_view text, int& number)
     }
     // Of two doubles that come nearest to the same number, one is the other.
     const auto unitsOf = [&unit](int steps) { return static_cast<double>(steps) / unit.steps; };
-    std::string range =
-        formatted("it has steps of %s, from %s to %s", inUnit(unit, 1).c_str(),
-                  inUnit(unit, unit.lowest).c_str(), inUnit(unit, HIGHEST).c_str());
+    std::string range = formatted("it has steps of %s, from %s to %s", inUnit(unit, 1).c_str(),
+                                  inUnit(unit, unit.lowest).c_str(), inUnit(unit, HIGHEST).c_str());
     if (value < unitsOf(unit.lowest) || value > unitsOf(HIGHEST)) {
         return range;
     }
@@ -327,10 +326,10 @@ std::string readValue(const Row& row, std::string_view text, std::vector<std::ui
     if (skip(text, "0x")) {
         return readHex(row, text, value);
     }
+    if (unitOf(row) != nullptr) {
+        return readDecimal(row, text, value);
+    }
     switch (row.format) {
-    case Format::VOLTS:
-    case Format::TIME:
-    case Format::CELSIUS:
     case Format::RATIO:
         return readDecimal(row, text, value);
     case Format::COUNT:
