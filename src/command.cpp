@@ -82,37 +82,42 @@ bool Command::begin(std::uint32_t access, std::uint8_t page)
 
 bool Command::writeSmbus(int fd, std::uint8_t page, std::uint32_t size, const i2c_smbus_data& data)
 {
-    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("write")) {
+    int reason = 0;
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("write", reason)) {
         i2c_smbus_data sent = data;
         if (smbus(fd, I2C_SMBUS_WRITE, m_code, size, &sent) >= 0) {
             m_status = true;
             return true;
         }
+        reason = errno;
         LOG_AS("write", WARNING, "Write command %02x on page %d failed, %s", getCode(), page,
-               std::strerror(errno));
+               std::strerror(reason));
     }
     return false;
 }
 
 bool Command::readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus_data& data)
 {
-    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("read")) {
+    int reason = 0;
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry("read", reason)) {
         data = {};
         if (smbus(fd, I2C_SMBUS_READ, m_code, size, &data) == 0) {
             m_status = true;
             return true;
         }
+        reason = errno;
         LOG_AS("read", WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
-               std::strerror(errno));
+               std::strerror(reason));
     }
     return false;
 }
 
-void Command::retry(const char* caller)
+void Command::retry(const char* caller, int reason)
 {
     --m_retries;
     LOG_AS(caller, WARNING, "retry %d", MAX_ATTEMPTS - m_retries);
     usleep(RETRY_PAUSE_US);
+    errno = reason;
 }
 
 bool Command::operator==(const Command& other) const
@@ -174,12 +179,14 @@ bool NullCommand::write(int fd, std::uint8_t page)
     if (!begin(ACCESS_WRITE, page)) {
         return false;
     }
-    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry(__func__)) {
+    int reason = 0;
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry(__func__, reason)) {
         // SMBus Send Byte: the code itself is all that is sent.
         if (smbus(fd, I2C_SMBUS_WRITE, m_code, I2C_SMBUS_BYTE, nullptr) >= 0) {
             m_status = true;
             return true;
         }
+        reason = errno;
         LOG(WARNING, "Write command %02x on page %d failed", getCode(), page);
     }
     return false;
@@ -332,7 +339,8 @@ bool BlockCommand::read(int fd, std::uint8_t page)
     }
     // Two bytes more than are asked for, as the kernel's own block buffers have.
     std::uint8_t received[MAX_DATA_SIZE + 2] = {};
-    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry(__func__)) {
+    int reason = 0;
+    for (m_retries = MAX_ATTEMPTS; m_retries > 0; retry(__func__, reason)) {
         i2c_msg messages[] = {{CHIP_ADDRESS, 0, 1, &m_code},
                               {CHIP_ADDRESS, I2C_M_RD, m_dataSize, received}};
         i2c_rdwr_ioctl_data request{messages, 2};
@@ -342,8 +350,9 @@ bool BlockCommand::read(int fd, std::uint8_t page)
             m_status = true;
             return true;
         }
+        reason = errno;
         LOG(WARNING, "Read command %02x on page %d failed, %s", getCode(), page,
-            std::strerror(errno));
+            std::strerror(reason));
     }
     return false;
 }

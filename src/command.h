@@ -49,7 +49,7 @@ public:
 
     /// Writes the data to the chip at `fd`, an I2C device bound to the chip's address. `page`
     /// (0 to 11, 13 to 17 or 255) decides whether that is allowed. Makes up to three attempts;
-    /// false if it is not allowed or if all attempts failed.
+    /// false if it is not allowed or, with the errno of the last one, if all attempts failed.
     virtual bool write(int fd, std::uint8_t page) = 0;
 
     /// Reads the data from the chip; otherwise like write(). On failure the data is unchanged.
@@ -102,8 +102,8 @@ protected:
     /// The same for reading; `data` is what was received if the result is true.
     bool readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus_data& data);
 
-    /// Counts and logs a failed attempt on behalf of `caller`, and pauses.
-    void retry(const char* caller);
+    /// Counts and logs a failed attempt on behalf of `caller`, and pauses. Leaves `reason` in errno.
+    void retry(const char* caller, int reason);
 
     std::int32_t m_retries; ///< attempts left in the current transfer
     std::uint8_t m_code;

@@ -175,6 +175,7 @@ TEST_F(TransferTest, ThreeAttemptsWithPausesAndTheErrorOfEach)
         const std::string third = attempt(3, request, failure + (tells ? "Connection timed out" : ""));
         fakeSystem.results = {-EREMOTEIO, -EINTR, -ETIMEDOUT};
         EXPECT_EQ(twice + third + "failed " + data, transfer(what));
+        EXPECT_EQ(ETIMEDOUT, errno);
         fakeSystem.results = {-EREMOTEIO, -EINTR};
         EXPECT_EQ(twice + request + "ok ", transfer(what).substr(0, (twice + request).size() + 3));
     }
