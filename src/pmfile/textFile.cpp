@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +14,7 @@
 #include "descriptor.h"
 #include "messages.h"
 #include "pmDataFile.h"
+#include "signalsWait.h"
 
 using pmDataFile::Reading;
 
@@ -57,26 +57,6 @@ void inherit(int fd, const struct stat& replaced)
     const bool grouped = owned || fchown(fd, static_cast<uid_t>(-1), replaced.st_gid) == 0;
     fchmod(fd, replaced.st_mode & (owned ? ALL_RIGHTS : grouped ? 0777 : S_IRWXU));
 }
-
-/// Keeps the signals that people end programs with from leaving half a file behind: they wait.
-class SignalsWait {
-public:
-    SignalsWait()
-    {
-        sigset_t signals;
-        sigemptyset(&signals);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-            sigaddset(&signals, signal);
-        }
-        sigprocmask(SIG_BLOCK, &signals, &m_before);
-    }
-    ~SignalsWait() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
-    SignalsWait(const SignalsWait&) = delete;
-    SignalsWait& operator=(const SignalsWait&) = delete;
-
-private:
-    sigset_t m_before = {};
-};
 
 /// Gives the file its place. False with EEXIST if there is one that is to be kept; a file system
 /// that can't look and rename at once makes do with looking before.
