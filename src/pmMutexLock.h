@@ -2,12 +2,9 @@
 // PowerFileHandler takes for each of its operations.
 #pragma once
 
-#include <sys/ipc.h>
-
 #include <string>
 
-/// Key of the semaphore set that all users of the chip share.
-inline constexpr key_t PM_MUTEX_KEY = 0x9F39B;
+#include "pmSemaphore.h"
 
 /// Holds the lock from the end of its construction to its destruction. It never reports failure to
 /// its caller: without a semaphore, or if the lock stays taken for about 20 s, it logs that and the
@@ -16,8 +13,6 @@ class PmMutexLock {
 public:
     /// Waits for the lock; `owner` names its holder in the log.
     explicit PmMutexLock(const char* owner);
-    /// The same; `held` tells whether it got the lock.
-    PmMutexLock(const char* owner, bool& held);
 
     /// Releases the lock, also a stale one that was taken over.
     ~PmMutexLock();
@@ -28,7 +23,4 @@ public:
 protected:
     int m_semId; ///< of the semaphore set; negative if there is none
     std::string m_owner;
-
-private:
-    bool acquire();
 };

@@ -120,7 +120,7 @@ int main(int argc, char** argv)
     }
     ioctl(bus, I2C_SLAVE, inherited == nullptr ? 0x74L : 0x10L);
     if (story == "page") {
-        transfer(bus, I2C_SMBUS_WRITE, 0x00, 5); // without the lock
+        transfer(bus, I2C_SMBUS_WRITE, 0x00, static_cast<std::uint8_t>(std::atoi(argv[2]))); // without the lock
     } else if (story == "print") {
         printIntoTheBus();
     } else if (story == "spellings") {

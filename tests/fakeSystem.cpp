@@ -248,6 +248,10 @@ int ioctl(int fd, unsigned long code, ...) noexcept
     return request(format("ioctl %d %lx %p", fd, code, argument), 0);
 }
 
+// What these become where files and times have 64 bits.
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+int __ioctl_time64(int fd, unsigned long code, ...) noexcept __attribute__((alias("ioctl")));
+
 int semget(key_t key, int count, int flags) noexcept
 {
     return request(format("semget %x %d %x", key, count, flags), 42);
@@ -266,14 +270,20 @@ int semctl(int id, int number, int command, ...) noexcept
         int val;
         semid_ds* buf;
     };
-    if (command == GETVAL) {
-        return request(format("semctl %d %d GETVAL", id, number), 0);
+    if (command == GETVAL || command == GETPID) {
+        return request(format("semctl %d %d %s", id, number, command == GETVAL ? "GETVAL" : "GETPID"),
+                       command == GETVAL ? 0 : getpid());
     }
     va_list arguments;
     va_start(arguments, command);
     const int value = va_arg(arguments, semun).val;
     va_end(arguments);
     return request(format("semctl %d %d %s %d", id, number, command == SETVAL ? "SETVAL" : "?", value), 0);
+}
+
+int kill(pid_t process, int signal) noexcept
+{
+    return request(format("kill %d %d", process, signal), 0);
 }
 
 unsigned int sleep(unsigned int seconds)

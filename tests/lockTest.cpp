@@ -1,7 +1,11 @@
 #include "pmMutexLock.h"
 
-#include <cerrno>
+#include <sys/wait.h>
 
+#include <cerrno>
+#include <csignal>
+
+#include "chipLock.h"
 #include "fakeSystem.h"
 
 namespace {
@@ -41,6 +45,70 @@ TEST_F(LockTest, IsTakenAndGivenBackOrGoneWithout)
         fakeSystem.results = results;
         EXPECT_EQ(expected, record([] { const PmMutexLock lock("me"); }));
     }
+}
+
+/// Tells on the transcript, with whether signals wait.
+void tellHere(const std::string& what)
+{
+    sigset_t blocked;
+    sigprocmask(SIG_SETMASK, nullptr, &blocked);
+    fakeSystem.transcript += (sigismember(&blocked, SIGTERM) == 1 ? "signals wait: " : "") + what + "\n";
+}
+
+TEST_F(LockTest, OfThoseWhoWouldRatherEndThanGoOnWithout)
+{
+    constexpr int OTHER = 0x7FFFFFFF; // no process
+    const int zombie = fork();
+    if (zombie == 0) {
+        _exit(0);
+    }
+    siginfo_t ended;
+    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(zombie), &ended, WEXITED | WNOWAIT));
+
+    const auto fails = [](int holder, std::deque<int> then) {
+        then.insert(then.begin(), {-EEXIST, 42, -EAGAIN, holder, -EAGAIN, -EAGAIN, -EAGAIN, -EAGAIN, holder});
+        return then;
+    };
+    const std::string who = "process 2147483647";
+    const std::string opened = CREATE + OPEN_SET;
+    const std::string look = "semctl 42 0 GETPID\n";
+    const std::string gone = "signals wait: held\n" + look + "semop 42: 0 +1 flags 2048, 1\n";
+    const std::string lost = who + " took the lock of the power monitor over\n";
+    const auto waits = [&](const std::string& holder) {
+        return opened + TAKE + "sleep 1\n" + look + "waiting for the lock of the power monitor, which " + holder
+               + " took\nsleep 4\n" + WAIT + WAIT + WAIT + TAKE + look;
+    };
+    const std::string alive = " has the lock of the power monitor: let it end first (if it does not use the chip, "
+                              "`pmadmin -a` frees the lock)\n";
+    const std::string asks = "kill 2147483647 0\n";
+    const std::string takes = "semctl 42 0 SETVAL 0\nusleep 100000\n" + look;
+    const std::string dead = "process " + std::to_string(zombie);
+    const std::pair<std::deque<int>, std::string> cases[] = {
+        {{-EEXIST, 42}, opened + TAKE + look + gone},
+        {{-EEXIST, 42, 0, getpid(), OTHER}, opened + TAKE + look + "signals wait: held\n" + look + lost},
+        {{-EEXIST, 42, -EAGAIN, OTHER},
+         opened + TAKE + "sleep 1\n" + look + "waiting for the lock of the power monitor, which " + who
+             + " took\nsleep 4\n" + TAKE + look + gone},
+        {fails(OTHER, {0}), waits(who) + asks + who + alive},
+        {fails(OTHER, {-EPERM}), waits(who) + asks + who + alive},
+        {fails(0, {}), waits("an unknown process") + "an unknown process" + alive},
+        {fails(OTHER, {-ESRCH}), waits(who) + asks + takes + look + gone},
+        {fails(OTHER, {-ESRCH, 0, OTHER}), waits(who) + asks + takes + lost},
+        {fails(zombie, {}), waits(dead + " (class_tests)") + "kill" + dead.substr(7) + " 0\n" + takes + look + gone},
+        {{-EEXIST, -EACCES}, opened + "the lock of the power monitor can't be had: Permission denied\n"},
+        {{-EEXIST, 42, -EIDRM}, opened + TAKE + "the lock of the power monitor can't be had: Identifier removed\n"},
+    };
+    for (const auto& [results, expected] : cases) {
+        fakeSystem.results = results;
+        EXPECT_EQ(expected, record([] {
+                      ChipLock lock(tellHere);
+                      tellHere(lock.isHeld() ? "held" : lock.error());
+                      if (!lock.release() && fakeSystem.transcript.find("held") != std::string::npos) {
+                          tellHere(lock.error());
+                      }
+                  }));
+    }
+    waitpid(zombie, nullptr, 0);
 }
 
 } // namespace

@@ -427,7 +427,7 @@ TEST_F(PmfileTest, ReadsUntilTwoReadingsAgree)
     for (const std::string bytes : {"28322832", "111128322832", "111122223333"}) {
         std::vector<std::uint8_t> readings;
         EXPECT_TRUE(readHexBytes(bytes, readings));
-        fakeSystem.bus = {0x4D, 0x5A, '0', '0', 0, 0, 0, 0, 0, 0, 0, 0, 0}; // identity, version, and page
+        fakeSystem.bus = {0, 0x4D, 0x5A, '0', '0', 0, 0, 0, 0, 0, 0, 0, 0, 0}; // page, identity, version, and page
         fakeSystem.bus.insert(fakeSystem.bus.end(), readings.begin(), readings.end());
         const std::string made = m_folder + "/read.hex";
         const std::string text = outcome([&] { return readChip({like, made}); });
@@ -435,6 +435,10 @@ TEST_F(PmfileTest, ReadsUntilTwoReadingsAgree)
         EXPECT_EQ(agree, text.find(fails) == std::string::npos) << text;
         ASSERT_EQ(agree, std::filesystem::exists(made)) << text;
         EXPECT_EQ(readAll(like), readAll(agree ? made : like)) << bytes;
+        EXPECT_NE(
+            std::string::npos,
+            text.find("semctl 42 0 GETPID\nsmbus 1000 write size 2: 00 00\nusleep 100\nsmbus 1000 read size 2: 00\n"))
+            << text;
         std::filesystem::remove(made);
     }
 }

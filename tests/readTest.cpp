@@ -49,28 +49,43 @@ TEST_F(ReadTest, EverySettingOnceInTheOrderOfAList)
 TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
 {
     const std::string unsteady = " does not stay selected: the chip is write-protected, or another program uses it "
-                                 "without the lock; nothing was written";
+                                 "without the lock";
+    const std::string silent = "the power monitor does not answer on /dev/i2c-0: No such device or address";
+    std::string selections;
+    for (int i = 0; i < 22000; ++i) {
+        selections += ":030000000100" + std::string(i % 2 == 0 ? "05" : "06") + "FF\n";
+    }
+    write("volts.hex", selections + ":070000000100030242FF7FFF\n");
     write("like.hex", ":0A0000000100030242FF7F010180FF\n");
-    const std::pair<const char*, std::string> cases[] = {
-        {"--fault absent", "the power monitor does not answer on /dev/i2c-0; nothing was read"},
-        {"--fault stuck=99:FF=4E", "the chip on /dev/i2c-0 is no MAX34460 (MFR_ID is not 0x4D); nothing was read"},
-        {"--fault code=43@5:nack", "VOUT_UV_WARN_LIMIT of channel 5 can't be read; nothing was written"},
-        {"--fault code=00@4:timeout", "PAGE can't be read on channel 4; nothing was written"},
-        {"--fault 44-46:timeout", "channel 1 can't be selected; nothing was written"},
-        {"--fault keep=00@4", "channel 5" + unsteady},
-        {"--fault stuck=00@7:FF=08", "channel 7" + unsteady},
+    const std::tuple<const char*, const char*, std::string> cases[] = {
+        {"", "--fault open=ENOENT", "/dev/i2c-0 can't be opened: No such file or directory"},
+        {"", "--fault busy", "the address 0x74 of /dev/i2c-0 is taken by the kernel's driver"},
+        {"", "--fault absent", silent},
+        {"", "--fault silent-after=1",
+         "the power monitor on /dev/i2c-0 answered at first, but can't be identified (see the system log)"},
+        {"", "--fault stuck=99:FF=4E", "the chip on /dev/i2c-0 is no MAX34460 (MFR_ID is not 0x4D)"},
+        {"", "--fault stuck=99:FF=FF",
+         "the chip on /dev/i2c-0 answers 0xFF, as one does that is locked or without power"},
+        {"--like volts.hex", "--fault stuck=42:FFFF=FFFF",
+         "every setting reads 0xFF, as from a chip that is locked or without power"},
+        {"", "--fault code=43@5:nack", "VOUT_UV_WARN_LIMIT of channel 5 can't be read: No such device or address"},
+        {"", "--fault code=00@4:timeout", "PAGE can't be read on channel 4: Connection timed out"},
+        {"", "--fault 45-47:timeout", "channel 1 can't be selected: Connection timed out"},
+        {"", "--fault keep=00@4", "channel 5" + unsteady},
+        {"", "--fault stuck=00@7:FF=08", "channel 7" + unsteady},
     };
     const auto start = memory();
-    for (const auto& [fault, message] : cases) {
+    for (const auto& [options, fault, message] : cases) {
         setMemory(start);
-        const Outcome outcome = run("$PMFILE read -o file.hex", fault);
+        const Outcome outcome = run(std::string("$PMFILE read -o file.hex ") + options, fault);
         EXPECT_EQ(2, outcome.status) << fault;
-        EXPECT_NE(std::string::npos, outcome.errors.find("pmfile: " + message + "\n")) << outcome.errors;
+        EXPECT_EQ("pmfile: " + message + "; nothing was written\n", outcome.errors);
         EXPECT_EQ("", readFile(path("file.hex"))) << fault;
         EXPECT_EQ(1, lockValue()) << fault;
     }
-    EXPECT_EQ("pmfile: like.hex:1: OPERATION is left out: it is no setting, or not one of channel 3\n",
-              run("$PMFILE read --like like.hex").errors);
+    const Outcome like = run("$PMFILE read --like like.hex");
+    EXPECT_EQ("pmfile: like.hex:1: OPERATION is left out: it is no setting, or not one of channel 3\n", like.errors);
+    EXPECT_EQ(like.output, run("$PMFILE read --like volts.hex").output) << "no page without a setting";
     int n = 1;
     for (;; n += STRIDE) {
         const std::string fault = "--fault " + std::to_string(n);
@@ -78,12 +93,7 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
             break; // there are fewer transfers
         }
         EXPECT_EQ(m_good, readFile(path("good.hex"))) << "killed at " << n;
-        // The lock was left taken: one run frees it and ends, the next gets it.
-        const Outcome freed = run("$PMFILE read");
-        EXPECT_EQ("2", std::to_string(freed.status) + freed.output) << n;
-        EXPECT_NE(std::string::npos,
-                  freed.errors.find("pmfile: the lock of the power monitor can't be had; nothing was read"));
-        EXPECT_EQ(m_good, run("$PMFILE read").output) << n;
+        EXPECT_EQ(m_good, run("$PMFILE read").output) << "the lock of one that is gone, " << n;
         EXPECT_EQ(2, run("$PMFILE read -o file.hex", fault + "-" + std::to_string(n + 2) + ":nack").status) << n;
         EXPECT_EQ("", readFile(path("file.hex"))) << n;
         EXPECT_EQ(0, run("$PMFILE read -o file.hex", fault + ":nack").status) << n;
@@ -93,20 +103,31 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
     EXPECT_LT(STRIDE, n) << "some were killed";
 }
 
-TEST_F(ReadTest, AStolenPageIsReadAgainAndAFileThatAppearsKept)
+TEST_F(ReadTest, WhatOthersDoMeanwhile)
 {
-    const std::tuple<std::string, std::string, std::string> cases[] = {
-        {"$VIRTUAL_BOARD $BUS_USER page", "0\n", m_good},
-        {"echo mine >file.hex", "2\n", "mine\n"},
+    const std::string thief = "$VIRTUAL_BOARD $BUS_USER page ";
+    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+        {thief + "5", "0", "", m_good},
+        {thief + "255", "0", "", m_good},
+        {"$PMADMIN -a >/dev/null", "2", " took the lock of the power monitor over; nothing was written", ""},
+        {"$PMFILE read 2>&1 | grep -c \"(pmfile) has the lock of the power monitor: let it end\" >second", "0", "",
+         m_good},
+        {"kill -TERM $(cat pid)", "143", "", ""},
+        {"echo mine >file.hex", "2", "file.hex: exists already", "mine\n"},
     };
-    for (const auto& [meanwhile, status, content] : cases) {
-        EXPECT_EQ(status, run("sh -c 'rm -f all file.hex; { $VIRTUAL_BOARD --bus-log all --time-scale 100 --fault "
-                              "code=43@3*1:timeout $PMFILE read -o file.hex 2>/dev/null; echo $?; } & "
-                              "until grep -q ETIMEDOUT all 2>/dev/null; do :; done; "
-                              + meanwhile + "; wait'")
-                              .output);
+    for (const auto& [meanwhile, status, message, content] : cases) {
+        const Outcome outcome =
+            run("sh -c 'rm -f all file.hex; { $VIRTUAL_BOARD --bus-log all --time-scale 50 --fault code=43@3*1:timeout "
+                "sh -c \"echo \\$\\$ >pid; exec $PMFILE read -o file.hex\"; echo $?; } & "
+                "until grep -q ETIMEDOUT all 2>/dev/null; do :; done; "
+                + meanwhile + "; wait'");
+        EXPECT_EQ(status + "\n", outcome.output) << meanwhile;
+        EXPECT_TRUE(outcome.errors.find(message) < std::string::npos && outcome.errors.empty() == message.empty())
+            << outcome.errors;
         EXPECT_EQ(content, readFile(path("file.hex"))) << meanwhile;
+        EXPECT_EQ(1, lockValue()) << meanwhile;
     }
+    EXPECT_EQ("1\n", readFile(path("second")));
 }
 
 // It also works from the mixture that a killed upgrade left.

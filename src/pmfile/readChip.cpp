@@ -1,19 +1,18 @@
 #include "readChip.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <memory>
 #include <set>
+#include <span>
 #include <utility>
 #include <vector>
 
-#include "max34460.h"
+#include "chipLock.h"
 #include "messages.h"
 #include "pmFile.h"
-#include "pmMutexLock.h"
+#include "provedChip.h"
 #include "textFile.h"
 
+using catalogue::Format;
 using catalogue::Kind;
 using catalogue::Row;
 
@@ -21,120 +20,13 @@ namespace {
 
 constexpr int BUS = 0;
 
-/// MFR_ID of the chip's maker.
-constexpr std::uint8_t MAKER = 0x4D;
-
-/// MFR_MODEL of the one model that does not give MFR_CHANNEL_NOMINAL back.
-constexpr std::uint8_t MODEL_WITHOUT_NOMINAL = 0x57;
-
-/// How often a page is read until it stayed selected, and a register until it reads twice alike.
-constexpr int PAGE_ATTEMPTS = 3;
-constexpr int READINGS = 3;
-
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = ProvedChip::Bytes;
 
 /// The settings to read on one page, in their order.
 struct PagePlan {
     std::uint8_t page;
     std::vector<const Row*> settings;
 };
-
-/// The chip, opened and identified.
-class Chip : public Max34460 {
-public:
-    Chip() : Max34460("pmfile", BUS, Command::CHIP_ADDRESS) {}
-
-    bool isMakers() const { return m_mfrId.getByte() == MAKER; }
-    bool givesNominal() const { return m_mfrModel.getByte() != MODEL_WITHOUT_NOMINAL; }
-
-    /// Appends the page's entries to `bytes`. False, with a message, if they can't be relied on.
-    bool readPage(const PagePlan& plan, Bytes& bytes) const;
-
-private:
-    bool isSelected(std::uint8_t page, bool& selected) const;
-    bool readSettings(const PagePlan& plan, Bytes& bytes) const;
-    bool readSetting(const Row& row, std::uint8_t page, Bytes& value) const;
-};
-
-// Whether the page is selected now. False, with a message, if that can't be read.
-bool Chip::isSelected(std::uint8_t page, bool& selected) const
-{
-    Page selection;
-    if (!selection.read(m_fd, page)) {
-        tell("PAGE can't be read on " + pageName(page) + "; nothing was written");
-        return false;
-    }
-    selected = selection.getByte() == page;
-    return true;
-}
-
-bool Chip::readPage(const PagePlan& plan, Bytes& bytes) const
-{
-    for (int attempt = 0; attempt < PAGE_ATTEMPTS; ++attempt) {
-        Bytes found;
-        bool selected = false;
-        Page selection;
-        if (!selection.write(m_fd, plan.page)) {
-            tell(pageName(plan.page) + " can't be selected; nothing was written");
-            return false;
-        }
-        if (!isSelected(plan.page, selected)) {
-            return false;
-        }
-        if (!selected) {
-            continue;
-        }
-        if (!readSettings(plan, found) || !isSelected(plan.page, selected)) {
-            return false;
-        }
-        if (selected) {
-            bytes.insert(bytes.end(), found.begin(), found.end());
-            return true;
-        }
-    }
-    tell(pageName(plan.page)
-         + " does not stay selected: the chip is write-protected, or another program uses it "
-           "without the lock; nothing was written");
-    return false;
-}
-
-// The entries of the page, its selection first.
-bool Chip::readSettings(const PagePlan& plan, Bytes& bytes) const
-{
-    bytes = {1, Page::CODE, plan.page};
-    for (const Row* row : plan.settings) {
-        Bytes value;
-        if (!readSetting(*row, plan.page, value)) {
-            return false;
-        }
-        bytes.push_back(row->size);
-        bytes.push_back(row->code);
-        bytes.insert(bytes.end(), value.begin(), value.end());
-    }
-    return true;
-}
-
-// Two readings in a row have to agree.
-bool Chip::readSetting(const Row& row, std::uint8_t page, Bytes& value) const
-{
-    const std::unique_ptr<Command> command(Command::create(row.code));
-    for (int reading = 0; reading < READINGS; ++reading) {
-        if (!command->read(m_fd, page)) {
-            tell(std::string(row.name.text) + " of " + pageName(page)
-                 + " can't be read; nothing was written");
-            return false;
-        }
-        Bytes now(row.size);
-        command->getData(now.data());
-        if (now == value) {
-            return true;
-        }
-        value = now;
-    }
-    tell(std::string(row.name.text) + " of " + pageName(page)
-         + " reads differently each time; nothing was written");
-    return false;
-}
 
 bool isReadable(const Row& row, int page)
 {
@@ -174,10 +66,6 @@ std::vector<PagePlan> planLike(const PmFile& file)
     for (const Entry& entry : file.entries) {
         // The start of a run leaves page 255 selected for what stands before the first PAGE.
         const int page = entry.page == NO_PAGE ? Command::ALL_PAGES : entry.page;
-        const bool begins = plans.empty() || entry.isPage() || plans.back().page != page;
-        if (begins && isPage(page)) {
-            plans.push_back({static_cast<std::uint8_t>(page), {}});
-        }
         if (entry.isPage() && isPage(page)) {
             continue;
         }
@@ -189,46 +77,97 @@ std::vector<PagePlan> planLike(const PmFile& file)
             continue;
         }
         if (planned.emplace(registerPage(entry), entry.code).second) {
+            if (plans.empty() || plans.back().page != page) {
+                plans.push_back({static_cast<std::uint8_t>(page), {}});
+            }
             plans.back().settings.push_back(entry.row);
         }
     }
     return plans;
 }
 
-/// What is read while the lock is held. False, with a message, if it can't be had whole.
-bool readSettings(std::vector<PagePlan>& plans, const ReadOptions& options, Bytes& bytes)
+/// Leaves out a kind of settings, and pages that are left without any.
+template <typename Predicate> void leaveOut(std::vector<PagePlan>& plans, Predicate isLeftOut)
 {
-    bool held = false;
-    const PmMutexLock lock("pmfile::read", held);
-    if (!held) {
-        tell("the lock of the power monitor can't be had; nothing was read");
-        return false;
+    for (PagePlan& plan : plans) {
+        std::erase_if(plan.settings, isLeftOut);
     }
-    const Chip chip;
-    if (!chip.isHwOk() || !chip.isMakers()) {
-        tell(chip.isHwOk()
-                 ? "the chip on /dev/i2c-0 is no MAX34460 (MFR_ID is not 0x4D); nothing was read"
-                 : "the power monitor does not answer on /dev/i2c-0; nothing was read");
+    std::erase_if(plans, [](const PagePlan& plan) { return plan.settings.empty(); });
+}
+
+/// Reads the entries of a page, its selection first.
+bool readPage(const ProvedChip& chip, const PagePlan& plan, Bytes& bytes, std::string& error)
+{
+    bytes = {Page::SIZE, Page::CODE, plan.page};
+    for (const Row* row : plan.settings) {
+        Bytes value;
+        if (!chip.readTwice(*row, plan.page, value, error)) {
+            return false;
+        }
+        bytes.insert(bytes.end(), {row->size, row->code});
+        bytes.insert(bytes.end(), value.begin(), value.end());
+    }
+    return true;
+}
+
+/// Whether no setting has a bit that is 0, though a voltage or ratio is among them: no board has
+/// such, but so answers a chip that is locked or without power.
+bool isBlank(const Bytes& entries)
+{
+    bool hasUnit = false;
+    for (std::size_t at = 0; at < entries.size(); at += 2U + entries[at]) {
+        const Row& row = *catalogue::find(entries[at + 1]);
+        const auto value = std::span(entries).subspan(at + 2, row.size);
+        if (row.code == Page::CODE) {
+            continue;
+        }
+        if (std::ranges::any_of(value, [](std::uint8_t byte) { return byte != 0xFF; })) {
+            return false;
+        }
+        hasUnit = hasUnit || row.format == Format::VOLTS || row.format == Format::RATIO;
+    }
+    return hasUnit;
+}
+
+/// Reads what is planned while the lock is held. False, with a message, if it can't be had whole.
+bool readSettings(std::vector<PagePlan> plans, Bytes& bytes)
+{
+    const auto fail = [](const std::string& why) {
+        tell(why + "; nothing was written");
         return false;
+    };
+    ChipLock lock(tell);
+    std::string error;
+    if (!lock.isHeld()) {
+        return fail(lock.error());
+    }
+    const auto chip = ProvedChip::open(BUS, lock, error);
+    if (chip == nullptr) {
+        return fail(error);
     }
     const auto isNominal = [](const Row* row) { return row->code == MfrChannelNominal::CODE; };
     const bool lacksNominal =
-        !chip.givesNominal() && std::ranges::any_of(plans, [&](const auto& plan) {
+        !chip->givesNominal() && std::ranges::any_of(plans, [&](const auto& plan) {
             return std::ranges::any_of(plan.settings, isNominal);
         });
     if (lacksNominal) {
         tell("this model does not give MFR_CHANNEL_NOMINAL back: it is left out");
+        leaveOut(plans, isNominal);
     }
-    for (PagePlan& plan : plans) {
-        std::erase_if(plan.settings, [&](const Row* row) {
-            return (lacksNominal && isNominal(row))
-                   || (!options.identity && row->format == catalogue::Format::TEXT);
-        });
-        if (!chip.readPage(plan, bytes)) {
-            return false;
+    for (const PagePlan& plan : plans) {
+        Bytes entries;
+        const auto reader = [&](std::string& why) { return readPage(*chip, plan, entries, why); };
+        if (!chip->visit(plan.page, reader, error)) {
+            return fail(error);
         }
+        bytes.insert(bytes.end(), entries.begin(), entries.end());
     }
-    return true;
+    if (!lock.release()) {
+        return fail(lock.error());
+    }
+    return (!bytes.empty() || fail("no setting is left to read"))
+           && (!isBlank(bytes)
+               || fail("every setting reads 0xFF, as from a chip that is locked or without power"));
 }
 
 } // namespace
@@ -252,13 +191,16 @@ int readChip(const ReadOptions& options)
             return STATUS_TROUBLE;
         }
         plans = planLike(*file);
-        if (std::ranges::all_of(plans, [](const auto& plan) { return plan.settings.empty(); })) {
-            tell(*options.like + ": expected settings that can be read, but has none");
-            return STATUS_TROUBLE;
-        }
+    }
+    if (!options.identity) {
+        leaveOut(plans, [](const Row* row) { return row->format == Format::TEXT; });
+    }
+    if (plans.empty()) {
+        tell(*options.like + ": expected settings that can be read, but has none");
+        return STATUS_TROUBLE;
     }
     Bytes bytes;
-    if (!readSettings(plans, options, bytes)) {
+    if (!readSettings(plans, bytes)) {
         return STATUS_TROUBLE;
     }
     return writeOutput(options.output, pmDataFile::makeRecords(bytes.data(), bytes.size()),

@@ -1,5 +1,5 @@
 // pmfile's own trace object: it needs no library of a board. Warnings and errors of the driver
-// layer go to standard error.
+// layer go to the system log; what the operator has to know is told in pmfile's own words.
 #include "trace.h"
 
 #include <syslog.h>
@@ -8,7 +8,7 @@ TraceObject* g_traceObject = nullptr;
 
 TraceObject::TraceObject(const char* identity, int level) : m_settings(new TraceSettings{level})
 {
-    openlog(identity, LOG_PERROR, LOG_USER);
+    openlog(identity, 0, LOG_USER);
 }
 
 TraceObject::~TraceObject()

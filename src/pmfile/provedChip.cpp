@@ -1,0 +1,149 @@
+#include "provedChip.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "chipProbe.h"
+#include "pmFile.h"
+
+namespace {
+
+/// MFR_ID of the chip's maker, and what a chip answers to every read that is locked by a password
+/// (known from a sibling), or what a bus reads at which nothing drives the data line.
+constexpr std::uint8_t MAKER = 0x4D;
+constexpr std::uint8_t NO_ANSWER = 0xFF;
+
+/// MFR_MODEL of the one model that does not give MFR_CHANNEL_NOMINAL back.
+constexpr std::uint8_t MODEL_WITHOUT_NOMINAL = 0x57;
+
+/// How often a page is read until it stayed selected, and a register until it reads twice alike.
+constexpr int PAGE_ATTEMPTS = 10;
+constexpr int READINGS = 3;
+
+/// After PAGE is written the chip may need 50 µs, as the Linux driver of this chip waits, before it
+/// answers for the new page: twice that.
+constexpr useconds_t PAGE_PAUSE_US = 100;
+
+/// Appends the reason of a failed transfer, whose errno is `reason`.
+std::string because(const std::string& what, int reason)
+{
+    return what + ": " + std::strerror(reason);
+}
+
+} // namespace
+
+std::unique_ptr<ProvedChip> ProvedChip::open(int bus, ChipLock& lock, std::string& error)
+{
+    if (!probeSelectedPage(bus, error)) {
+        return nullptr;
+    }
+    if (!lock.isHeld()) { // a start writes PAGE
+        error = lock.error();
+        return nullptr;
+    }
+    std::unique_ptr<ProvedChip> chip(new ProvedChip(bus, lock));
+    return chip->identify(error) ? std::move(chip) : nullptr;
+}
+
+bool ProvedChip::identify(std::string& error) const
+{
+    if (!isHwOk()) {
+        error = "the power monitor on " + m_devicePath
+                + " answered at first, but can't be identified (see the system log)";
+        return false;
+    }
+    const std::uint8_t maker = m_mfrId.getByte();
+    if (maker == NO_ANSWER) {
+        error = "the chip on " + m_devicePath
+                + " answers 0xFF, as one does that is locked or without power";
+    } else if (maker != MAKER) {
+        error = "the chip on " + m_devicePath + " is no MAX34460 (MFR_ID is not 0x4D)";
+    }
+    return maker == MAKER;
+}
+
+bool ProvedChip::givesNominal() const
+{
+    return m_mfrModel.getByte() != MODEL_WITHOUT_NOMINAL;
+}
+
+bool ProvedChip::visit(std::uint8_t page, const Reader& read, std::string& error) const
+{
+    for (int attempt = 0; attempt < PAGE_ATTEMPTS; ++attempt) {
+        bool selected = false;
+        if (!select(page, error) || !isSelected(page, selected, error)) {
+            return false;
+        }
+        if (!selected) {
+            continue;
+        }
+        std::string readError;
+        const bool isRead = read(readError);
+        const bool isKnown = isSelected(page, selected, error);
+        if (isKnown && !selected) {
+            continue; // registers are refused, or differ, where the page was taken away
+        }
+        if (!isRead) {
+            error = readError;
+        }
+        return isKnown && isRead;
+    }
+    error = pageName(page)
+            + " does not stay selected: the chip is write-protected, or another program uses it "
+              "without the lock";
+    return false;
+}
+
+bool ProvedChip::select(std::uint8_t page, std::string& error) const
+{
+    if (!m_lock.isHeld()) {
+        error = m_lock.error();
+        return false;
+    }
+    Page selection;
+    if (!selection.write(m_fd, page)) {
+        const int reason = errno;
+        error = because(pageName(page) + " can't be selected", reason);
+        return false;
+    }
+    usleep(PAGE_PAUSE_US);
+    return true;
+}
+
+// Whether the page is selected now. False, with the reason, if that can't be read.
+bool ProvedChip::isSelected(std::uint8_t page, bool& selected, std::string& error) const
+{
+    Page selection;
+    if (!selection.read(m_fd, page)) {
+        const int reason = errno;
+        error = because("PAGE can't be read on " + pageName(page), reason);
+        return false;
+    }
+    selected = selection.getByte() == page;
+    return true;
+}
+
+bool ProvedChip::readTwice(const catalogue::Row& row, std::uint8_t page, Bytes& value,
+                           std::string& error) const
+{
+    const std::unique_ptr<Command> command(Command::create(row.code));
+    const std::string name = row.name.text + (" of " + pageName(page));
+    value.clear();
+    for (int reading = 0; reading < READINGS; ++reading) {
+        if (!command->read(m_fd, page)) {
+            const int reason = errno;
+            error = because(name + " can't be read", reason);
+            return false;
+        }
+        Bytes now(row.size);
+        command->getData(now.data());
+        if (now == value) {
+            return true;
+        }
+        value = now;
+    }
+    error = name + " reads differently each time";
+    return false;
+}
