@@ -79,7 +79,9 @@ steps() {
         $trouble step 0 pmadmin -v
         # A descriptor that was refused the address is for address 0, the general call: in QEMU all
         # chips obey that, on the virtual board none.
-        [ $trouble = with_driver ] || $trouble step 1 pmadmin -E ../all.hex
+        [ $trouble = with_driver ] && continue
+        $trouble step 1 pmadmin -E ../all.hex
+        $trouble step 2 pmfile read
     done
 }
 
@@ -94,6 +96,9 @@ kernel() {
     without_chip() { use_bus 5 && "$@"; use_bus 0; }
     use_bus 0
     steps
+    is 'who has the address' "pmfile: the address 0x74 of /dev/i2c-0 is taken by the kernel's driver dummy (as root, \
+\`echo 0-0074 >/sys/bus/i2c/devices/0-0074/driver/unbind\` releases it); nothing was written" \
+        "$(with_driver pmfile read 2>&1)"
 }
 
 virtual() {
