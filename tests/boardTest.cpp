@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <sstream>
 #include <tuple>
@@ -15,6 +16,7 @@
 
 #include "board.h"
 #include "boardRun.h"
+#include "bus.h"
 #include "i2cDevice.h"
 #include "inputOptions.h"
 #include "pmMutexLock.h"
@@ -32,11 +34,11 @@ using namespace virtualboard;
 
 /// Carries out one transfer: "42 FF 7F" is a write, "42 r2" a write followed by a read of two bytes.
 /// Returns the bytes read, "" if there are none, or the errno's name.
-std::string carryOut(Session& session, const std::string& transfer)
+std::string carryOut(Session& session, const std::string& story)
 {
     std::uint8_t bytes[2][16] = {};
     i2c_msg messages[] = {{0x74, 0, 0, bytes[0]}, {0x74, I2C_M_RD, 0, bytes[1]}};
-    std::istringstream words(transfer);
+    std::istringstream words(story);
     for (std::string word; words >> word;) {
         if (word[0] == 'r') {
             messages[1].len = static_cast<__u16>(word[1] - '0');
@@ -46,7 +48,7 @@ std::string carryOut(Session& session, const std::string& transfer)
     }
     i2c_rdwr_ioctl_data request{messages, messages[1].len > 0 ? 2U : 1U};
     unsigned address = 0;
-    if (deviceRequest(session, I2C_RDWR, &request, address) < 0) {
+    if (deviceRequest(std::bind_front(transfer, std::ref(session)), I2C_RDWR, &request, address) < 0) {
         return strerrorname_np(errno);
     }
     std::string answer;

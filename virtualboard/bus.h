@@ -1,5 +1,5 @@
 // The I2C bus with the chip on it: carries the messages of one transfer to the chip, or applies the
-// session's fault rules to them, and writes the bus log. Used by the device (i2cDevice.h).
+// session's fault rules to them, and writes the bus log. The device (i2cDevice.h) is given it.
 #pragma once
 
 #include <linux/i2c.h>
@@ -10,12 +10,11 @@
 
 namespace virtualboard {
 
-/// Carries out a whole transfer, from start to stop, without those of other processes in between. A
-/// message with I2C_M_RECV_LEN gets its first byte and as many more as that says, 1 to 32, as in an
-/// SMBus block read; there is room for 33, and `len` becomes the number received. Returns 0 or the
-/// errno of a Linux bus driver: ENXIO for an address that isn't acknowledged, EREMOTEIO for a byte,
-/// EPROTO for a count out of range, EIO with a message on stderr when the board's or the session's
-/// file can't be used.
+/// A TransferFunction of the device, whole: no other process's transfer falls into it. A message
+/// with I2C_M_RECV_LEN gets its first byte and as many more as that says, 1 to 32, as in an SMBus
+/// block read. Returns 0 or an errno: ENXIO for an address that isn't acknowledged, EREMOTEIO for a
+/// byte, EPROTO for a count out of range, EIO with a message on stderr when the board's or the
+/// session's file can't be used.
 int transfer(Session& session, i2c_msg* messages, std::size_t count);
 
 } // namespace virtualboard

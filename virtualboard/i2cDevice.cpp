@@ -1,17 +1,12 @@
 #include "i2cDevice.h"
 
 #include <linux/i2c-dev.h>
-#include <linux/i2c.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstddef>
 #include <cstdint>
-
-#include "bus.h"
-#include "command.h"
 
 namespace virtualboard {
 
@@ -30,16 +25,10 @@ int fail(int error)
     return -1;
 }
 
-int bind(Session& session, unsigned long request, unsigned long wanted, unsigned& address)
+int bind(unsigned long wanted, unsigned& address)
 {
     if (wanted > LAST_ADDRESS) {
         return fail(EINVAL);
-    }
-    if (request == I2C_SLAVE && wanted == Command::CHIP_ADDRESS) {
-        const FileLock turn = takeTurn(session);
-        if (strikingFault(session, FaultKind::BUSY) != nullptr) {
-            return fail(EBUSY);
-        }
     }
     address = static_cast<unsigned>(wanted);
     return 0;
@@ -53,16 +42,17 @@ i2c_msg message(unsigned address, bool read, std::uint8_t* bytes, std::size_t si
 }
 
 // Returns 0, or -1 with errno.
-int carryOut(Session& session, i2c_msg* messages, std::size_t count)
+int carryOut(const TransferFunction& transfer, i2c_msg* messages, std::size_t count)
 {
-    const int error = transfer(session, messages, count);
+    const int error = transfer(messages, count);
     return error == 0 ? 0 : fail(error);
 }
 
 // SMBus transactions become the messages that the kernel makes of them for a plain I2C bus: one
 // that is written, then one that is read.
 
-int writeSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned address)
+int writeSmbus(const TransferFunction& transfer, const i2c_smbus_ioctl_data& request,
+               unsigned address)
 {
     std::array<std::uint8_t, I2C_SMBUS_BLOCK_MAX + 2> bytes{request.command};
     std::size_t size = 1;
@@ -89,10 +79,11 @@ int writeSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned a
         break;
     }
     i2c_msg written = message(address, false, bytes.data(), size);
-    return carryOut(session, &written, 1);
+    return carryOut(transfer, &written, 1);
 }
 
-int readSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned address)
+int readSmbus(const TransferFunction& transfer, const i2c_smbus_ioctl_data& request,
+              unsigned address)
 {
     std::uint8_t code = request.command;
     i2c_smbus_data data = {};
@@ -116,7 +107,7 @@ int readSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned ad
         break;
     }
     const bool named = request.size > I2C_SMBUS_BYTE;
-    if (carryOut(session, named ? messages : &answer, named ? 2 : 1) != 0) {
+    if (carryOut(transfer, named ? messages : &answer, named ? 2 : 1) != 0) {
         return -1;
     }
     if (request.size == I2C_SMBUS_WORD_DATA) {
@@ -127,7 +118,8 @@ int readSmbus(Session& session, const i2c_smbus_ioctl_data& request, unsigned ad
     return 0;
 }
 
-int smbusRequest(Session& session, const i2c_smbus_ioctl_data& request, unsigned address)
+int smbusRequest(const TransferFunction& transfer, const i2c_smbus_ioctl_data& request,
+                 unsigned address)
 {
     const bool reads = request.read_write == I2C_SMBUS_READ;
     const bool bare = request.size == I2C_SMBUS_QUICK || (request.size == I2C_SMBUS_BYTE && !reads);
@@ -145,9 +137,9 @@ int smbusRequest(Session& session, const i2c_smbus_ioctl_data& request, unsigned
     }
     if (request.size == I2C_SMBUS_QUICK) {
         i2c_msg quick = message(address, reads, nullptr, 0);
-        return carryOut(session, &quick, 1);
+        return carryOut(transfer, &quick, 1);
     }
-    return reads ? readSmbus(session, request, address) : writeSmbus(session, request, address);
+    return reads ? readSmbus(transfer, request, address) : writeSmbus(transfer, request, address);
 }
 
 // 0, or why the kernel refuses the message.
@@ -172,7 +164,7 @@ int checkMessage(const i2c_msg& message)
     return 0;
 }
 
-int transferRequest(Session& session, const i2c_rdwr_ioctl_data& request)
+int transferRequest(const TransferFunction& transfer, const i2c_rdwr_ioctl_data& request)
 {
     if (request.msgs == nullptr || request.nmsgs == 0 || request.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS) {
         return fail(EINVAL);
@@ -184,19 +176,20 @@ int transferRequest(Session& session, const i2c_rdwr_ioctl_data& request)
             return fail(error);
         }
     }
-    const bool done = carryOut(session, messages.data(), request.nmsgs) == 0;
+    const bool done = carryOut(transfer, messages.data(), request.nmsgs) == 0;
     return done ? static_cast<int>(request.nmsgs) : -1;
 }
 
 } // namespace
 
-int deviceRequest(Session& session, unsigned long request, void* argument, unsigned& address)
+int deviceRequest(const TransferFunction& transfer, unsigned long request, void* argument,
+                  unsigned& address)
 {
     const auto number = reinterpret_cast<std::uintptr_t>(argument);
     switch (request) {
     case I2C_SLAVE:
     case I2C_SLAVE_FORCE:
-        return bind(session, request, number, address);
+        return bind(number, address);
     case I2C_TENBIT:
     case I2C_PEC:
         return 0; // accepted, but this bus has neither long addresses nor check bytes
@@ -218,8 +211,8 @@ int deviceRequest(Session& session, unsigned long request, void* argument, unsig
         return 0;
     }
     return request == I2C_SMBUS
-               ? smbusRequest(session, *static_cast<i2c_smbus_ioctl_data*>(argument), address)
-               : transferRequest(session, *static_cast<i2c_rdwr_ioctl_data*>(argument));
+               ? smbusRequest(transfer, *static_cast<i2c_smbus_ioctl_data*>(argument), address)
+               : transferRequest(transfer, *static_cast<i2c_rdwr_ioctl_data*>(argument));
 }
 
 } // namespace virtualboard

@@ -10,6 +10,7 @@
 #include "shim.h"
 
 #include <fcntl.h>
+#include <linux/i2c-dev.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,11 +18,16 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 
+#include "bus.h"
+#include "command.h"
 #include "i2cDevice.h"
+#include "session.h"
 
 namespace virtualboard {
 
@@ -97,14 +103,31 @@ int openPath(const char* function, int folder, const char* path, int flags, mode
     return next<int(int, const char*, int, ...)>(function)(folder, path, flags, mode);
 }
 
+// Whether a driver has the address that is asked for.
+bool isTaken(Session& session, unsigned long request, const void* argument)
+{
+    if (request != I2C_SLAVE
+        || reinterpret_cast<std::uintptr_t>(argument) != Command::CHIP_ADDRESS) {
+        return false;
+    }
+    const FileLock turn = takeTurn(session);
+    return strikingFault(session, FaultKind::BUSY) != nullptr;
+}
+
 int makeRequest(const char* name, int fd, unsigned long request, void* argument)
 {
     if (!isBusDescriptor(fd)) {
         return next<int(int, unsigned long, ...)>(name)(fd, request, argument);
     }
+    Session& session = *joinSession();
+    if (isTaken(session, request, argument)) {
+        errno = EBUSY;
+        return -1;
+    }
     const auto bound = static_cast<unsigned>(lseek64(fd, 0, SEEK_CUR) / BUS_FILE_STRIDE);
     unsigned address = bound;
-    const int result = deviceRequest(*joinSession(), request, argument, address);
+    const int result =
+        deviceRequest(std::bind_front(transfer, std::ref(session)), request, argument, address);
     if (address != bound) {
         lseek64(fd, address * BUS_FILE_STRIDE, SEEK_SET);
     }
