@@ -1,45 +1,39 @@
 """The measurements of bench/run, which builds what they need and starts this.
 
-Each function named after a section of RESULTS.md measures, adds its goals to GOALS, and returns
-the section. Candidates run in rounds, in a new order each time: a figure is the median over the
-rounds, a ratio or a difference the median of the rounds' own.
+Each section of RESULTS.md has its function, which measures, adds its goals to GOALS and its part of
+the picture to PICTURE, and returns tables for RESULTS.md.in.
 """
 
-import json
 import os
 import platform
 import random
 import re
 import shutil
+import string
 import subprocess
 import sys
-import tempfile
 import time
 from pathlib import Path
 from statistics import median
 
 ROOT = Path(__file__).resolve().parent.parent
-BUILD = ROOT / "build/bench"
-PEERS = ROOT / "bench/peers"
+BUILD, PEERS = ROOT / "build/bench", ROOT / "bench/peers"
 LIBRARIES = BUILD / "lib/pmadmin"
 PMADMIN, PMFILE = BUILD / "src/pmadmin", BUILD / "src/pmfile"
-BENCHMARKS = BUILD / "bench/benchmarks"
 EXAMPLE, SMALL_EXAMPLE = ROOT / "examples/board-a.hex", ROOT / "examples/small.hex"
 HW_VERSION_FILE = BUILD / "board-hw-version"  # compiled into the build's libboardutils.so
+TMP = BUILD / "tmp"
+BOARD, SETTINGS = TMP / "board", TMP / "settings"
 
 PYTHON = "/usr/bin/python3"
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
-NOTHING = ["/usr/bin/true"]
 FLOOR = "the floor"
 FLOOR_ROW = {FLOOR: [BUILD / "bench/floor"]}
+SIZES = {"10 KB": 10_000, "100 KB": 100_000, "1 MB": 1_000_000}
 
 QUICK = "--quick" in sys.argv
 ROUNDS = 1 if QUICK else 51
-SIZES = {"10 KB": 10_000, "100 KB": 100_000, "1 MB": 1_000_000}
-FOLDER = BUILD / "quick" if QUICK else ROOT / "bench"
-TMP = Path(tempfile.mkdtemp(prefix="pmadmin-bench."))
-BOARD = TMP / "board"
-GOALS, PLOT_DATA = [], {"runs": [], "files": []}
+GOALS, PICTURE = [], {"runs": [], "files": []}
 
 
 def number(value):
@@ -52,18 +46,18 @@ def table(head, rows):
     return "\n".join("| " + " | ".join(map(str, line)) + " |" for line in lines) + "\n"
 
 
-def goal(text, figure, met, reason="see below"):
-    GOALS.append([text, figure, "met" if met else f"**not met**: {reason}"])
+def goal(text, figure, met):
+    GOALS.append([text, figure, "met" if met else "**not met**"])
 
 
-def environment(command, bus=True):
+def environment(command, bus=True, waits=False):
     """Preloads the instant bus, and into the build's programs the board's libraries."""
     libraries = [LIBRARIES / "libinstantbus.so"] if bus else []
     if Path(command[0]).is_relative_to(BUILD):
         libraries += [LIBRARIES / "libtrace.so", LIBRARIES / "libboardutils.so"]
     return {"PATH": PATH, "LC_ALL": "C", "INSTANT_BUS_BOARD": str(BOARD),
-            "BOARD_HW_VERSION_FILE": str(HW_VERSION_FILE),
-            "LD_PRELOAD": ":".join(map(str, libraries))}
+            "LD_PRELOAD": ":".join(map(str, libraries)),
+            **({"INSTANT_BUS_WAITS": "1"} if waits else {})}
 
 
 def output_of(command, env=None, status=0):
@@ -75,50 +69,54 @@ def output_of(command, env=None, status=0):
     return result.stdout + result.stderr
 
 
-def run(command):
-    """Wall time in ms and page faults."""
+def run(command, waits=False):
+    """Wall time in ms."""
     command = list(map(str, command))
     start = time.perf_counter()
-    pid = os.posix_spawn(command[0], command, environment(command),
+    pid = os.posix_spawn(command[0], command, environment(command, waits=waits),
                          file_actions=[(os.POSIX_SPAWN_OPEN, 1, os.devnull, os.O_WRONLY, 0)])
-    _, status, usage = os.wait4(pid, 0)
-    elapsed = 1000 * (time.perf_counter() - start)
-    if status != 0:
-        sys.exit(f"bench: {' '.join(command)} ended with status {status}")
-    return elapsed, usage.ru_minflt + usage.ru_majflt
+    if os.waitpid(pid, 0)[1] != 0:
+        sys.exit(f"bench: {' '.join(command)} failed")
+    return 1000 * (time.perf_counter() - start)
 
 
 def in_rounds(commands, base):
-    """Medians by name: wall time, its ratio to that of `base`, what it is beyond that of FLOOR, and
-    page faults."""
-    runs = {name: [] for name in commands}
+    """Medians by name: wall time, its ratio to that of `base`, what it is beyond that of FLOOR."""
+    walls = {name: [] for name in commands}
     for _ in range(ROUNDS):
         for name in random.sample(list(commands), len(commands)):
-            runs[name].append(run(commands[name]))
-    return {name: {"wall": median(wall for wall, _ in own),
-                   "ratio": median(one[0] / other[0] for one, other in zip(own, runs[base])),
-                   "beyond": median(one[0] - least[0] for one, least in zip(own, runs[FLOOR])),
-                   "faults": median(faults for _, faults in own)}
-            for name, own in runs.items()}
+            walls[name].append(run(commands[name]))
+    return {name: {"wall": median(own),
+                   "ratio": median(one / other for one, other in zip(own, walls[base])),
+                   "beyond": median(one - least for one, least in zip(own, walls[FLOOR]))}
+            for name, own in walls.items()}
+
+
+def under(tool, preload_option, command):
+    """What `tool`, which itself preloads nothing, writes to TMP/trace of a command."""
+    env = environment(command, waits=True)
+    output_of([*tool, *preload_option, "LD_PRELOAD=" + env.pop("LD_PRELOAD"), *command], env)
+    return (TMP / "trace").read_text()
 
 
 def peak_memory(command):
-    """In bytes. GNU time starts the command: a child of Python seems to be as large as Python."""
-    env = environment(command)
-    preload = "LD_PRELOAD=" + env.pop("LD_PRELOAD")
-    text = output_of(["time", "-f", "peak %M", "env", preload, *command], env)
-    return 1024 * int(re.search(r"peak (\d+)", text)[1])
+    """In KB. GNU time starts the command: a child of Python seems to be as large as Python."""
+    return int(under(["time", "-f", "%M", "-o", TMP / "trace"], ["env"], command).split()[-1])
 
 
 def system_calls(command):
-    """Of a command and its children: all, and the bus requests among them."""
-    env = environment(command)
-    preload = "LD_PRELOAD=" + env.pop("LD_PRELOAD")
-    trace = TMP / "trace"
-    output_of(["strace", "-f", "-qq", "-X", "raw", "-o", trace, "-E", preload, *command], env)
-    calls = re.findall(r"^\d+ +(\w+\([^,)]*,? ?\w*)", trace.read_text(), re.MULTILINE)
+    """Of a command and its children: how many, the bus requests among them, and the waits that they
+    ask for, in ms."""
+    trace = under(["strace", "-f", "-qq", "-X", "raw", "-o", TMP / "trace"], ["-E"], command)
+    calls = re.findall(r"^\d+ +(\w+\([^,)]*,? ?\w*)", trace, re.MULTILINE)
     requests = [call for call in calls if re.fullmatch(r"ioctl\(\d+, 0x7(20|07)", call)]
-    return len(calls), len(requests)
+    waits = re.findall(r"nanosleep\([^{]*\{tv_sec=(\d+), tv_nsec=(\d+)\}", trace)
+    return len(calls), len(requests), sum(1000 * int(s) + int(ns) / 1e6 for s, ns in waits)
+
+
+def overrun(command, waits):
+    """How much longer than `waits` the waits of a command take, in ms."""
+    return median(run(command, waits=True) - run(command) - waits for _ in range(ROUNDS))
 
 
 def on_virtual_board(command, status=0):
@@ -132,7 +130,7 @@ def on_virtual_board(command, status=0):
 
 def new_board():
     BOARD.unlink(missing_ok=True)
-    on_virtual_board(NOTHING)
+    on_virtual_board(["/usr/bin/true"])
 
 
 def entries_of(path):
@@ -141,58 +139,59 @@ def entries_of(path):
     return [line.split() for line in text.splitlines()]
 
 
-def whole_runs():
-    settings = TMP / "settings"
-    settings.write_text("".join(" ".join(entry) + "\n" for entry in entries_of(EXAMPLE)))
-    commands = {action: {
-        "pmadmin": [PMADMIN, option, EXAMPLE],
-        "i2c-tools per entry": [PEERS / "per-entry.sh", action, settings],
-        "i2ctransfer per page": [PEERS / "per-page.sh", action, settings],
-        "Python's smbus2": [PYTHON, PEERS / "smbus2-admin.py", action, EXAMPLE],
-    } for action, option in (("compare", "-E"), ("write", "-r"))}
-    bits = {}
-    for name in commands["compare"]:
-        # Each must see that a new board differs, write it, and agree with the tool then.
-        new_board()
-        on_virtual_board(commands["compare"][name], status=1)
-        for action in ("write", "compare"):
-            bits[action, name] = on_virtual_board(commands[action][name])[1]
-        on_virtual_board(commands["compare"]["pmadmin"])
-    commands["read"] = {"pmfile": [PMFILE, "read", "-o", "/dev/null"]}
-    bits["read", "pmfile"] = on_virtual_board(commands["read"]["pmfile"])[1]
+def whole_run_candidates():
+    """By job: our program first, then what else people would use. They find EXAMPLE's settings."""
+    script, smbus2 = PEERS / "per-entry.sh", [PYTHON, PEERS / "smbus2-admin.py"]
+    return {
+        "compare": {"pmadmin -E": [PMADMIN, "-E", EXAMPLE],
+                    "i2c-tools": [script, "compare", SETTINGS],
+                    "Python's smbus2": [*smbus2, "compare", EXAMPLE]},
+        "write": {"pmadmin -r": [PMADMIN, "-r", EXAMPLE],
+                  "i2c-tools": [script, "write", SETTINGS],
+                  "Python's smbus2": [*smbus2, "write", EXAMPLE]},
+        "read": {"pmfile read": [PMFILE, "read", "-o", "/dev/null"]},
+    }
 
-    tables = []
-    for action, candidates in commands.items():
-        own, candidates = next(iter(candidates)), candidates | FLOOR_ROW
-        rows = []
-        for name, one in in_rounds(candidates, own).items():
-            wire = bits.get((action, name), 0) / 100
-            total = one["wall"] + wire / 4
+
+def prove(jobs):
+    """Each must see that a new board differs, write it, and agree with pmadmin then."""
+    for compare, write in zip(jobs["compare"].values(), jobs["write"].values()):
+        new_board()
+        on_virtual_board(compare, status=1)
+        on_virtual_board(write)
+        on_virtual_board(compare)
+        on_virtual_board(jobs["compare"]["pmadmin -E"])
+
+
+def whole_runs():
+    SETTINGS.write_text("".join(" ".join(entry) + "\n" for entry in entries_of(EXAMPLE)))
+    jobs, tables = whole_run_candidates(), []
+    prove(jobs)
+    for job, candidates in jobs.items():
+        own, rows = next(iter(candidates)), []
+        for name, one in in_rounds(candidates | FLOOR_ROW, own).items():
+            command = (candidates | FLOOR_ROW)[name]
+            wire = on_virtual_board(command)[1] / 100
+            calls, _, waits = system_calls(command)
+            total = one["wall"] + wire / 4 + waits
             share = f"{100 * one['beyond'] / total:.1f} %"
-            rows.append([name, number(one["wall"]), f"{number(one['ratio'])}×",
-                         system_calls(candidates[name])[0], number(one["wall"] + wire),
+            late = overrun(command, waits) if waits else 0
+            rows.append([name, number(one["wall"]), f"{number(one['ratio'])}×", calls,
+                         number(waits), number(late), number(one["wall"] + wire + waits),
                          number(total), number(one["beyond"]), share])
             if name != FLOOR:
-                start = one["wall"] - one["beyond"]
-                PLOT_DATA["runs"].append([f'"{action}: {name}"', wire / 4, start, one["beyond"]])
+                PICTURE["runs"].append([f'"{job}: {name}"', wire / 4 + waits,
+                                        one["wall"] - one["beyond"], one["beyond"]])
             if name == own:
-                goal(f"a {action}: below 5 % of the total at 400 kHz beyond the floor", share,
+                goal(f"`{own}`: below 5 % of the total at 400 kHz beyond the floor", share,
                      one["beyond"] < 0.05 * total)
-            if name == "i2c-tools per entry":
-                goal(f"a {action}: at most a fiftieth of the i2c-tools script's own time",
+            if name == "i2c-tools":
+                goal(f"`{own}`: at most a fiftieth of the i2c-tools script's own time",
                      f"1/{number(one['ratio'])}", one["ratio"] >= 50)
-        tables.append(table([action, "own time, ms", "ratio", "system calls",
-                             "total at 100 kHz, ms", "at 400 kHz", "beyond the floor", "share"],
-                            rows))
-    return """All candidates run with the same preloaded "instant bus" (`instantBus.cpp`):
-`/dev/i2c-0` is a virtual board's memory; each request enters the kernel once, as on a board, and is
-answered at once. What is left is a candidate's own time, the start of its processes included; the
-share is that of what lies beyond the floor in the total at 400 kHz. The wire time in the totals
-comes from the bits that the virtual board counted for the same run. The scripts read a ready list
-of the entries, the others the file. All make the same checks and retries; the tool also takes the
-lock, heeds access rights and logs. `pmfile read` reads each register of the chip twice.
-
-""" + "\n".join(tables)
+        tables.append(table([job, "own time, ms", "ratio", "system calls", "waits, ms",
+                             "overrun, ms", "total at 100 kHz, ms", "at 400 kHz",
+                             "beyond the floor", "share"], rows))
+    return {"whole_runs": "\n".join(tables)}
 
 
 def bus_budget():
@@ -216,21 +215,16 @@ def bus_budget():
         transfers = start + bits
         used = prepared(on_virtual_board, option, EXAMPLE)
         small, large = (prepared(system_calls, option, path) for path in (SMALL_EXAMPLE, EXAMPLE))
-        rows.append([f"`{option}`", len(transfers), used[0], large[1], sum(transfers), used[1],
-                     small[0] - small[1], large[0] - large[1]])
+        rows.append([f"`pmadmin {option}`", len(transfers), used[0], large[1], sum(transfers),
+                     used[1], small[0] - small[1], large[0] - large[1]])
     goal("the fewest transfers and bits, one request each", "section 2",
          all(row[1] == row[2] == row[3] and row[4] == row[5] for row in rows))
     goal("not one other system call per register", "section 2",
          all(row[6] == row[7] for row in rows))
-    head = ["", "fewest transfers", "used", "requests", "fewest bits", "used", "others, small",
-            "others"]
-    entries = len(entries_of(SMALL_EXAMPLE)), len(reads)
-    return f""""Fewest" is computed from the file: 6 transfers to start, then one per entry. An
-upgrade of a new board reads the first register twice, sees that it differs, writes, stores, and
-compares. "Others" are the system calls that are no requests, for `small.hex` ({entries[0]} entries)
-and for `board-a.hex` ({entries[1]} entries).
-
-{table(head, rows)}"""
+    head = ["", "fewest transfers", "used", "requests", "fewest bits", "used",
+            "other calls, small.hex", "board-a.hex"]
+    return {"bus_budget": table(head, rows), "entries": len(reads),
+            "small_entries": len(entries_of(SMALL_EXAMPLE))}
 
 
 def hex_files(size):
@@ -246,8 +240,8 @@ def hex_files(size):
     return addressed, plain
 
 
-def file_jobs(size):
-    """What is done with a file, by job: our program first, then what else people would use."""
+def file_candidates(size):
+    """By job: our program first, then what else people would use."""
     (addressed, plain), binary = hex_files(size), TMP / "binary"
     convert = "import intelhex, sys; intelhex.hex2bin(*sys.argv[1:])"
     load = "import intelhex, sys; a, *b = map(intelhex.IntelHex, sys.argv[1:]); "
@@ -270,188 +264,53 @@ def file_jobs(size):
     }}
 
 
-# What keeps our programs from a goal.
-REASONS = {"pmadmin -m": "each entry becomes an object, 48 bytes of heap, in each of two lists",
-           "pmfile check": "each entry is kept, 56 bytes, to look at all of them",
-           "pmfile diff": "each entry is kept, 56 bytes, and looked up by its register"}
-
-
 def files():
-    by_size = {label: file_jobs(size) for label, size in SIZES.items()}
-    tables = []
+    by_size, tables = {label: file_candidates(size) for label, size in SIZES.items()}, []
     for job, candidates in by_size["1 MB"].items():
         own, *others = candidates
-        results = {label: in_rounds(jobs[job] | FLOOR_ROW, own)
-                   for label, jobs in by_size.items()}
-        peaks = {name: peak_memory(command) for name, command in (candidates | FLOOR_ROW).items()}
-        slower = {name: [label for label in ("10 KB", "100 KB")
-                         if results[label][name]["ratio"] <= 1] for name in others}
-        slower = [f"{name} ({', '.join(labels)})" for name, labels in slower.items() if labels]
+        results = {label: in_rounds(jobs[job] | FLOOR_ROW, own) for label, jobs in by_size.items()}
+        others = [name for name in others if name != "objcopy"]  # no goal: it only converts
+        goal(f"`{own}`: faster than {' and '.join(others)}, 10 KB and 100 KB", "section 3",
+             all(results[label][name]["ratio"] > 1
+                 for label in ("10 KB", "100 KB") for name in others))
         growth = results["1 MB"][own]["beyond"] / results["100 KB"][own]["beyond"]
-        memory = (peaks[own] - peaks[FLOOR]) / SIZES["1 MB"]
-        goal(f"`{own}`: faster than {', '.join(others)}, 10 KB and 100 KB", "section 3", not slower,
-             f"slower than {', '.join(slower)}; {REASONS[own]}")
         goal(f"`{own}`: linear in the size", f"{number(growth)}× the time beyond the floor "
-             "for 10× the size", growth < 15, REASONS[own])
-        if own == "pmadmin -m":
-            goal(f"`{own}`: memory below eight times the file", f"{number(memory)}× at 1 MB",
-                 memory < 8, REASONS[own])
-        rows = [[name, *(number(one[name]["wall"]) for one in results.values()), peak // 1024]
-                for name, peak in peaks.items()]
-        PLOT_DATA["files"] += [[f'"{job}: {row[0]}"', *row[1:-1]] for row in rows]
+             "for 10× the size", growth < 15)
+        rows = [[name, *(number(one[name]["wall"]) for one in results.values()),
+                 peak_memory(command)] for name, command in (candidates | FLOOR_ROW).items()]
+        PICTURE["files"] += [[f'"{job}: {row[0]}"', *row[1:-1]] for row in rows]
         tables.append(table([job, *(f"{label}, ms" for label in results),
                              "peak memory at 1 MB, KB"], rows))
-    return """Wall time of whole processes. srec_cat, objcopy and intelhex turn an Intel HEX file of
-the same size into binary; `pmadmin -m` identifies the chip and fills both of its lists. `pmfile`
-checks and compares settings, srecord the records and their data.
-
-""" + "\n".join(tables)
+    return {"files": "\n".join(tables)}
 
 
-# Instructions on x86-64 or PowerPC; all others, like moves between registers, are "other".
-KINDS = {"compare": "test|cmp", "branch": "j(?!mp)|b(eq|ne|lt|le|gt|ge)",
-         "load": r"mov.*\(|lwz", "call": r"(call|bl)\s"}
-
-
-def gated_path(machine, object_file, disassembler):
-    """The instructions of a gated-off statement, up to its third branch, counted by kind."""
-    command = [disassembler, "-d", "--no-show-raw-insn", BUILD / "bench" / object_file]
-    listing = output_of(command)
-    counts, path = dict.fromkeys([*KINDS, "other"], 0), []
-    for instruction in re.findall(r"^ +[0-9a-f]+:\t(.*?) *$", listing, re.MULTILINE):
-        kinds = [kind for kind, pattern in KINDS.items() if re.match(pattern, instruction)]
-        counts[(kinds or ["other"])[0]] += 1
-        path.append("    " + " ".join(instruction.split()))
-        if counts["branch"] == 3:
-            break
-    goal(f"a gated-off log statement: two pointer tests, one comparison ({machine})", "section 4",
-         counts["compare"] == counts["branch"] == 3 and counts["call"] == 0)
-    summary = ", ".join(f"{count} {kind}" for kind, count in counts.items())
-    return "\n".join([f"{machine}: {summary}", "", *path, ""])
-
-
-def benchmarks(name_filter):
-    """Medians by name: processor time in ns, and allocations."""
-    text = subprocess.run(
-        [BENCHMARKS, f"--benchmark_filter={name_filter}", "--benchmark_format=json",
-         f"--benchmark_repetitions={ROUNDS}", "--benchmark_min_time=0.05",
-         "--benchmark_enable_random_interleaving=true"],
-        env=environment([BENCHMARKS], bus=False), check=True, stdout=subprocess.PIPE,
-        stderr=subprocess.DEVNULL).stdout
-    runs = [one for one in json.loads(text)["benchmarks"] if one["run_type"] == "iteration"]
-    return {name: [median(one.get(key, 0) for one in runs if one["run_name"] == name)
-                   for key in ("cpu_time", "allocations")]
-            for name in sorted({one["run_name"] for one in runs})}
-
-
-def transfers_and_log_statements():
-    results = benchmarks("transfer|log")
-    gated, none = results.pop("log/gated off")[0], results.pop("log/none")[0]
-    slowest = max(ns for ns, _ in results.values())
-    allocations = sum(count for _, count in results.values())
-    goal("a transfer below 1 µs beside the system call", f"at most {number(slowest)} ns",
-         slowest < 1000)
-    goal("a transfer allocates nothing", f"{allocations:.0f} allocations", allocations == 0)
-    rows = [[name.split("/")[1], number(ns), f"{count:.0f}"]
-            for name, (ns, count) in results.items()]
-    return f"""Processor time with an `ioctl` that returns at once, and calls of `malloc`:
-
-{table(["", "ns", "allocations"], rows)}
-A gated-off statement with an argument takes {gated - none:.2f} ns. Its instructions (g++ -O2) up to
-the last branch; "other" ones belong to the function, which as position-independent code first finds
-the table of its global variables.
-
-{gated_path("x86-64", "gatedLog-host.o", "objdump")}
-{gated_path("PowerPC", "gatedLog-powerpc.o", "powerpc-linux-gnu-objdump")}"""
-
-
-def start_to_end():
-    i2cget = ["/usr/sbin/i2cget", "-y", "0", "0x74", "0x99", "b"]
-    commands = {"pmadmin -a": [PMADMIN, "-a"], "i2cget": i2cget, "empty C process": NOTHING}
-    commands, rows = commands | FLOOR_ROW, []
-    for name, one in in_rounds(commands, FLOOR).items():
-        command, stripped = commands[name], TMP / "stripped"
-        output_of(["strip", "-o", stripped, command[0]])
-        rows.append([name, number(one["wall"]), f"{one['ratio']:.2f}×", system_calls(command)[0],
-                     f"{one['faults']:.0f}", peak_memory(command) // 1024,
-                     stripped.stat().st_size])
-        if name == "pmadmin -a":
-            goal("start: `pmadmin -a` within 1.15 of the floor", rows[0][2], one["ratio"] <= 1.15)
-    return table(["", "wall time, ms", "ratio", "system calls", "page faults", "peak memory, KB",
-                  "stripped file, bytes"], rows)
-
-
-def bar(data, begin, end, top, height, color, title):
-    """A bar in each row of gnuplot's `data`."""
-    return (f"{data} using 0:0:({begin}):({end}):($0+{top}):($0+{top}+{height}):ytic(1) "
-            f'with boxxyerror linecolor rgb "{color}" title "{title}"')
-
-
-def plot():
-    data = [f"${name} << END\n" + "\n".join(" ".join(map(str, row)) for row in rows) + "\nEND\n"
-            for name, rows in PLOT_DATA.items()]
-    runs = [bar("$runs", "0", "$2", -0.35, 0.7, "#b0b0b0", "the bus"),
-            bar("$runs", "$2", "$2+$3", -0.35, 0.7, "#204880", "the start of one process"),
-            bar("$runs", "$2+$3", "$2+$3+$4", -0.35, 0.7, "#d06020", "the rest")]
-    files = [bar("$files", 0.5, f"${2 + i}", 0.27 * i - 0.4, 0.27, color, label)
-             for i, label, color in zip(range(3), SIZES, ("#a8c8e8", "#5890c8", "#204880"))]
-    script = "".join(data) + f"""
-set terminal svg size 900,640 font "sans,12" background "white" noenhanced
-set output "{FOLDER / "results.svg"}"
-set multiplot layout 2,1
-set style fill solid noborder
-set grid x
-set key inside right center vertical Left reverse
-set tics nomirror
-set ytics scale 0
-set yrange [] reverse
-set offsets 0, graph 0.08, 0.6, 0.6
-set title "A whole compare and a whole write at 400 kHz, in ms"
-set xrange [0:*]
-plot {", ".join(runs)}, \\
-    $runs using ($2+$3+$4):0:(sprintf(" %.1f", $2+$3+$4)) with labels left notitle
-set title "Whole processes with a file, in ms"
-set logscale x
-set xrange [0.5:*]
-set key outside right top
-plot {", ".join(files)}
-"""
-    subprocess.run(["gnuplot"], input=script, text=True, check=True)
-
-
-SECTIONS = {
-    whole_runs: "A whole compare and a whole write of `board-a.hex`",
-    bus_budget: "The bus budget",
-    files: "PM data files",
-    transfers_and_log_statements: "Transfers and gated-off log statements",
-    start_to_end: "`pmadmin -a`, start to end",
-}
-
-
-def main():
-    HW_VERSION_FILE.write_text("3\n")
-    load, sections = os.getloadavg()[0], []
-    try:
-        for count, (measure, title) in enumerate(SECTIONS.items(), 1):
-            print(f"{count}. {title}", flush=True)
-            sections.append(f"## {count}. {title}\n\n{measure()}")
-    finally:
-        shutil.rmtree(TMP)
-    processor = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())[1]
-    text = f"""# What the tool costs, beside what people would use instead
-
-Written by `bench/run` on {time.strftime("%Y-%m-%d")}: {processor}, {os.cpu_count()} processors,
-Linux {platform.release()}, load {load:.1f} at the start; release build. Medians of {ROUNDS} paired
-runs. The *floor* of a run is a C++ process that does nothing, with the tool's libraries.
-
-![The same numbers as a picture](results.svg)
-
-{table(["goal", "measured", ""], GOALS)}
-""" + "\n".join(sections)
-    FOLDER.mkdir(exist_ok=True)
-    (FOLDER / "RESULTS.md").write_text(text)
-    plot()
+def write_results(figures):
+    folder = BUILD / "quick" if QUICK else ROOT / "bench"
+    folder.mkdir(exist_ok=True)
+    for name, rows in PICTURE.items():
+        (TMP / name).write_text("".join(" ".join(map(str, row)) + "\n" for row in rows))
+    output_of(["gnuplot", "-e", f'folder = "{TMP}"; picture = "{folder / "results.svg"}"',
+               ROOT / "bench/results.gnuplot"])
+    text = string.Template((ROOT / "bench/RESULTS.md.in").read_text()).substitute(figures)
+    (folder / "RESULTS.md").write_text(text)
     print(text)
 
 
-main()
+def main():
+    processor = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())[1]
+    figures = {"date": time.strftime("%Y-%m-%d"), "processors": f"{os.cpu_count()} × {processor}",
+               "kernel": platform.release(), "load": f"{os.getloadavg()[0]:.1f}", "rounds": ROUNDS}
+    HW_VERSION_FILE.write_text("3\n")
+    shutil.rmtree(TMP, ignore_errors=True)
+    TMP.mkdir()
+    try:
+        for section in (whole_runs, bus_budget, files):
+            print(section.__name__, flush=True)
+            figures |= section()
+        write_results(figures | {"goals": table(["goal", "measured", ""], GOALS)})
+    finally:
+        shutil.rmtree(TMP)
+
+
+if __name__ == "__main__":
+    main()

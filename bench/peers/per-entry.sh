@@ -7,11 +7,6 @@ set -u
 action=$1
 list=$2
 
-fail() {
-    echo "$*" >&2
-    exit 1
-}
-
 # write_entry CODE BYTE... - up to three attempts.
 write_entry() {
     case $# in
@@ -51,29 +46,21 @@ compare_entry() {
 }
 
 identify() {
-    write_entry 0x00 0xff && read_entry 0x99 1 && read_entry 0x9a 1 && model=$value &&
-        read_entry 0x9b 2 && read_entry 0x9d 8
+    write_entry 0x00 0xff && read_entry 0x99 1 && read_entry 0x9a 1 && read_entry 0x9b 2 &&
+        read_entry 0x9d 8
 }
 
-identify || fail "The power monitor does not answer"
-echo "Installed version, minor and major: $value"
-if [ "$action" = write ]; then
-    read -r hw_version <"${BOARD_HW_VERSION_FILE:-/etc/board-hw-version}"
-    while read -r code _ _ minimum _; do
-        [ "$code" != 0x9d ] || [ "$hw_version" -ge $((minimum)) ] ||
-            fail "The settings need hardware version $((minimum))"
-    done <"$list"
+if ! identify; then
+    echo "The power monitor does not answer" >&2
+    exit 1
 fi
-status=0
+echo "Installed version, minor and major: $value"
 while read -r code bytes; do
     # shellcheck disable=SC2086 # the bytes are arguments
-    case $action:$model:$code in
-    compare:0x57:0xe0 | compare:0x57:0xea) continue ;;
+    case $action:$code in
     write:* | *:0x00) write_entry "$code" $bytes && continue ;;
     *) compare_entry "$code" $bytes && continue ;;
     esac
     echo "$code $bytes: $action failed" >&2
-    status=1
-    [ "$action" = write ] || break
+    exit 1
 done <"$list"
-exit $status

@@ -5,14 +5,12 @@
     smbus2-admin.py list FILE           the entries as text, for the shell scripts
 """
 
-import os
 import sys
 import time
 
 CHIP = 0x74
 PAGE, MFR_ID, MFR_MODEL, MFR_REVISION, MFR_DATE = 0x00, 0x99, 0x9A, 0x9B, 0x9D
 ACTIONS = (0x03, 0x11, 0x12)  # CLEAR_FAULTS, STORE_DEFAULT_ALL, RESTORE_DEFAULT_ALL
-MODEL_NOT_COMPARABLE, NOT_COMPARABLE = 0x57, (0xE0, 0xEA)  # MFR_FW_SERIAL, MFR_CHANNEL_NOMINAL
 
 
 def read_entries(path):
@@ -58,31 +56,6 @@ def read(bus, code, size):
     return bytes(answer)
 
 
-def compare_all(bus, entries, model):
-    for code, data in entries:
-        if code == PAGE:
-            retry(write, bus, code, data)
-        elif model == MODEL_NOT_COMPARABLE and code in NOT_COMPARABLE:
-            continue
-        elif all(retry(read, bus, code, len(data)) != data for _ in range(2)):
-            sys.exit(f"{code:#04x} {data.hex()}: compare failed")
-
-
-def write_all(bus, entries):
-    with open(os.environ.get("BOARD_HW_VERSION_FILE", "/etc/board-hw-version")) as file:
-        hw_version = int(file.read())
-    for minimum in (data[2] for code, data in entries if code == MFR_DATE):
-        if minimum > hw_version:
-            sys.exit(f"The settings need hardware version {minimum}")
-    failed = []
-    for code, data in entries:
-        try:
-            retry(write, bus, code, data)
-        except OSError as error:
-            failed.append(f"{code:#04x} {data.hex()}: write failed: {error.strerror}")
-    sys.exit("\n".join(failed) or 0)
-
-
 action, entries = sys.argv[1], list(read_entries(sys.argv[2]))
 if action == "list":
     for code, data in entries:
@@ -93,10 +66,11 @@ from smbus2 import SMBus, i2c_msg  # noqa: E402 - a list is made without a bus
 
 with SMBus(0) as bus:
     retry(write, bus, PAGE, b"\xff")
-    retry(read, bus, MFR_ID, 1)
-    model = retry(read, bus, MFR_MODEL, 1)[0]
-    retry(read, bus, MFR_REVISION, 2)
+    for code, size in ((MFR_ID, 1), (MFR_MODEL, 1), (MFR_REVISION, 2)):
+        retry(read, bus, code, size)
     print("Installed version, minor and major:", retry(read, bus, MFR_DATE, 8).hex())
-    if action == "write":
-        write_all(bus, entries)
-    compare_all(bus, entries, model)
+    for code, data in entries:
+        if action == "write" or code == PAGE:
+            retry(write, bus, code, data)
+        elif all(retry(read, bus, code, len(data)) != data for _ in range(2)):
+            sys.exit(f"{code:#04x} {data.hex()}: compare failed")
