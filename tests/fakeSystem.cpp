@@ -44,11 +44,13 @@ void note(const std::string& line)
 int request(const std::string& line, int otherwise)
 {
     note(line);
-    if (fakeSystem.results.empty()) {
+    const auto own = fakeSystem.resultsOf.find(line + "\n");
+    std::deque<int>& results = own == fakeSystem.resultsOf.end() ? fakeSystem.results : own->second;
+    if (results.empty()) {
         return otherwise;
     }
-    const int result = fakeSystem.results.front();
-    fakeSystem.results.pop_front();
+    const int result = results.front();
+    results.pop_front();
     errno = result < 0 ? -result : errno;
     return std::max(result, -1);
 }

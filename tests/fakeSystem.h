@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -22,6 +23,8 @@ struct FakeSystem {
     std::string lastLog;
     /// Results of the next requests; a negative one is a failure with that errno. After them, requests succeed.
     std::deque<int> results;
+    /// The same for those requests alone that stand as this line in the transcript.
+    std::map<std::string, std::deque<int>> resultsOf;
     /// The bytes that the next reads get from the bus; then zeros.
     std::deque<std::uint8_t> bus;
     /// The hardware version of the board; if empty, the query fails.
