@@ -2,7 +2,9 @@
 // the board. Used by PowerFileHandler::compareHwVersions.
 #pragma once
 
-class boardUtils {
+#include <cstddef>
+
+class alignas(std::max_align_t) boardUtils {
 public:
     boardUtils();
     ~boardUtils(); // NOLINT(performance-trivially-destructible): the board's own does more
@@ -14,7 +16,7 @@ public:
     int getVersion(int& version);
 
 private:
-    // Callers allocate the object by this declaration. Ample room, sixteen pointers, for the
-    // members of the board's own class.
-    [[maybe_unused]] void* m_reserved[16] = {};
+    // Callers allocate the object by this declaration: ample room, 512 pointers, for the members of
+    // the board's own class. Only its own constructor writes there.
+    [[maybe_unused]] void* m_reserved[512];
 };

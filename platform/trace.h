@@ -1,7 +1,8 @@
 // The board's trace library (libtrace.so) as this system uses it: an object whose settings carry
-// the current trace level. Used by src/log.h and by main.
+// the current trace level. Used by main; src/log.h needs the places of settings and level alone.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// What a trace object points to; may be changed while a process runs.
@@ -11,7 +12,7 @@ struct TraceSettings {
 
 /// The process's trace object. It has no virtual table: its first member is the pointer to its
 /// settings, as in the board's own library.
-class TraceObject {
+class alignas(std::max_align_t) TraceObject {
 public:
     /// Opens the system log under `identity`, with `level` as the trace level.
     TraceObject(const char* identity, int level);
@@ -22,9 +23,9 @@ public:
     TraceSettings* m_settings; ///< null: nothing is logged
 
 private:
-    // Callers allocate the object by this declaration. Ample room, sixteen pointers with the first,
-    // for the members of the board's own class.
-    [[maybe_unused]] void* m_reserved[15] = {};
+    // Callers allocate the object by this declaration: ample room, 512 pointers with the first, for
+    // the members of the board's own class. Only its own constructor writes there.
+    [[maybe_unused]] void* m_reserved[511];
 };
 
 /// The process's trace object, or null while there is none.

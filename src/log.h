@@ -6,8 +6,12 @@
 #include <syslog.h>
 
 #include <cstdint>
+#include <cstring>
 
-#include "trace.h"
+/// The board's trace object (trace.h), or null while there is none. Here its class is but a name,
+/// so that files which log do without the board's header.
+class TraceObject;
+extern TraceObject* g_traceObject;
 
 /// A level tag: the least trace level at which its statements are emitted, and the priority with
 /// which syslog gets them.
@@ -25,11 +29,21 @@ inline constexpr LogLevel LOG_LEVEL_DEBUG2{8, LOG_DEBUG};
 inline constexpr LogLevel LOG_LEVEL_DEBUG3{9, LOG_DEBUG};
 
 /// Whether the trace object admits `level` now. Read afresh by every statement: the level may
-/// change while the process runs.
+/// change while the process runs. The object begins with a pointer to its settings, which may be
+/// null, and these with the level; what a board's own header calls them is all the same.
 inline bool logAdmits(const LogLevel& level)
 {
-    return g_traceObject != nullptr && g_traceObject->m_settings != nullptr
-           && g_traceObject->m_settings->level >= level.threshold;
+    if (g_traceObject == nullptr) {
+        return false;
+    }
+    const void* settings = nullptr;
+    std::memcpy(&settings, static_cast<const void*>(g_traceObject), sizeof(settings));
+    if (settings == nullptr) {
+        return false;
+    }
+    std::int32_t current = 0;
+    std::memcpy(&current, settings, sizeof(current));
+    return current >= level.threshold;
 }
 
 /// The part of `path` after its last slash.
