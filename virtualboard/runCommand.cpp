@@ -22,8 +22,8 @@ constexpr int STATUS_NOT_EXECUTABLE = 126;
 constexpr int STATUS_NOT_FOUND = 127;
 constexpr int STATUS_SIGNAL = 128;
 
-// Where the shim and the stand-ins for the board's libraries are, seen from the launcher.
-constexpr const char* LIBRARIES = "../lib/pmadmin";
+// The shim lies with the stand-ins for the board's libraries. Where, seen from the launcher, comes
+// from the build: LIBRARIES_INSTALLED and, before installation, LIBRARIES_BUILT.
 constexpr const char* SHIM = "libvirtualboard.so";
 
 std::string environment(const char* name)
@@ -79,9 +79,14 @@ bool findLibraries(std::string& folder, std::string& error)
 {
     std::error_code ignored;
     const auto own = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    folder = (own / LIBRARIES).lexically_normal().string();
-    error = "cannot find " + folder + "/" + SHIM;
-    return std::filesystem::exists(folder + "/" + SHIM, ignored);
+    for (const char* libraries : {LIBRARIES_INSTALLED, LIBRARIES_BUILT}) {
+        folder = (own / libraries).lexically_normal().string();
+        if (std::filesystem::exists(folder + "/" + SHIM, ignored)) {
+            return true;
+        }
+    }
+    error = "cannot find " + (own / LIBRARIES_INSTALLED / SHIM).lexically_normal().string();
+    return false;
 }
 
 bool makeLoadable(std::string& libraries, const std::string& sessionFolder, std::string& error)
