@@ -32,16 +32,19 @@ namespace {
 
 using namespace virtualboard;
 
-/// Carries out one transfer: "42 FF 7F" is a write, "42 r2" a write followed by a read of two bytes.
-/// Returns the bytes read, "" if there are none, or the errno's name.
+/// Carries out one transfer: "42 FF 7F" is a write, "42 r2" a write followed by a read of two bytes, "42 c33" one
+/// followed by a read of as many as the chip says, with room for 33. Returns the bytes read, "" if there are none, or
+/// the errno's name.
 std::string carryOut(Session& session, const std::string& story)
 {
-    std::uint8_t bytes[2][16] = {};
+    std::uint8_t bytes[2][40] = {};
     i2c_msg messages[] = {{0x74, 0, 0, bytes[0]}, {0x74, I2C_M_RD, 0, bytes[1]}};
     std::istringstream words(story);
     for (std::string word; words >> word;) {
-        if (word[0] == 'r') {
-            messages[1].len = static_cast<__u16>(word[1] - '0');
+        if (word[0] == 'r' || word[0] == 'c') {
+            messages[1].len = static_cast<__u16>(std::stoi(word.substr(1)));
+            messages[1].flags = word[0] == 'c' ? I2C_M_RD | I2C_M_RECV_LEN : I2C_M_RD;
+            bytes[1][0] = 1; // how many bytes there are besides those that the chip counts
         } else {
             bytes[0][messages[0].len++] = static_cast<__u8>(std::stoi(word, nullptr, 16));
         }
@@ -51,8 +54,9 @@ std::string carryOut(Session& session, const std::string& story)
     if (deviceRequest(std::bind_front(transfer, std::ref(session)), I2C_RDWR, &request, address) < 0) {
         return strerrorname_np(errno);
     }
+    const bool counted = (messages[1].flags & I2C_M_RECV_LEN) != 0;
     std::string answer;
-    for (int i = 0; i < messages[1].len; ++i) {
+    for (int i = 0; i < (counted ? 1 + bytes[1][0] : messages[1].len); ++i) {
         answer += {"0123456789ABCDEF"[bytes[1][i] >> 4], "0123456789ABCDEF"[bytes[1][i] & 0xF]};
     }
     return answer;
@@ -122,6 +126,9 @@ const char* const STORIES = R"(
 # Reads beyond the data, of write-only commands, and of none.
 43 r4 = 0000FFFF; cml = 40; 11 r1 = FF; cml = 40; 43 01 02 r2 = FFFF; cml = 40
 05 = EREMOTEIO; 99 FF = EREMOTEIO; cml = C0; cml = 00
+# Reads of as many bytes as the chip says, 1 to 32. There must be room for them all.
+DD 03 02 01 04; DD c33 = 03020104; DD c32 = EINVAL; 9D c33 = EPROTO; D1 c33 = EPROTO; 9D 21 1 1 1 1 1 1 1; 9D c33 = EPROTO
+9D 20 1 1 1 1 1 1 1; 9D c33 = 2001010101010101FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF; cml = 40
 # Pages.
 00 03; 00 0C; cml = 40; 00 12; cml = 40; 00 FE; cml = 40; 00 r1 = 03
 00 05; D1 34 12; 00 0D; D1 r2 = 3412; 00 FF; D1 r2 = 3412; cml = 00
@@ -209,6 +216,7 @@ TEST_F(BoardTest, OtherProgramsOfTheBus)
         {"i2cget -y 0 0x74 0xd1 s", "S 74w D1 Sr 74r 00 P ! EPROTO\n"},
         {"i2ctransfer -y 0 w1@0x74 0xdd r?", "0x03 0x02 0x01 0x04\nS 74w DD Sr 74r 03 02 01 04 P\n"},
         {"i2ctransfer -y 0 w2@0x73 0x9d 1", "S 73w N P ! ENXIO\n"},
+        {"i2ctransfer -y 0 w1@0x74 0x99 r1@0x73", "S 74w 99 Sr 73r N P ! ENXIO\n"},
         {"i2cget -y 1 0x74 0x99", ""},
     };
     for (const auto& [command, expected] : cases) {
@@ -225,6 +233,8 @@ TEST_F(BoardTest, TheLauncher)
 {
     const std::string rulesEnough = std::regex_replace(std::string(MAX_FAULTS, '.'), std::regex("."), "--fault busy ");
     const std::string number = " needs a number from -2147483648 to 2147483647, not ";
+    const std::string deep =
+        path(std::regex_replace(std::string(20, '.'), std::regex("."), std::string(195, 'd') + "/"));
     const std::string modeOnly = write("mode.hex", ":070000000100FF02D1200006\n:00000001FF\n");
     const std::tuple<std::string, std::string, int, std::string> cases[] = {
         {"--bord x", "true", 2, "wrong option '--bord' (see --help)"},
@@ -262,6 +272,9 @@ TEST_F(BoardTest, TheLauncher)
         {"", "env TMPDIR=/no $VIRTUAL_BOARD true", 2, "cannot share the session in /no: No such file or directory"},
         {"", "env VIRTUAL_BOARD_SESSION=/no $PMADMIN -x", 1, "cannot use the session /no: No such file or directory"},
         {"--bus-log /dev/full", "$PMADMIN -a", 0, "cannot write /dev/full: No space left on device"},
+        {"--fault busy", "$BUS_USER force", 0, ""},
+        {"", "sh -c 'mkdir -p $0 && TMPDIR=$0 $VIRTUAL_BOARD true' " + deep, 2,
+         "cannot share the session in " + deep + ": File name too long"},
         // What can't be saved was not done.
         {"", "sh -c 'trap \"\" XFSZ; ulimit -f 0; $PMADMIN -r " + modeOnly + "'", 1, ""},
         // A signal that ends the launcher reaches the command.
@@ -335,17 +348,20 @@ TEST_F(BoardTest, InAnyFolder)
 
 TEST_F(BoardTest, AProgramOnTheBus)
 {
-    const char* const cases[][3] = {
-        {"copies $BUS_USER", "4d 4d 4d ffffffff ", ""},
-        {"spellings", "1 1 1 0 0 1 0 1 ", ""},
-        {"requests", "0 0 -1 ", ""},
-        {"handler", "200 ", ""},
-        {"cancel", "4d ", ""},
-        {"print", "", "4d\nvirtual-board: the bus got 8 bytes without a request: 2A 2A 2A 20 46 69 6C 65\n"},
+    const char* const cases[][4] = {
+        {"copies $BUS_USER", "4d 4d 4d ffffffff ", "", ""},
+        {"spellings", "1 1 1 0 0 1 0 1 ", "", ""},
+        {"requests", "0 0 -1 -1 0 1 20 31 ff ", "", ""},
+        {"handler", "200 ", "", ""},
+        {"cancel", "4d ", "", ""},
+        {"sleeps", "0 0 4 1 ", "", ""},
+        {"log", "", "", "warning: yes#011#177\n"},
+        {"print", "", "4d\nvirtual-board: the bus got 8 bytes without a request: 2A 2A 2A 20 46 69 6C 65\n", ""},
     };
-    for (const auto& [story, output, errors] : cases) {
-        const Outcome outcome = run(std::string("$BUS_USER ") + story);
+    for (const auto& [story, output, errors, log] : cases) {
+        const Outcome outcome = run(std::string("$BUS_USER ") + story, "--time-scale 0.002");
         EXPECT_EQ(output, outcome.output) << story;
+        EXPECT_EQ(log, outcome.log) << story;
         EXPECT_EQ(errors, outcome.errors) << story;
         EXPECT_EQ(0, outcome.status) << story;
         EXPECT_EQ(errors[0] != '\0', outcome.bus.find("! 8 bytes without") != std::string::npos);
@@ -362,6 +378,12 @@ TEST_F(BoardTest, TheFile)
     const std::string good = readFile(path("board"));
     std::string damaged = good;
     std::string newer = good;
+    const Memory factory = memory();
+    Memory changed = factory;
+    *bytesOf(changed.ram, Page::CODE, 0) = 12;
+    setMemory(changed);
+    const std::string onNoPage = readFile(path("board"));
+    setMemory(factory);
     ++damaged[100];
     ++newer[16];
     const std::string cases[][2] = {
@@ -369,6 +391,7 @@ TEST_F(BoardTest, TheFile)
         {good + "x", "not a virtual board's memory"},
         {damaged, "a virtual board's memory, but damaged"},
         {newer, "a board's memory of another version of virtual-board"},
+        {onNoPage, "a virtual board's memory, but damaged"},
     };
     for (const auto& [content, reason] : cases) {
         const std::string file = write("other", content);

@@ -5,6 +5,8 @@
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -60,6 +62,32 @@ void spellings()
     std::printf("%d ", openat(folder, "i2c-0", O_RDWR) >= 0);
     std::printf("%d ", openat(AT_FDCWD, "i2c-0", O_RDWR) >= 0);
     std::printf("%d ", chdir("/dev") == 0 && open("i2c-0", O_RDWR) >= 0);
+}
+
+void requests()
+{
+    const auto descriptorFlags = [](int flags) { return fcntl(open("/dev/i2c-0", O_RDWR | flags), F_GETFD); };
+    std::printf("%d %d %d ", ioctl(bus, I2C_PEC, 1L), ioctl(bus, I2C_TENBIT, 1L), ioctl(bus, 0x5401, 0L));
+    std::printf("%d %d %d ", ioctl(bus, I2C_SLAVE_FORCE, 0x80L), descriptorFlags(0), descriptorFlags(O_CLOEXEC));
+    i2c_smbus_data data{};
+    i2c_smbus_ioctl_data older{I2C_SMBUS_READ, 0x9C, I2C_SMBUS_I2C_BLOCK_BROKEN, &data};
+    ioctl(bus, I2C_SMBUS, &older);
+    std::printf("%x %x %x ", data.block[0], data.block[1], data.block[32]);
+}
+
+// A sleep until a time that is over, one until a time to come, and one that a signal interrupts: most of it is left.
+void sleeps()
+{
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    std::printf("%d ", clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr));
+    time.tv_sec += 100;
+    std::printf("%d ", clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr));
+    std::signal(SIGALRM, [](int) {});
+    ualarm(100000, 0);
+    time = {2000, 0};
+    std::printf("%d ", clock_nanosleep(CLOCK_MONOTONIC, 0, &time, &time));
+    std::printf("%d ", time.tv_sec > 1000 && time.tv_sec < 2000);
 }
 
 // The first descriptor that is free becomes the bus: standard output, and what it holds is written at the end.
@@ -126,7 +154,15 @@ int main(int argc, char** argv)
     } else if (story == "spellings") {
         spellings();
     } else if (story == "requests") {
-        std::printf("%d %d %d ", ioctl(bus, I2C_PEC, 1L), ioctl(bus, I2C_TENBIT, 1L), ioctl(bus, 0x5401, 0L));
+        requests();
+    } else if (story == "force") {
+        return ioctl(bus, I2C_SLAVE, 0x74L) == -1 && ioctl(bus, I2C_SLAVE_FORCE, 0x74L) == 0 ? 0 : 1;
+    } else if (story == "sleeps") {
+        sleeps();
+    } else if (story == "log") {
+        setlogmask(LOG_UPTO(LOG_WARNING));
+        syslog(LOG_INFO, "no");
+        syslog(LOG_WARNING, "yes\t\x7f\n");
     } else if (story == "handler") {
         transferInAHandler();
     } else if (story == "cancel") {

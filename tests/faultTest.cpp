@@ -126,6 +126,7 @@ TEST_P(FaultTest, AfterAKillTheNextRunsComplete)
             setMemory(m_start);
             const Outcome killed = runAction("--fault " + name);
             EXPECT_EQ(128 + 9, killed.status) << name;
+            EXPECT_EQ(1, count(killed.bus, " P ! SIGKILL\n")) << name;
             EXPECT_EQ(n > 6, killed.output != "") << name << ": a line that is printed is out";
             checkMemory(name);
             const bool lockLeft = lockValue() == 0;
