@@ -19,11 +19,11 @@
 
 struct FakeSystem {
     std::string transcript;
-    /// The last log line, without its priority; in the transcript it is shorter.
+    /// The last log line whole, with its priority before it, as in "<3>"; in the transcript it is shorter.
     std::string lastLog;
     /// Results of the next requests; a negative one is a failure with that errno. After them, requests succeed.
     std::deque<int> results;
-    /// The same for those requests alone that stand as this line in the transcript.
+    /// The results of only those requests that are this line in the transcript.
     std::map<std::string, std::deque<int>> resultsOf;
     /// The bytes that the next reads get from the bus; then zeros.
     std::deque<std::uint8_t> bus;
