@@ -253,8 +253,8 @@ TEST_F(BoardTest, TheLauncher)
         {"--model 256", "true", 2, "--model needs a number from 0 to 255, not '256'"},
         {"--time-scale -1", "true", 2, "--time-scale needs a decimal number from 0 on, not '-1'"},
         {"--fault 1:nak", "true", 2,
-         "--fault '1:nak': expected nack, arbitration, timeout, eintr, kill-before, kill-after or supply= at 'nak' "
-         "(see --help)"},
+         "--fault '1:nak': expected nack, arbitration, timeout, eintr, kill-before, kill-after, kill-run, power-off or "
+         "supply= at 'nak' (see --help)"},
         {"--supply 0=1@0", "true", 2,
          "--supply '0=1@0': expected N=VOLTS, N=VOLTS@RATIO, N=none, all=nominal or all=none (see --help)"},
         {"--sensor 5=1", "true", 2, "--sensor '5=1': expected N=CELSIUS, N=faulty, N=disabled or N=none (see --help)"},
@@ -295,6 +295,24 @@ TEST_F(BoardTest, TheLauncher)
         std::regex("^(/[^:]*)/libvirtualboard.so:libc.so.6\n\\1:/no\n" + path("tmp"))));
     EXPECT_TRUE(std::filesystem::is_empty(path("tmp"))) << "a session leaves nothing behind";
     EXPECT_NE("", run("sh -c 'cd /; $PMADMIN -a'").log) << "a relative log stays where it is";
+}
+
+TEST_F(BoardTest, AFaultKillsTheWholeRun)
+{
+    const char* const cases[][3] = {{"12:kill-run", "S 74w 42 E6 14 P ! SIGKILL\n", "2832"},
+                                    {"12:power-off", "S 74w 42 E6 14 P ! power off\n", "FF7F"}};
+    for (const auto& [rule, lastLine, limit] : cases) {
+        const Outcome outcome = run("sh -c 'setsid sh -c \"while [ ! -e end ]; do :; done; touch late\" & "
+                                    "$PMADMIN -r $EXAMPLES/small.hex; touch late'",
+                                    std::string("--fault ") + rule);
+        EXPECT_EQ(128 + 9, outcome.status) << outcome.errors;
+        EXPECT_EQ(outcome.bus.size() - std::strlen(lastLine), outcome.bus.find(lastLine));
+        tell(std::string("00 00; 42 r2 = ") + limit);
+        write("end", "");
+        usleep(50'000); // in which it would see that
+        EXPECT_FALSE(std::filesystem::exists(path("late")));
+        std::filesystem::remove(path("end"));
+    }
 }
 
 TEST_F(BoardTest, AWrongRuleIsToldWithThePartThatIsWrong)

@@ -3,12 +3,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "board.h"
+#include "processes.h"
 
 namespace virtualboard {
 
@@ -58,8 +58,8 @@ struct Wire {
 };
 
 struct Outcome {
-    int error = 0;       // or the errno
-    bool killed = false; // whether to kill the process
+    int error = 0; // or the errno
+    Death death = Death::NONE;
     Wire wire;
 };
 
@@ -148,11 +148,15 @@ Outcome Transfer::run()
         watchSupplies(supplies);
     }
     m_wire.stop();
+    const Death death = fault == nullptr ? Death::NONE : fault->death;
+    if (death == Death::POWER) {
+        m_board.powerUp();
+    }
     if (!m_board.save()) {
         std::fprintf(stderr, "virtual-board: %s\n", m_board.error().c_str());
         error = EIO;
     }
-    return {error, fault != nullptr && fault->kills, m_wire};
+    return {error, death, m_wire};
 }
 
 // Shows what a transfer that doesn't reach the chip tried to send.
@@ -245,18 +249,22 @@ void Transfer::receive(const i2c_msg& message, std::size_t from, std::size_t cou
 // Counts a completed transfer, and logs it.
 void account(Session& session, const Outcome& outcome)
 {
-    const auto& [error, killed, wire] = outcome;
+    const auto& [error, death, wire] = outcome;
     session.failures += error == 0 ? 0 : 1;
     session.bytes += wire.bytes;
     session.bits += wire.bits;
     session.clock += wire.bits * BIT_US;
     if (session.busLog[0] != '\0') {
-        const char* name = killed ? "SIGKILL" : error != 0 ? strerrorname_np(error) : nullptr;
+        const char* name = death == Death::POWER  ? "power off"
+                           : death != Death::NONE ? "SIGKILL"
+                           : error != 0           ? strerrorname_np(error)
+                                                  : nullptr;
         const std::string mark = name == nullptr ? "" : std::string(" ! ") + name;
         appendLine(session, session.busLog, wire.text + mark);
     }
-    if (killed) {
-        raise(SIGKILL);
+    if (death != Death::NONE) {
+        // Nobody else of the run gets its turn before it is killed.
+        killRun(death == Death::PROCESS ? 0 : session.launcher);
     }
 }
 

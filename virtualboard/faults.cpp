@@ -16,8 +16,11 @@ const char* const FAULT_HELP = R"(Faults: RULE is one of
                           /K                every K-th
                           code=XX[@PAGE]    those of command code XX (on one page)
                         each with *TIMES behind it: only the first TIMES of them.
-                        WHAT is nack, arbitration, timeout, eintr, kill-before or
-                        kill-after (SIGKILL before or after it reaches the chip)
+                        WHAT is nack, arbitration, timeout or eintr, or, with SIGKILL,
+                        kill-before or kill-after (this process, before or after
+                        it reaches the chip), kill-run (after it, every process of
+                        the run) or power-off (the same, and the chip restarts from
+                        its flash)
   WHEN:supply=N:VOLTS   during these transfers supply N has another voltage, as in
                         40-:supply=3:2.31 from the 40th on
   stuck=XX[@PAGE]:MASK=VALUE
@@ -158,10 +161,16 @@ bool parseTransferFault(Scanner& scan, Fault& fault)
     static constexpr struct {
         const char* name;
         int error;
-        bool kills;
+        Death death;
     } WHATS[] = {
-        {"nack", ENXIO, false},  {"arbitration", EAGAIN, false}, {"timeout", ETIMEDOUT, false},
-        {"eintr", EINTR, false}, {"kill-before", EINTR, true},   {"kill-after", 0, true},
+        {"nack", ENXIO, Death::NONE},
+        {"arbitration", EAGAIN, Death::NONE},
+        {"timeout", ETIMEDOUT, Death::NONE},
+        {"eintr", EINTR, Death::NONE},
+        {"kill-before", EINTR, Death::PROCESS},
+        {"kill-after", 0, Death::PROCESS},
+        {"kill-run", 0, Death::RUN},
+        {"power-off", 0, Death::POWER},
     };
     if (!parseWhen(scan, fault) || !parseTimes(scan, fault) || !scan.require(":")) {
         return false;
@@ -172,11 +181,13 @@ bool parseTransferFault(Scanner& scan, Fault& fault)
     for (const auto& what : WHATS) {
         if (scan.word("") == what.name) {
             fault.error = what.error;
-            fault.kills = what.kills;
+            fault.death = what.death;
             return scan.skip(what.name);
         }
     }
-    return scan.fail("nack, arbitration, timeout, eintr, kill-before, kill-after or supply=");
+    return scan.fail(
+        "nack, arbitration, timeout, eintr, kill-before, kill-after, kill-run, power-off or "
+        "supply=");
 }
 
 // The errno that the C library knows by this name, 0 if none.

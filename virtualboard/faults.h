@@ -12,14 +12,22 @@ extern const char* const FAULT_HELP;
 
 enum class FaultKind : std::uint8_t { TRANSFER, STUCK, KEEP, OPEN, BUSY, STORE_SILENT, SUPPLY };
 
+/// Who is killed when a transfer is done.
+enum class Death : std::uint8_t {
+    NONE,
+    PROCESS, ///< the one that makes the transfer
+    RUN,     ///< every process of the run
+    POWER,   ///< the same, and the chip starts from its flash
+};
+
 inline constexpr int ANY = -1;
 inline constexpr std::uint64_t ALWAYS = UINT64_MAX;
 
 /// One rule, plain data for the session's shared memory.
 struct Fault {
     FaultKind kind = FaultKind::TRANSFER;
-    int error = 0;           ///< errno of the failure; 0: nothing fails
-    bool kills = false;      ///< the process is killed afterwards
+    int error = 0; ///< errno of the failure; 0: nothing fails
+    Death death = Death::NONE;
     int code = ANY;          ///< of the register that it concerns
     int page = ANY;          ///< that the chip has selected
     int supply = ANY;        ///< SUPPLY: which one

@@ -190,6 +190,7 @@ int main(int argc, char** argv)
     if (board < 0) {
         giveUp(error);
     }
+    options.session.launcher = getpid();
     takeLog(options.session.log, options.log, board);
     takeLog(options.session.busLog, options.busLog, board);
     readyBoard(options);

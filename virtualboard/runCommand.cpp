@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "processes.h"
 #include "session.h"
 
 namespace virtualboard {
@@ -64,7 +65,11 @@ void setEnvironment(const std::string& libraries, const char* sessionFolder)
 int waitFor(pid_t command, const sigset_t& signals)
 {
     int status = 0;
-    while (waitpid(command, &status, WNOHANG) == 0) {
+    pid_t ended = 0;
+    while ((ended = waitpid(-1, &status, WNOHANG)) != command && ended >= 0) {
+        if (ended > 0) {
+            continue; // what the command left behind
+        }
         const int signal = sigwaitinfo(&signals, nullptr);
         if (signal == SIGTERM || signal == SIGHUP) {
             kill(command, signal);
@@ -119,6 +124,7 @@ int runCommand(char** command, const std::string& libraries, const char* session
     // If the caller ignores it, the kernel keeps no status of the command.
     const auto childHandler = signal(SIGCHLD, SIG_DFL);
 
+    adoptOrphans();
     const pid_t child = fork();
     if (child == 0) {
         setEnvironment(libraries, sessionFolder);

@@ -3,6 +3,8 @@
 // test, used by the bus and the shim.
 #pragma once
 
+#include <sys/types.h>
+
 #include <climits>
 #include <cstdint>
 #include <string>
@@ -30,6 +32,7 @@ struct Session {
     char board[PATH_MAX] = "";  ///< the board's memory file, absolute
     char log[PATH_MAX] = "";    ///< for syslog messages; empty: the system's; "-": stderr
     char busLog[PATH_MAX] = ""; ///< one line per transfer; empty: none; "-": stderr
+    pid_t launcher = 0;         ///< whose descendants are the run; 0 in a test
     bool showPid = false;       ///< lines of both logs begin with the process id
     bool setTraceLevel = false;
     int traceLevel = 0;
