@@ -87,11 +87,11 @@ public:
 
     bool volts(std::uint64_t& microvolts)
     {
-        double number = 0;
-        if (!parseDecimal(m_at, number) || number < 0 || number > VOLTS_MAX) {
+        double decimal = 0;
+        if (!parseDecimal(m_at, decimal) || decimal < 0 || decimal > VOLTS_MAX) {
             return fail("volts, 0 to 1000,");
         }
-        microvolts = toMicrovolts(number);
+        microvolts = toMicrovolts(decimal);
         m_at += std::strlen(m_at);
         return true;
     }

@@ -36,7 +36,7 @@ std::map<pid_t, pid_t> listParents()
         char state = 'X';
         pid_t parent = 0;
         if (rest >> state >> parent && state != 'Z' && state != 'X') {
-            parents[std::atoi(name.c_str())] = parent;
+            parents[static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10))] = parent;
         }
     }
     return parents;
@@ -74,7 +74,6 @@ void killRun(pid_t launcher)
         poll(nullptr, 0, found ? PAUSE_MS : 0);
     }
     raise(SIGKILL);
-    std::abort(); // never: nothing holds SIGKILL back
 }
 
 } // namespace virtualboard

@@ -11,6 +11,6 @@ namespace virtualboard {
 void adoptOrphans();
 
 /// Kills every descendant of the launcher, and the calling process last. `launcher` 0: that alone.
-[[noreturn]] void killRun(pid_t launcher);
+void killRun(pid_t launcher);
 
 } // namespace virtualboard
