@@ -102,7 +102,8 @@ protected:
     /// The same for reading; `data` is what was received if the result is true.
     bool readSmbus(int fd, std::uint8_t page, std::uint32_t size, i2c_smbus_data& data);
 
-    /// Counts and logs a failed attempt on behalf of `caller`, and pauses. Leaves `reason` in errno.
+    /// Counts and logs a failed attempt on behalf of `caller`, and pauses. Leaves `reason` in
+    /// errno.
     void retry(const char* caller, int reason);
 
     std::int32_t m_retries; ///< attempts left in the current transfer

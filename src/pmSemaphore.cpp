@@ -6,8 +6,8 @@ namespace pmSemaphore {
 
 namespace {
 
-/// Fourth argument of semctl. The program has to define it, and to pass it whole: where unions
-/// travel in memory a bare int would be taken for an address.
+/// Fourth argument of semctl. The program must define it and pass the union: where unions are
+/// passed in memory, a plain int would be taken for an address.
 union semun {
     int val;
     semid_ds* buf;
@@ -24,7 +24,7 @@ int open()
     if (made < 0) {
         return semget(PM_MUTEX_KEY, 1, IPC_CREAT | ALL_MAY_USE);
     }
-    // Only its creator gives a set its first value.
+    // Only the creator of a set gives it its first value.
     setValue(made, FREE);
     return made;
 }

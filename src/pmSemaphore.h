@@ -12,7 +12,7 @@ namespace pmSemaphore {
 inline constexpr int FREE = 1;
 inline constexpr int TAKEN = 0;
 
-/// Together 20 s: longer than a holder needs, so that one who has it then is likely dead.
+/// Together 20 s: longer than any holder needs, so that a holder is probably dead by then.
 inline constexpr int MAX_ATTEMPTS = 5;
 inline constexpr unsigned int ATTEMPT_PAUSE_S = 5;
 
@@ -22,8 +22,8 @@ int open();
 
 void setValue(int semId, int value);
 
-/// Adds `change`, without waiting. False, with errno, if that can't be done now. Without SEM_UNDO:
-/// the users of the chip recover a dead holder's lock.
+/// Adds `change`, without waiting. False, with errno, if that is not possible now. It does not use
+/// SEM_UNDO: the other users of the chip recover a dead holder's lock by a takeover.
 bool tryToChange(int semId, short change);
 
 /// The value; -1, with errno, on failure.

@@ -96,7 +96,7 @@ kernel() {
     without_chip() { use_bus 5 && "$@"; use_bus 0; }
     use_bus 0
     steps
-    is 'who has the address' "pmfile: the address 0x74 of /dev/i2c-0 is taken by the kernel's driver dummy (as root, \
+    is 'who has the address' "pmfile: the address 0x74 of /dev/i2c-0 is taken by the kernel driver dummy (as root, \
 \`echo 0-0074 >/sys/bus/i2c/devices/0-0074/driver/unbind\` releases it); nothing was written" \
         "$(with_driver pmfile read 2>&1)"
 }

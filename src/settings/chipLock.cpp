@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "pmSemaphore.h"
+#include "text.h"
 
 namespace {
 
@@ -48,7 +49,8 @@ std::string describe(int pid)
         return "an unknown process";
     }
     const std::string name = lookUp(pid).name;
-    return "process " + std::to_string(pid) + (name.empty() ? "" : " (" + name + ")");
+    return name.empty() ? formatted("process %d", pid)
+                        : formatted("process %d (%s)", pid, name.c_str());
 }
 
 /// Whether the process has ended: certainly, not only out of sight.
@@ -60,7 +62,7 @@ bool isGone(int pid)
 
 std::string cannotHave(int reason)
 {
-    return std::string("the lock of the power monitor can't be had: ") + std::strerror(reason);
+    return formatted("the lock of the power monitor can't be had: %s", std::strerror(reason));
 }
 
 } // namespace
@@ -82,8 +84,8 @@ ChipLock::ChipLock(TellWaiting tellWaiting) : m_semId(pmSemaphore::open())
         unsigned int pause = pmSemaphore::ATTEMPT_PAUSE_S;
         if (left == pmSemaphore::MAX_ATTEMPTS) {
             sleep(SILENT_WAIT_S);
-            tellWaiting("waiting for the lock of the power monitor, which "
-                        + describe(pmSemaphore::lastProcess(m_semId)) + " took");
+            tellWaiting(formatted("waiting for the lock of the power monitor, which %s took",
+                                  describe(pmSemaphore::lastProcess(m_semId)).c_str()));
             pause -= SILENT_WAIT_S;
         }
         sleep(pause);
@@ -114,9 +116,9 @@ void ChipLock::takeOver()
 {
     const int holder = pmSemaphore::lastProcess(m_semId);
     if (!isGone(holder)) {
-        m_error = describe(holder)
-                  + " has the lock of the power monitor: let it end first (if it does not use the "
-                    "chip, `pmadmin -a` frees the lock)";
+        m_error = formatted("%s has the lock of the power monitor: let it end first (if it does "
+                            "not use the chip, `pmadmin -a` frees the lock)",
+                            describe(holder).c_str());
         return;
     }
     m_signalsWait.emplace();
@@ -134,7 +136,7 @@ bool ChipLock::isHeld()
     if (holder == getpid()) {
         return true;
     }
-    m_error = describe(holder) + " took the lock of the power monitor over";
+    m_error = formatted("%s took the lock of the power monitor over", describe(holder).c_str());
     m_signalsWait.reset();
     return false;
 }

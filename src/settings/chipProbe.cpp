@@ -9,10 +9,10 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 
 #include "command.h"
+#include "text.h"
 
 namespace {
 
@@ -45,38 +45,40 @@ public:
         return result >= 0;
     }
 
-    /// Where the kernel tells about the chip's address. Empty if the bus is no device of the
-    /// kernel's.
-    std::string chipFolder() const
+    /// The kernel's number of the bus, whatever its device is called: the minor device number.
+    /// Empty if it is no device of the kernel's.
+    std::optional<unsigned int> number() const
     {
         struct stat status = {};
         if (fstat(m_fd, &status) != 0 || !S_ISCHR(status.st_mode)) {
-            return "";
+            return std::nullopt;
         }
-        // The kernel's number of the bus, whatever the device is called.
-        char name[64];
-        std::snprintf(name, sizeof(name), "%u-%04x", minor(status.st_rdev),
-                      unsigned{Command::CHIP_ADDRESS});
-        return std::string("/sys/bus/i2c/devices/") + name;
+        return minor(status.st_rdev);
     }
 
 private:
     int m_fd = -1;
 };
 
-/// The name of the driver that has the chip's address, and how to release it; empty if that is not
-/// known.
-std::string driverAt(const std::string& chipFolder)
+/// The driver that has taken the chip's address and, where the kernel names it, how to release
+/// that.
+std::string describeDriver(const Bus& bus)
 {
+    constexpr const char* UNNAMED = "a kernel driver";
+    const std::optional<unsigned int> number = bus.number();
+    if (!number) {
+        return UNNAMED;
+    }
+    const std::string device = formatted("%u-%04x", *number, unsigned{Command::CHIP_ADDRESS});
+    const std::string link = "/sys/bus/i2c/devices/" + device + "/driver";
     char target[PATH_MAX];
-    const ssize_t length = readlink((chipFolder + "/driver").c_str(), target, sizeof(target));
-    if (chipFolder.empty() || length <= 0) {
-        return "";
+    const ssize_t length = readlink(link.c_str(), target, sizeof(target));
+    if (length <= 0) {
+        return UNNAMED;
     }
     const std::string path(target, static_cast<std::size_t>(length));
-    return " " + path.substr(path.rfind('/') + 1) + " (as root, `echo "
-           + chipFolder.substr(chipFolder.rfind('/') + 1) + " >" + chipFolder
-           + "/driver/unbind` releases it)";
+    return formatted("the kernel driver %s (as root, `echo %s >%s/unbind` releases it)",
+                     path.substr(path.rfind('/') + 1).c_str(), device.c_str(), link.c_str());
 }
 
 } // namespace
@@ -86,20 +88,21 @@ std::optional<std::uint8_t> probeSelectedPage(int bus, std::string& error)
     const std::string path = "/dev/i2c-" + std::to_string(bus);
     const Bus device(path);
     if (device.fd() < 0) {
-        error = path + " can't be opened: " + std::strerror(errno);
+        error = formatted("%s can't be opened: %s", path.c_str(), std::strerror(errno));
         return std::nullopt;
     }
     if (!device.bind()) {
         const int reason = errno;
-        error =
-            "the address 0x74 of " + path
-            + (reason == EBUSY ? " is taken by the kernel's driver" + driverAt(device.chipFolder())
-                               : std::string(" can't be used: ") + std::strerror(reason));
+        error = reason == EBUSY ? formatted("the address 0x74 of %s is taken by %s", path.c_str(),
+                                            describeDriver(device).c_str())
+                                : formatted("the address 0x74 of %s can't be used: %s",
+                                            path.c_str(), std::strerror(reason));
         return std::nullopt;
     }
     Page selection;
     if (!selection.read(device.fd(), Command::ALL_PAGES)) {
-        error = "the power monitor does not answer on " + path + ": " + std::strerror(errno);
+        error = formatted("the power monitor does not answer on %s: %s", path.c_str(),
+                          std::strerror(errno));
         return std::nullopt;
     }
     return selection.getByte();

@@ -7,6 +7,7 @@
 
 #include "chipProbe.h"
 #include "pmFile.h"
+#include "text.h"
 
 namespace {
 
@@ -26,12 +27,6 @@ constexpr int READINGS = 3;
 /// answers for the new page: twice that.
 constexpr useconds_t PAGE_PAUSE_US = 100;
 
-/// Appends the reason of a failed transfer, whose errno is `reason`.
-std::string because(const std::string& what, int reason)
-{
-    return what + ": " + std::strerror(reason);
-}
-
 } // namespace
 
 std::unique_ptr<ProvedChip> ProvedChip::open(int bus, ChipLock& lock, std::string& error)
@@ -50,16 +45,19 @@ std::unique_ptr<ProvedChip> ProvedChip::open(int bus, ChipLock& lock, std::strin
 bool ProvedChip::identify(std::string& error) const
 {
     if (!isHwOk()) {
-        error = "the power monitor on " + m_devicePath
-                + " answered at first, but can't be identified (see the system log)";
+        error = formatted("the power monitor on %s answered at first, but can't be identified (see "
+                          "the system log)",
+                          m_devicePath.c_str());
         return false;
     }
     const std::uint8_t maker = m_mfrId.getByte();
     if (maker == NO_ANSWER) {
-        error = "the chip on " + m_devicePath
-                + " answers 0xFF, as one does that is locked or without power";
+        error =
+            formatted("the chip on %s answers 0xFF, as one does that is locked or without power",
+                      m_devicePath.c_str());
     } else if (maker != MAKER) {
-        error = "the chip on " + m_devicePath + " is no MAX34460 (MFR_ID is not 0x4D)";
+        error =
+            formatted("the chip on %s is no MAX34460 (MFR_ID is not 0x4D)", m_devicePath.c_str());
     }
     return maker == MAKER;
 }
@@ -90,9 +88,9 @@ bool ProvedChip::visit(std::uint8_t page, const Reader& read, std::string& error
         }
         return isKnown && isRead;
     }
-    error = pageName(page)
-            + " does not stay selected: the chip is write-protected, or another program uses it "
-              "without the lock";
+    error = formatted("%s does not stay selected: the chip is write-protected, or another program "
+                      "uses it without the lock",
+                      pageName(page).c_str());
     return false;
 }
 
@@ -105,7 +103,8 @@ bool ProvedChip::select(std::uint8_t page, std::string& error) const
     Page selection;
     if (!selection.write(m_fd, page)) {
         const int reason = errno;
-        error = because(pageName(page) + " can't be selected", reason);
+        error =
+            formatted("%s can't be selected: %s", pageName(page).c_str(), std::strerror(reason));
         return false;
     }
     usleep(PAGE_PAUSE_US);
@@ -118,7 +117,8 @@ bool ProvedChip::isSelected(std::uint8_t page, bool& selected, std::string& erro
     Page selection;
     if (!selection.read(m_fd, page)) {
         const int reason = errno;
-        error = because("PAGE can't be read on " + pageName(page), reason);
+        error = formatted("PAGE can't be read on %s: %s", pageName(page).c_str(),
+                          std::strerror(reason));
         return false;
     }
     selected = selection.getByte() == page;
@@ -129,12 +129,12 @@ bool ProvedChip::readTwice(const catalogue::Row& row, std::uint8_t page, Bytes& 
                            std::string& error) const
 {
     const std::unique_ptr<Command> command(Command::create(row.code));
-    const std::string name = row.name.text + (" of " + pageName(page));
     value.clear();
     for (int reading = 0; reading < READINGS; ++reading) {
         if (!command->read(m_fd, page)) {
             const int reason = errno;
-            error = because(name + " can't be read", reason);
+            error = formatted("%s of %s can't be read: %s", row.name.text, pageName(page).c_str(),
+                              std::strerror(reason));
             return false;
         }
         Bytes now(row.size);
@@ -144,6 +144,7 @@ bool ProvedChip::readTwice(const catalogue::Row& row, std::uint8_t page, Bytes& 
         }
         value = now;
     }
-    error = name + " reads differently each time";
+    error =
+        formatted("%s of %s reads differently each time", row.name.text, pageName(page).c_str());
     return false;
 }
