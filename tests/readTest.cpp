@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr int STRIDE = SLOW ? 67 : 11;
 constexpr int KILLED = 128 + 9;
 
 /// A board with the settings of board A, and the file that reading them gives.
@@ -86,21 +85,6 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
     const Outcome like = run("$PMFILE read --like like.hex");
     EXPECT_EQ("pmfile: like.hex:1: OPERATION is left out: it is no setting, or not one of channel 3\n", like.errors);
     EXPECT_EQ(like.output, run("$PMFILE read --like volts.hex").output) << "no page without a setting";
-    int n = 1;
-    for (;; n += STRIDE) {
-        const std::string fault = "--fault " + std::to_string(n);
-        if (run("$PMFILE read --force -o good.hex", fault + ":kill-after").status != KILLED) {
-            break; // there are fewer transfers
-        }
-        EXPECT_EQ(m_good, readFile(path("good.hex"))) << "killed at " << n;
-        EXPECT_EQ(m_good, run("$PMFILE read").output) << "the lock of one that is gone, " << n;
-        EXPECT_EQ(2, run("$PMFILE read -o file.hex", fault + "-" + std::to_string(n + 2) + ":nack").status) << n;
-        EXPECT_EQ("", readFile(path("file.hex"))) << n;
-        EXPECT_EQ(0, run("$PMFILE read -o file.hex", fault + ":nack").status) << n;
-        EXPECT_EQ(m_good, readFile(path("file.hex"))) << n;
-        run("rm -f file.hex");
-    }
-    EXPECT_LT(STRIDE, n) << "some were killed";
 }
 
 TEST_F(ReadTest, WhatOthersDoMeanwhile)
