@@ -139,7 +139,7 @@ std::string makeRecords(const std::uint8_t* bytes, std::size_t count)
 {
     constexpr std::size_t BYTES_PER_RECORD = 16; // the usual number
     const auto addHex = [](std::string& text, const char* format, std::size_t number) {
-        char digits[8];
+        char digits[16]; // room for any number
         std::snprintf(digits, sizeof(digits), format, static_cast<unsigned int>(number));
         text += digits;
     };
