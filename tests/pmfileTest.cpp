@@ -108,23 +108,24 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
 {
     // Behind the first a byte order mark; where the place is not known, values alone are judged.
     const std::pair<const char*, const char*> lines[] = {
-        {"\uFEFFOPERATION 0x80", "the register stands before the first section; write [channel N], [sensor N] or "
+        {"\uFEFFOPERATION 0x80", "the register is before the first section; write [channel N], [sensor N] or "
                                  "[device] above it, or give --allow before-page"},
-        {"[channel 12]", "write [channel 0] to [channel 11], a name behind it if you like"},
-        {"[sensor 5 X]", "write [sensor 0] to [sensor 4], a name behind it if you like"},
-        {"[page 256]", "write [page 0] to [page 255], a name behind it if you like"},
+        {"[channel 12]", "write [channel 0] to [channel 11], optionally followed by a name"},
+        {"[sensor 5 X]", "write [sensor 0] to [sensor 4], optionally followed by a name"},
+        {"[page 256]", "write [page 0] to [page 255], optionally followed by a name"},
         {"[supply 1]", "write [channel N], [sensor N], [device] or [page N]"},
         {"[device", "a [section] ends with ]"},
         {"[device]", ""},
         {"TON_DELAY 1 ms", "error: TON_DELAY can't be written on the device (access)"},
-        {"[sensor 0] X]", "text stands behind the ] of the section; a comment begins with #"},
+        {"[sensor 0] X]", "there is text after the ] of the section; a comment begins with #"},
         {"TON_DELAY 1 ms", ""},
-        {"VOUT\u0085\u202E\xA0 1 V", "no register is called VOUT\\xC2\\x85\\xE2\\x80\\xAE\\xA0; write the name of one, "
-                                     "or raw, its command code and its bytes"},
+        {"VOUT\u0085\u202E\xA0 1 V",
+         "there is no register VOUT\\xC2\\x85\\xE2\\x80\\xAE\\xA0; write a register's name, "
+         "or raw, its command code and its bytes"},
         {"VOUT_OV_WARN_LIMIT 12.84 # V", "VOUT_OV_WARN_LIMIT '12.84': write its unit, too: 12.840 V"},
         {"VOUT_OV_WARN_LIMIT 3300", "VOUT_OV_WARN_LIMIT '3300': it has steps of 0.001 V, from 0.000 V to 32.767 V"},
         {"VOUT_OV_WARN_LIMIT 12,000 V", "VOUT_OV_WARN_LIMIT '12,000 V': write a point in place of the comma: 12.000 V"},
-        {"VOUT_OV_WARN_LIMIT 12\u00A0V", "a no-break space stands in the line; write a blank instead"},
+        {"VOUT_OV_WARN_LIMIT 12\u00A0V", "the line contains a no-break space; write a blank instead"},
         {"VOUT_OV_WARN_LIMIT 12 mV", "VOUT_OV_WARN_LIMIT '12 mV': its unit is V: write it as in 2.200 V"},
         {"VOUT_OV_WARN_LIMIT", "VOUT_OV_WARN_LIMIT '': write a number and its unit, as in 2.200 V"},
         {"OT_WARN_LIMIT 85 degC", "OT_WARN_LIMIT '85 degC': write °C in place of degC: 85 °C"},
@@ -134,7 +135,7 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"VOUT_SCALE_MONITOR 0.12345678901234567890", ""},
         {"MFR_MODE 0x10000", "MFR_MODE '0x10000': write 0x0000 to 0xFFFF"},
         {"MFR_PSEN_CONFIG 0x1G", "MFR_PSEN_CONFIG '0x1G': write 0x00 to 0xFF"},
-        {"MFR_SEQ_TIMESLOT 256", "MFR_SEQ_TIMESLOT '256': write a number from 0 to 255, or in hexadecimal behind 0x"},
+        {"MFR_SEQ_TIMESLOT 256", "MFR_SEQ_TIMESLOT '256': write a number from 0 to 255, or in hexadecimal after 0x"},
         {"MFR_MODE 65536", "MFR_MODE '65536': write 0x0000 to 0xFFFF"},
         {"MFR_MODE 1105", "MFR_MODE '1105': bit fields are written in hexadecimal: write MFR_MODE 0x1105, or MFR_MODE "
                           "0x0451 if 1105 is decimal"},
@@ -142,10 +143,11 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"MFR_SERIAL A01", "MFR_SERIAL 'A01': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
         {"MFR_SERIAL \"123456789\"",
          "MFR_SERIAL '\"123456789\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
-        {"MFR_SERIAL 0x12", "MFR_SERIAL '0x12': write 8 bytes, 16 hexadecimal digits behind 0x"},
-        {"MFR_DATE 2.256 hw 3", "MFR_DATE '2.256 hw 3': write the version and the least hardware version, each number "
-                                "up to 255, as in 2.5 hw 3"},
-        {"CLEAR_FAULTS 1", "CLEAR_FAULTS '1': write nothing behind it: it has no data"},
+        {"MFR_SERIAL 0x12", "MFR_SERIAL '0x12': write 8 bytes, 16 hexadecimal digits after 0x"},
+        {"MFR_DATE 2.256 hw 3",
+         "MFR_DATE '2.256 hw 3': write the version and the minimum hardware version, each number "
+         "up to 255, as in 2.5 hw 3"},
+        {"CLEAR_FAULTS 1", "CLEAR_FAULTS '1': write no value: it has no data"},
         {"raw 4", "write the command code and up to 255 data bytes, two hexadecimal digits each, as in raw 42 28 32"},
     };
     std::string list;
@@ -159,9 +161,9 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
     const std::string made = m_folder + "/made.hex";
     EXPECT_EQ("status 2\n" + messages + "! pmfile: made.hex was not made\n",
               outcome([&] { return make(write("list", list), made, {}); }));
-    const std::string complaint = "! pmfile: list:2: error: OPERATION of channel 0 is no setting: the chip does not "
+    const std::string complaint = "! pmfile: list:2: error: OPERATION of channel 0 is not a setting: the chip does not "
                                   "keep it in flash (no-setting)\n"
-                                  "! pmfile: add --allow no-setting to make the file all the same\n";
+                                  "! pmfile: add --allow no-setting to make the file anyway\n";
     const std::string operation = write("list", "[channel 0]\nOPERATION 0x80\n[device]\nMFR_DATE 1.0 hw 0\n");
     EXPECT_EQ("status 2\n" + complaint + "! pmfile: made.hex was not made\n", outcome([&] {
                   return make(operation, made, {"access", "partial"});
@@ -176,7 +178,7 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
               "! pmfile: made.hex is left as it was\n",
               outcome([&] { return make(write("list", most + "TON_DELAY 1 ms\n"), made, {"all"}); }));
     EXPECT_EQ("status 0\n", outcome([&] { return make(write("list", most), made, {"all"}); }));
-    EXPECT_EQ("status 2\n! pmfile: list: expected another file than the input, which would be lost\n"
+    EXPECT_EQ("status 2\n! pmfile: list: is the input, which would be lost\n"
               "! pmfile: list is left as it was\n",
               outcome([&] { return make(operation, operation, {"all"}); }));
 }
@@ -199,30 +201,31 @@ TEST_F(PmfileTest, EachComplaintByItsName)
         {"x" + first + second + end, "1: error: the line holds something other than hexadecimal", "broken-record"},
         {":1234\n" + sound, "1: error: the line is too short for a record", "stray-line"},
         {";" + first.substr(1) + second + end, "1: warning: the record begins with something other", "record-mark"},
-        {first.substr(0, 41) + "00\n" + second + end, "1: error: the checksum is 00, and", "checksum"},
-        {first + first + end, "2: error: the address is 0000, and 0010 would continue", "address"},
-        {second + end, "1: error: the address is 0010, and 0000 would continue", "address"},
-        {":0400000501000000F6\n" + sound, "1: error: data in a record of the type 05", "record-type"},
+        {first.substr(0, 41) + "00\n" + second + end, "1: error: the checksum is 00, but should be", "checksum"},
+        {first + first + end, "2: error: the address is 0000, but should be 0010", "address"},
+        {second + end, "1: error: the address is 0010, but should be 0000", "address"},
+        {":0400000501000000F6\n" + sound, "1: error: the data in a record of type 05", "record-type"},
         {first + second, "2: error: the file ends without an end record", "end-record"},
-        {sound + end, "4: error: a record behind the end record", "end-record"},
-        {first + second + ":00000001FF the end", "3: error: text behind the record", "surplus-text"},
+        {sound + end, "4: error: there is a record after the end record", "end-record"},
+        {first + second + ":00000001FF the end", "3: error: the text after the record", "surplus-text"},
         {fileOf(CHANNEL + "02425000 02"), "1: error: the entry at byte 11 is cut off", "broken-entry"},
         {entries("0105AA"), "1: error: no register has the command code 05", "unknown-command"},
-        {entries("03423228AA"), "1: error: VOUT_OV_WARN_LIMIT has 3 data bytes of 2", "surplus-data"},
+        {entries("03423228AA"), "1: error: VOUT_OV_WARN_LIMIT has 3 data bytes, but the register has 2",
+         "surplus-data"},
         {entries("01000C"), "1: error: the chip has no page 12", "no-such-page"},
         {entries("024F0010"), "1: error: OT_FAULT_LIMIT can't be written on channel 3", "access"},
         {entries("0100FF010180"), "1: error: OPERATION can't be read back on the device", "access"},
         {fileOf("02422832" + VERSION), "1: error: VOUT_OV_WARN_LIMIT can't be read back before the first", "access"},
-        {entries("011040"), "1: error: WRITE_PROTECT of the device is no setting", "no-setting"},
+        {entries("011040"), "1: error: WRITE_PROTECT of the device is not a setting", "no-setting"},
         {entries("02D10100 010004 02D10200"),
-         "1: error: MFR_MODE of the device is set to 0x0002, and by line 1 to 0x0001", "conflict"},
-        {entries("02D10100 010004 02D10100"), "1: warning: MFR_MODE of the device is set again, as by line 1",
-         "repetition"},
-        {fileOf(CHANNEL), "2: warning: no MFR_DATE, the version record", "no-version"},
-        {entries(VERSION), "2: warning: another version record", "several-versions"},
+         "1: error: MFR_MODE of the device is set to 0x0002, but in line 1 to 0x0001", "conflict"},
+        {entries("02D10100 010004 02D10100"),
+         "1: warning: MFR_MODE of the device is set to the same value as in line 1", "repetition"},
+        {fileOf(CHANNEL), "2: warning: there is no version record", "no-version"},
+        {entries(VERSION), "2: warning: there is more than one version record", "several-versions"},
         {fileOf(CHANNEL + VERSION + "010004"), "1: warning: MFR_DATE is not the last entry", "version-last"},
-        {fileOf("02D10100" + VERSION), "1: warning: entries before the first PAGE", "before-page"},
-        {entries("0011"), "1: warning: STORE_DEFAULT_ALL is passed over", "action"},
+        {fileOf("02D10100" + VERSION), "1: warning: there are entries before the first PAGE", "before-page"},
+        {entries("0011"), "1: warning: STORE_DEFAULT_ALL is an action and is ignored", "action"},
         {entries("02440100 02430100"), "1: warning: VOUT_UV_FAULT_LIMIT (0.001 V) must be below VOUT_UV_WARN_LIMIT",
          "limit-order"},
         {entries("02EA6400 02426300 02405000"), "1: warning: VOUT_OV_WARN_LIMIT (0.099 V) must be below",
@@ -244,7 +247,7 @@ TEST_F(PmfileTest, EachComplaintByItsName)
         {entries("089C4120202020202020"), "1: warning: MFR_LOCATION of the device is set to \"A\", which", "identity"},
         {entries("02EA0100 02422832 02600500 02620000 010004 02430100 010003 010004 02600500"),
          "2: warning: the file sets 2 of the 17 settings of channel 4: it lacks VOUT_MARGIN_HIGH, VOUT_MARGIN_LOW, "
-         "VOUT_SCALE_MONITOR and 12 more, for which the chip keeps what it holds; set all of them",
+         "VOUT_SCALE_MONITOR and 12 more, for which the chip keeps its old values; set all of them",
          "partial"},
         {entries("01000F 02F00000"),
          "1: warning: the file sets 1 of the 3 settings of sensor 2: it lacks OT_FAULT_LIMIT and OT_WARN_LIMIT, for",
@@ -268,7 +271,7 @@ TEST_F(PmfileTest, EachComplaintByItsName)
          "limit-width"},
         {entries("022AFF7F 02440108"),
          "1: warning: VOUT_UV_FAULT_LIMIT of channel 3 (2.049 V) times VOUT_SCALE_MONITOR (1.0) is above 2.048 V, the "
-         "largest full scale known from siblings",
+         "largest full scale known from related chips",
          "unreachable-limit"},
     };
     for (const auto& [content, finding, name] : cases) {
@@ -287,16 +290,17 @@ TEST_F(PmfileTest, EachComplaintByItsName)
     const std::string crlf = first.substr(0, 43) + "\r\n" + second.substr(0, second.size() - 1) + "\r\n\r\n:00000001FF";
     const std::string unused = fileOf(UNUSED + VERSION);
     const std::string atBounds = entries("02EAE40C 02405613 0242040D 0243C40C 02447206 010004 022AFF7F 02400008");
-    EXPECT_EQ("status 2\n! pmfile: empty.hex: contains no entries\n> empty.hex:1: error: the file ends "
-              "without an end record (end-record)\n"
-              "> empty.hex:1: warning: no MFR_DATE, the version record: the settings have version 0.0 and suit every "
-              "board (no-version)\n"
-              "! pmfile: none.hex: cannot be read: No such file or directory\n",
-              outcome([&] {
-                  return check({write("sound.hex", sound), write("crlf.hex", crlf), write("unused.hex", unused),
-                                write("bounds.hex", atBounds), write("empty.hex", ""), m_folder + "/none.hex"},
-                               {"partial"});
-              }));
+    EXPECT_EQ(
+        "status 2\n! pmfile: empty.hex: contains no entries\n> empty.hex:1: error: the file ends "
+        "without an end record (end-record)\n"
+        "> empty.hex:1: warning: there is no version record (MFR_DATE): the settings have version 0.0 and suit every "
+        "board (no-version)\n"
+        "! pmfile: none.hex: cannot be read: No such file or directory\n",
+        outcome([&] {
+            return check({write("sound.hex", sound), write("crlf.hex", crlf), write("unused.hex", unused),
+                          write("bounds.hex", atBounds), write("empty.hex", ""), m_folder + "/none.hex"},
+                         {"partial"});
+        }));
     EXPECT_FALSE(areComplaints({"address", "adress"}));
 }
 
@@ -339,20 +343,19 @@ TEST_F(PmfileTest, Differences)
     const std::string after =
         write("new.hex", fileOf("0003 0100FF 02D10100 010003 02600500 010003 02429832 02430000 01000D"
                                 "089E4130322020202020 089D0202030000000000 0105AB"));
-    EXPECT_EQ(
-        "status 1\n! pmfile: new.hex:1: CLEAR_FAULTS is not compared: it is an action, which pmadmin passes over\n"
-        "> version: MFR_DATE: 2.1 hw 3 -> 2.2 hw 3\n"
-        "> channel 3: VOUT_OV_WARN_LIMIT: 12.840 V -> 12.952 V\n"
-        "> channel 3: VOUT_UV_WARN_LIMIT: only in new.hex: 0.000 V\n"
-        "> sensor 0: command 05: only in new.hex: AB\n"
-        "> device: command 05: only in old.hex: AA\n"
-        "> identity: MFR_SERIAL: \"A01\" -> \"A02\"\n",
-        outcome([&] { return diff(before, after, false); }));
+    EXPECT_EQ("status 1\n! pmfile: new.hex:1: CLEAR_FAULTS is not compared: it is an action, which pmadmin ignores\n"
+              "> version: MFR_DATE: 2.1 hw 3 -> 2.2 hw 3\n"
+              "> channel 3: VOUT_OV_WARN_LIMIT: 12.840 V -> 12.952 V\n"
+              "> channel 3: VOUT_UV_WARN_LIMIT: only in new.hex: 0.000 V\n"
+              "> sensor 0: command 05: only in new.hex: AB\n"
+              "> device: command 05: only in old.hex: AA\n"
+              "> identity: MFR_SERIAL: \"A01\" -> \"A02\"\n",
+              outcome([&] { return diff(before, after, false); }));
     EXPECT_EQ("status 2\n! pmfile: none.hex: cannot be read: No such file or directory\n",
               outcome([&] { return diff(before, m_folder + "/none.hex", false); }));
-    EXPECT_EQ("status 2\n! pmfile: x:1: expected a record; the line ends before its checksum\n",
+    EXPECT_EQ("status 2\n! pmfile: x:1: the line ends before its checksum\n",
               outcome([&] { return diff(write("x", ":0100000000\n"), before, false); }));
-    EXPECT_EQ("status 2\n! pmfile: x:1: expected an entry; the one at byte 0 is cut off behind its length\n",
+    EXPECT_EQ("status 2\n! pmfile: x:1: the entry at byte 0 is cut off behind its length\n",
               outcome([&] { return show(write("x", ":010000000100\n"), false); }));
     EXPECT_EQ("status 2\n! pmfile: x: contains no entries\n",
               outcome([&] { return source(write("x", ":00000001FF\n")); }));
@@ -382,8 +385,8 @@ TEST_F(PmfileTest, OrdersThatCount)
             << text;
     }
     const std::string set = write("old", fileOf("010003 02422832"));
-    EXPECT_EQ("status 0\n! pmfile: new:1: WRITE_PROTECT of the device is not compared: it is no setting\n"
-              "! pmfile: new:1: command 05 of channel 3 is not compared: it is no setting\n",
+    EXPECT_EQ("status 0\n! pmfile: new:1: WRITE_PROTECT of the device is not compared: it is not a setting\n"
+              "! pmfile: new:1: command 05 of channel 3 is not compared: it is not a setting\n",
               outcome([&] { return diff(set, write("new", fileOf("010003 011080 0105AA 02422832")), true); }));
 }
 
@@ -399,7 +402,7 @@ TEST_F(PmfileTest, Show)
               ">     1  00  PAGE                    03\n"
               ">     2  60  TON_DELAY               0500              1 ms\n"
               ">     3  42  VOUT_OV_WARN_LIMIT      2832              12.840 V\n"
-              ">     4  11  STORE_DEFAULT_ALL                                      passed over\n"
+              ">     4  11  STORE_DEFAULT_ALL                                      ignored\n"
               "> \n> page 13: sensor 0, unused\n"
               ">     5  00  PAGE                    0D\n"
               ">     6  4F  OT_FAULT_LIMIT          FF7F              327.67 °C\n"

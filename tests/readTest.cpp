@@ -34,12 +34,12 @@ TEST_F(ReadTest, EverySettingOnceInTheOrderOfAList)
         "", run("sh -c '$PMFILE read --like $EXAMPLES/small.hex | $PMFILE source - >like; "
                 "$PMFILE source $EXAMPLES/small.hex | cut -d \" \" -f 1 >small; cut -d \" \" -f 1 like | diff - small'")
                 .output);
-    EXPECT_EQ("2pmfile: good.hex: exists already; give --force to replace it\n",
+    EXPECT_EQ("2pmfile: good.hex: already exists; use --force to replace it\n",
               std::to_string(run("$PMFILE read -o good.hex").status) + run("$PMFILE read -o good.hex").errors);
     EXPECT_EQ(0, run("$PMFILE read --force --no-identity -o good.hex").status);
     EXPECT_EQ("", run("$PMFILE diff good.hex $EXAMPLES/board-a.hex").output);
     const Outcome without = run("$PMFILE read", "--model 0x57");
-    EXPECT_EQ("pmfile: this model does not give MFR_CHANNEL_NOMINAL back: it is left out\n", without.errors);
+    EXPECT_EQ("pmfile: MFR_CHANNEL_NOMINAL can't be read back on this model and is left out\n", without.errors);
     EXPECT_EQ(0U, run("sh -c '$PMFILE read | $PMFILE check --allow identity -'", "--model 0x57")
                       .output.find("-:59: warning: the file sets no channel's MFR_CHANNEL_NOMINAL"));
     EXPECT_EQ(m_good.size(), without.output.size() + 132) << "twelve entries of four bytes, in 16-byte records";
@@ -62,7 +62,7 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
         {"", "--fault absent", silent},
         {"", "--fault silent-after=1",
          "the power monitor on /dev/i2c-0 answered at first, but can't be identified (see the system log)"},
-        {"", "--fault stuck=99:FF=4E", "the chip on /dev/i2c-0 is no MAX34460 (MFR_ID is not 0x4D)"},
+        {"", "--fault stuck=99:FF=4E", "the chip on /dev/i2c-0 is not a MAX34460 (MFR_ID is not 0x4D)"},
         {"", "--fault stuck=99:FF=FF",
          "the chip on /dev/i2c-0 answers 0xFF, as one does that is locked or without power"},
         {"--like volts.hex", "--fault stuck=42:FFFF=FFFF",
@@ -83,7 +83,7 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
         EXPECT_EQ(1, lockValue()) << fault;
     }
     const Outcome like = run("$PMFILE read --like like.hex");
-    EXPECT_EQ("pmfile: like.hex:1: OPERATION is left out: it is no setting, or not one of channel 3\n", like.errors);
+    EXPECT_EQ("pmfile: like.hex:1: OPERATION is left out: it is not a setting, or not one of channel 3\n", like.errors);
     EXPECT_EQ(like.output, run("$PMFILE read --like volts.hex").output) << "no page without a setting";
 }
 
@@ -96,7 +96,7 @@ TEST_F(ReadTest, WhatOthersDoMeanwhile)
         {"$PMADMIN -a >/dev/null", "2", " took the lock of the power monitor over; nothing was written", ""},
         {"$PMFILE read 2>&1 | grep -c \" has the lock of the power monitor: let it end\" >second", "0", "", m_good},
         {"kill -TERM $(cat pid)", "143", "", ""},
-        {"echo mine >file.hex", "2", "file.hex: exists already", "mine\n"},
+        {"echo mine >file.hex", "2", "file.hex: already exists", "mine\n"},
     };
     for (const auto& [meanwhile, status, message, content] : cases) {
         const Outcome outcome = run(
@@ -139,11 +139,11 @@ assert shown["file"] == r'a"b\c' and len(shown["entries"]) == 247
     const std::tuple<const char*, int, std::string> cases[] = {
         {"$PMFILE --version", 0, ""},
         {"$PMFILE", 2, "no command" + help},
-        {"$PMFILE shew x", 2, "no command is called 'shew'" + help},
+        {"$PMFILE shew x", 2, "there is no command 'shew'" + help},
         {"$PMFILE show", 2, "show takes one file" + help},
         {"$PMFILE diff x", 2, "diff takes two files" + help},
         {"$PMFILE check", 2, "check needs a file" + help},
-        {"$PMFILE read x", 2, "read takes no file but those of its options" + help},
+        {"$PMFILE read x", 2, "read takes no file except in its options" + help},
         {"$PMFILE diff x --like y", 2, "diff has no option '--like'" + help},
         {"$PMFILE show --jason x", 2, "show has no option '--jason'" + help},
         {"$PMFILE show -x", 2, "show has no option '-x'" + help},
@@ -154,9 +154,8 @@ assert shown["file"] == r'a"b\c' and len(shown["entries"]) == 247
         {"sh -c '$PMFILE read >/dev/full'", 2, "standard output: No space left on device"},
         {"sh -c 'mkfifo p; exec 3<>p 4>p 3>&-; $PMFILE source good.hex >&4'", 2, "standard output: Broken pipe"},
         {"sh -c '$PMFILE source good.hex >list; ln -s list link; $PMFILE make --allow identity list -o link'", 2,
-         "link: expected another file than the input, which would be lost\npmfile: link is left as it was"},
-        {"$PMFILE read --force --like good.hex -o good.hex", 2,
-         "good.hex: expected another file than the input, which would be lost"},
+         "link: is the input, which would be lost\npmfile: link is left as it was"},
+        {"$PMFILE read --force --like good.hex -o good.hex", 2, "good.hex: is the input, which would be lost"},
         {"$PMFILE make --allow identity list -o /no/file", 2,
          "/no/file: cannot be written: No such file or directory\npmfile: /no/file was not made"},
         {"sh -c '$PMFILE make --allow identity list -o /dev/stdout | cmp good.hex && cat good.hex | $PMFILE diff - "

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// All complaints, in the order in which they are named to people.
+/// All complaints, in the order in which messages list them.
 std::vector<Complaint> listComplaints()
 {
     std::vector<Complaint> complaints;

@@ -1,5 +1,5 @@
-// Is a PM data file fit to be written? Each kind of complaint about it has a name, by which the
-// maker of a file can allow it. check reports them; make refuses files that have any.
+// Finds the problems of PM data files. Each kind of complaint has a name, by which the maker of a
+// file can allow it. check reports them; make refuses files that have any.
 #pragma once
 
 #include <string>
@@ -8,26 +8,26 @@
 
 #include "pmFile.h"
 
-/// Names of complaints that are not to be made; "all" is every one.
+/// Names of complaints that are not reported; "all" is every one.
 using Allowed = std::vector<std::string>;
 
 struct Finding {
     unsigned int line;
     bool isError;
     std::string_view name; ///< of the complaint
-    std::string text;      ///< what, where and why
+    std::string text;      ///< what is wrong, where and why
 
     /// "warning: no MFR_DATE, the version record (no-version)".
     std::string inWords() const;
 };
 
-/// All findings in a file, in the order of its lines. Warnings are what a maker may intend; an
-/// error says that the file is not what its maker made, or can't work. Unless the file is known to
+/// All findings in a file, in the order of its lines. A warning is about something that a maker may
+/// intend; an error says that the file is damaged or can't work. Unless the file is known to
 /// be complete, nothing is said of what it lacks and of how its entries relate.
 std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed,
                                     bool isComplete = true);
 
-/// False, with a message, if a name is none of a complaint.
+/// False, with a message, if a name is not that of a complaint.
 bool areComplaints(const Allowed& allowed);
 
 /// The command: STATUS_GOOD without findings, STATUS_DIFFERENT if all are warnings.

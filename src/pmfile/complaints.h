@@ -1,5 +1,5 @@
-// The complaints that check knows, by what they are about. Each has a function that finds what is
-// to be complained of in a file; a table of these is all that check needs.
+// The complaints that check knows, by subject. Each has a function that finds it in a file; check
+// needs only the tables of these.
 #pragma once
 
 #include <span>
@@ -10,7 +10,7 @@
 #include "check.h"
 #include "values.h"
 
-/// Takes the findings of one complaint.
+/// Collects the findings of one complaint.
 class Report {
 public:
     Report(std::string_view name, bool isError, std::vector<Finding>& findings)
@@ -31,7 +31,7 @@ private:
     std::vector<Finding>& m_findings;
 };
 
-/// How much of a file has to be sound for a complaint to make sense.
+/// How much of a file must be sound for a complaint to make sense.
 enum class Needs { NOTHING, RECORDS, ENTRIES };
 
 struct Complaint {
@@ -45,7 +45,7 @@ extern const std::span<const Complaint> RECORD_COMPLAINTS;
 extern const std::span<const Complaint> ENTRY_COMPLAINTS;
 extern const std::span<const Complaint> SETTING_COMPLAINTS;
 
-/// The value as people read it.
+/// The value in its unit.
 inline std::string valueOf(const Entry& entry)
 {
     return spokenValue(*entry.row, entry.value());
@@ -62,7 +62,7 @@ inline std::string valueOfNumber(const catalogue::Row& row, int number)
     return spokenValue(row, value);
 }
 
-/// The line for what a file lacks.
+/// The line at which something missing is reported.
 inline unsigned int lastLine(const PmFile& file)
 {
     return file.records.empty() ? 1 : file.records.back().line;

@@ -18,10 +18,11 @@ using catalogue::Kind;
 
 namespace {
 
-/// In what order differences are shown.
+/// The order in which differences are shown.
 enum class Group { VERSION, SETTINGS, IDENTITY };
 
-/// A register: group, page, command code. Entries of unknown codes are one by their bytes, too.
+/// A register: group, page, command code. Entries of unknown codes are distinguished by their
+/// bytes.
 using Key = std::tuple<Group, int, unsigned int, std::string>;
 
 /// What entries set; of a register that they set twice, the last.
@@ -50,10 +51,10 @@ Entries findCompared(const PmFile& file, bool settingsAlone)
         const bool isAction = entry.row != nullptr && entry.row->kind == Kind::ACTION;
         if (isAction) {
             tell(file.name, entry.line,
-                 commandName(entry)
-                     + " is not compared: it is an action, which pmadmin passes over");
+                 commandName(entry) + " is not compared: it is an action, which pmadmin ignores");
         } else if (settingsAlone && !entry.isPage() && !isSetting(entry)) {
-            tell(file.name, entry.line, registerName(entry) + " is not compared: it is no setting");
+            tell(file.name, entry.line,
+                 registerName(entry) + " is not compared: it is not a setting");
         } else {
             compared.push_back(&entry);
         }

@@ -1,4 +1,4 @@
-// Complaints about entries, each by itself or beside the others: registers, pages, versions.
+// Complaints about entries, alone or in relation to others: registers, pages, versions.
 #include <algorithm>
 #include <unordered_map>
 #include <utility>
@@ -37,8 +37,9 @@ void surplusData(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (entry.row != nullptr && entry.data.size() > entry.row->size) {
-            report.add(entry.line, formatted("%s has %zu data bytes of %d", entry.row->name.text,
-                                             entry.data.size(), entry.row->size));
+            report.add(entry.line,
+                       formatted("%s has %zu data bytes, but the register has %d",
+                                 entry.row->name.text, entry.data.size(), entry.row->size));
         }
     }
 }
@@ -69,8 +70,9 @@ void noSetting(const PmFile& file, Report& report)
     for (const Entry& entry : file.entries) {
         if (!entry.isPage() && entry.isValue() && isAccessible(entry)
             && entry.row->kind != Kind::SETTING) {
-            report.add(entry.line, formatted("%s is no setting: the chip does not keep it in flash",
-                                             registerName(entry).c_str()));
+            report.add(entry.line,
+                       formatted("%s is not a setting: the chip does not keep it in flash",
+                                 registerName(entry).c_str()));
         }
     }
 }
@@ -107,7 +109,7 @@ void outOfRange(const PmFile& file, Report& report)
     }
 }
 
-/// The entries that set a register which one before them has set, with that one.
+/// The entries that set a register again, each with the earlier one.
 std::vector<std::pair<const Entry*, const Entry*>> findRepetitions(const PmFile& file)
 {
     std::unordered_map<unsigned int, const Entry*> seen;
@@ -130,7 +132,7 @@ void conflict(const PmFile& file, Report& report)
 {
     for (const auto& [before, entry] : findRepetitions(file)) {
         if (!std::ranges::equal(before->value(), entry->value())) {
-            report.add(entry->line, formatted("%s is set to %s, and by line %u to %s",
+            report.add(entry->line, formatted("%s is set to %s, but in line %u to %s",
                                               registerName(*entry).c_str(), valueOf(*entry).c_str(),
                                               before->line, valueOf(*before).c_str()));
         }
@@ -141,7 +143,7 @@ void repetition(const PmFile& file, Report& report)
 {
     for (const auto& [before, entry] : findRepetitions(file)) {
         if (std::ranges::equal(before->value(), entry->value())) {
-            report.add(entry->line, formatted("%s is set again, as by line %u",
+            report.add(entry->line, formatted("%s is set to the same value as in line %u",
                                               registerName(*entry).c_str(), before->line));
         }
     }
@@ -161,9 +163,8 @@ std::vector<const Entry*> findVersions(const PmFile& file)
 void noVersion(const PmFile& file, Report& report)
 {
     if (findVersions(file).empty()) {
-        report.add(
-            lastLine(file),
-            "no MFR_DATE, the version record: the settings have version 0.0 and suit every board");
+        report.add(lastLine(file), "there is no version record (MFR_DATE): the settings have "
+                                   "version 0.0 and suit every board");
     }
 }
 
@@ -171,7 +172,7 @@ void severalVersions(const PmFile& file, Report& report)
 {
     const auto versions = findVersions(file);
     for (std::size_t i = 1; i < versions.size(); ++i) {
-        report.add(versions[i]->line, "another version record; the last one counts");
+        report.add(versions[i]->line, "there is more than one version record; the last one counts");
     }
 }
 
@@ -180,8 +181,8 @@ void versionLast(const PmFile& file, Report& report)
     const auto versions = findVersions(file);
     if (!versions.empty() && versions.back() != &file.entries.back()) {
         report.add(versions.back()->line,
-                   "MFR_DATE is not the last entry: the chip claims the version before it has "
-                   "the rest");
+                   "MFR_DATE is not the last entry: the chip reports the version before it "
+                   "has everything else");
     }
 }
 
@@ -189,7 +190,7 @@ void beforePage(const PmFile& file, Report& report)
 {
     if (!file.entries.empty() && file.entries.front().page == NO_PAGE) {
         report.add(file.entries.front().line,
-                   "entries before the first PAGE: nothing selects a page for them");
+                   "there are entries before the first PAGE: nothing selects their page");
     }
 }
 
@@ -197,7 +198,8 @@ void action(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
         if (entry.row != nullptr && entry.row->kind == Kind::ACTION) {
-            report.add(entry.line, formatted("%s is passed over", entry.row->name.text));
+            report.add(entry.line,
+                       formatted("%s is an action and is ignored", entry.row->name.text));
         }
     }
 }
@@ -209,8 +211,8 @@ void identity(const PmFile& file, Report& report)
             report.add(
                 entry.line,
                 formatted(
-                    "%s is set to %s, which every board that the file is written to would bear: "
-                    "leave it out, unless the file is for one board alone",
+                    "%s is set to %s, which every board would get that the file is written to: "
+                    "leave it out unless the file is for a single board",
                     registerName(entry).c_str(), valueOf(entry).c_str()));
         }
     }

@@ -19,13 +19,13 @@ namespace {
 
 constexpr const char* RAW = "raw";
 
-/// Some editors begin a text with it.
+/// Some editors put it at the beginning of a text.
 constexpr std::string_view BYTE_ORDER_MARK = "\uFEFF";
 
-/// Looks like a blank, and is none; word processors and web pages have the wide and the narrow one.
+/// They look like a blank; word processors and web pages use the wide and the narrow one.
 constexpr std::string_view NO_BREAK_SPACES[] = {"\u00A0", "\u202F"};
 
-/// What 16-bit load addresses reach.
+/// The number of bytes that 16-bit load addresses reach.
 constexpr std::size_t MOST_BYTES = 65536;
 
 /// Kinds of sections that have a number, how many there are, and the page of number 0.
@@ -35,7 +35,7 @@ constexpr struct {
     int firstPage;
 } SECTIONS[] = {{"channel", 12, 0}, {"sensor", 5, 13}, {"page", 256, 0}};
 
-/// Takes the first word from `text`: what is left begins behind it. Empty if there is none.
+/// Removes the first word from `text` and returns it. Empty if there is none.
 std::string_view takeWord(std::string_view& text)
 {
     text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
@@ -44,7 +44,7 @@ std::string_view takeWord(std::string_view& text)
     return word;
 }
 
-/// The line without its comment; a # within quotes is none.
+/// The line without its comment; a # within quotes does not begin one.
 std::string_view withoutComment(std::string_view line)
 {
     bool isQuoted = false;
@@ -63,19 +63,19 @@ using Complaints = std::multimap<unsigned int, std::string>;
 /// Reads the lines of a list and collects the data that they make.
 class ListReader {
 public:
-    /// `needsSection`: whether a register must stand below a section line.
+    /// `needsSection`: whether every register needs a section line above it.
     explicit ListReader(bool needsSection) : m_needsSection(needsSection) {}
 
     void read(std::string_view line, unsigned int number);
 
-    /// Mistakes, with what would be right.
+    /// Mistakes, with corrections.
     const Complaints& mistakes() const { return m_mistakes; }
     const std::vector<std::uint8_t>& bytes() const { return m_bytes; }
     /// The list's lines of the entries, in their order.
     const std::vector<unsigned int>& lines() const { return m_lines; }
 
 private:
-    /// Whether it is known on which page a register is: behind a mistake it is not.
+    /// Whether the page of a register is known; after a broken section line it is not.
     enum class Place { NONE, KNOWN, UNKNOWN };
 
     void readSection(std::string_view line);
@@ -85,7 +85,7 @@ private:
     void complain(std::string what);
 
     bool m_needsSection;
-    std::string_view m_text; ///< of the line that is read, without its comment
+    std::string_view m_text; ///< the current line without its comment
     unsigned int m_line = 0;
     Place m_place = Place::NONE;
     Complaints m_mistakes;
@@ -114,14 +114,14 @@ void ListReader::read(std::string_view line, unsigned int number)
     }
 }
 
-// Behind the number stands what the supply is called, or nothing.
+// After the number there may be the name of the supply.
 void ListReader::readSection(std::string_view line)
 {
     const std::size_t end = line.find(']');
     if (end != line.size() - 1) {
         complain(end == std::string_view::npos
                      ? "a [section] ends with ]"
-                     : "text stands behind the ] of the section; a comment begins with #");
+                     : "there is text after the ] of the section; a comment begins with #");
         return;
     }
     std::string_view title = line.substr(1, end - 1);
@@ -141,7 +141,7 @@ void ListReader::readSection(std::string_view line)
     int number = 0;
     const auto [parsed, fault] = std::from_chars(digits.data(), digitsEnd, number);
     if (fault != std::errc{} || parsed != digitsEnd || number < 0 || number >= section->count) {
-        complain(formatted("write [%s 0] to [%s %d], a name behind it if you like", section->name,
+        complain(formatted("write [%s 0] to [%s %d], optionally followed by a name", section->name,
                            section->name, section->count - 1));
         return;
     }
@@ -172,7 +172,7 @@ void ListReader::readRegister(std::string_view name, std::string_view value)
     const auto* const row = std::ranges::find_if(
         catalogue::ROWS, [&](const catalogue::Row& one) { return name == one.name.text; });
     if (row == std::end(catalogue::ROWS)) {
-        complain(formatted("no register is called %s; write the name of one, or raw, its command "
+        complain(formatted("there is no register %s; write a register's name, or raw, its command "
                            "code and its bytes",
                            printable(name).c_str()));
         return;
@@ -193,7 +193,7 @@ void ListReader::add(unsigned int code, const std::vector<std::uint8_t>& data)
     }
     if (m_place == Place::NONE && m_needsSection) {
         m_place = Place::UNKNOWN;
-        complain("the register stands before the first section; write [channel N], [sensor N] or "
+        complain("the register is before the first section; write [channel N], [sensor N] or "
                  "[device] above it, or give --allow before-page");
     }
     if (m_place == Place::UNKNOWN) {
@@ -207,28 +207,28 @@ void ListReader::add(unsigned int code, const std::vector<std::uint8_t>& data)
 
 void ListReader::complain(std::string what)
 {
-    // Whatever else seems to be wrong comes from it.
+    // Everything else that seems to be wrong follows from it.
     const bool hasNoBreakSpace = std::ranges::any_of(NO_BREAK_SPACES, [this](auto space) {
         return m_text.find(space) != std::string_view::npos;
     });
     m_mistakes.emplace(m_line, hasNoBreakSpace
-                                   ? "a no-break space stands in the line; write a blank instead"
+                                   ? "the line contains a no-break space; write a blank instead"
                                    : std::move(what));
 }
 
-/// Whether a section line says all that the entry does.
+/// Whether a section line expresses the entry completely.
 bool isSection(const Entry& entry)
 {
     return entry.isPage() && entry.data.size() == 1;
 }
 
-/// The line that begins a page: "[channel 3]".
+/// The section line of a page: "[channel 3]".
 std::string sectionLine(int page)
 {
     return formatted("[%s]\n", pageName(page).c_str());
 }
 
-/// The line of another entry: a register's name and its value.
+/// The line of any other entry: a register's name and its value.
 std::string listLine(const Entry& entry)
 {
     constexpr std::size_t VALUE_COLUMN = 24;
@@ -256,7 +256,7 @@ std::unique_ptr<PmFile> makeFile(const std::string& listPath, const ListReader& 
     return file;
 }
 
-/// The options with which there are none of these findings.
+/// The options that allow these findings.
 std::string optionsAgainst(const std::vector<Finding>& findings)
 {
     std::set<std::string_view> names;
@@ -269,7 +269,7 @@ std::string optionsAgainst(const std::vector<Finding>& findings)
     return options;
 }
 
-/// Makes the text of a file from a list. False, with messages, if something speaks against it.
+/// Makes the text of a file from a list. False, with messages, if it has mistakes or findings.
 bool makeText(const std::string& listPath, const Allowed& allowed, std::string& text)
 {
     std::string list;
@@ -304,7 +304,7 @@ bool makeText(const std::string& listPath, const Allowed& allowed, std::string& 
     } else if (isRead && text.empty()) {
         tell(listPath + ": contains no registers");
     } else if (isRead && !findings.empty()) {
-        tell("add" + optionsAgainst(findings) + " to make the file all the same");
+        tell("add" + optionsAgainst(findings) + " to make the file anyway");
     }
     return !text.empty() && complaints.empty();
 }

@@ -1,5 +1,5 @@
-// PM data files as readable lists, the source from which they are made: `source` writes the list
-// that gives a file, `make` the file that a list gives.
+// PM data files as readable lists, from which they are made: `source` writes the list of a file,
+// `make` the file of a list.
 #pragma once
 
 #include <string>
@@ -9,6 +9,6 @@
 /// Prints the list. Returns an exit status.
 int source(const std::string& path);
 
-/// Makes a file from a list, unless that has mistakes or the file would have complaints that are
-/// not allowed; all of them are told. Returns an exit status.
+/// Makes a file from a list, unless the list has mistakes or the file has findings that are not
+/// allowed; all of them are reported. Returns an exit status.
 int make(const std::string& listPath, const std::string& outputPath, const Allowed& allowed);

@@ -1,5 +1,5 @@
-// pmfile: PM data files that people can make, see, check, compare, and read back from a chip. This
-// is its command line; each command is a file of its own.
+// pmfile: makes, shows, checks and compares PM data files, and reads them back from a chip. This is
+// its command line; each command has a file of its own.
 #include <getopt.h>
 
 #include <csignal>
@@ -35,25 +35,25 @@ constexpr const char* HELP =
 
 Works with PM data files, the settings of a MAX34460 power monitor.
 
-  show             print what a file says, its values in units
-  check            is it fit to be written? Print what speaks against it
-  diff             print which registers two files set differently
-  source           print the list that gives a file
-  make             make the file that a list gives
-  read             read the settings that the chip holds into a file
+  show             print the settings in a file, with units
+  check            print the problems of files
+  diff             print the registers that two files set differently
+  source           print the list that makes a file
+  make             make a file from a list
+  read             back up the settings that the chip holds
 
   --json           print JSON, for programs
-  --allow NAME     don't complain of this; all: of nothing (repeatable)
+  --allow NAME     don't report this problem; all: none at all (repeatable)
   --settings       compare what the chip keeps in flash, and nothing else
-  --like FILE      read just the settings that this file lists
+  --like FILE      read only the settings that this file lists
   --no-identity    leave out MFR_LOCATION and MFR_SERIAL
   --force          replace an existing file
   -o FILE          write to this file (default: -)
   --help           show this text
   --version        show the version
 
-The file - is standard input or output. The exit status is 0 if all is well,
-1 if diff found a difference or check nothing worse than warnings, else 2.
+The file - is standard input or output. The exit status is 0 on success, 1 if
+diff found a difference or check only warnings, and 2 otherwise.
 )";
 
 struct Arguments {
@@ -64,7 +64,7 @@ struct Arguments {
     std::vector<std::string> files;
 };
 
-/// The options that a command may have, as getopt_long names them by these letters.
+/// The options that commands have, by the letters that getopt_long returns.
 enum Option {
     JSON = 'j',
     ALLOW = 'a',
@@ -85,8 +85,8 @@ constexpr option OPTIONS[] = {{"json", no_argument, nullptr, JSON},
 
 constexpr struct Subcommand {
     const char* name;
-    const char* options; ///< letters of those that it has
-    std::size_t fewest;  ///< files
+    const char* options; ///< letters of its options
+    std::size_t fewest;  ///< number of files
     std::size_t most;
     int (*run)(const Arguments& arguments);
 } COMMANDS[] = {
@@ -150,7 +150,7 @@ void takeOption(int letter, Arguments& arguments)
     }
 }
 
-/// Takes the options and files behind the command. False, with a message, if they don't fit it.
+/// Parses the options and files after the command. False, with a message, if they don't fit it.
 bool takeArguments(const Subcommand& command, int argc, char** argv, Arguments& arguments)
 {
     opterr = 0;
@@ -170,7 +170,7 @@ bool takeArguments(const Subcommand& command, int argc, char** argv, Arguments& 
     arguments.files.assign(argv + optind, argv + argc);
     if (arguments.files.size() < command.fewest || arguments.files.size() > command.most) {
         tellMisuse(formatted("%s %s", command.name,
-                             command.most == 0   ? "takes no file but those of its options"
+                             command.most == 0   ? "takes no file except in its options"
                              : command.most == 1 ? "takes one file"
                              : command.most == 2 ? "takes two files"
                                                  : "needs a file"));
@@ -194,7 +194,7 @@ int run(int argc, char** argv)
                                                                  : STATUS_TROUBLE;
         }
     }
-    tellMisuse(name.empty() ? "no command" : formatted("no command is called '%s'", name.c_str()));
+    tellMisuse(name.empty() ? "no command" : formatted("there is no command '%s'", name.c_str()));
     return STATUS_TROUBLE;
 }
 
@@ -211,7 +211,7 @@ int main(int argc, char** argv)
     if (!openStandardStreams()) {
         return STATUS_TROUBLE;
     }
-    // A reader that is gone and a file that may not grow make a write fail, and that is told.
+    // If the reader goes away or the file may not grow, a write fails, and that is reported.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     std::set_new_handler(endWithoutMemory);

@@ -229,7 +229,7 @@ def main():
     content = show(source)
     try:
         if os.path.realpath(source) == os.path.realpath(output):
-            fail(f"{output}: expected another file than the input, which would be lost")
+            fail(f"{output}: is the input, which would be lost")
         write(draw(content, output[-3:]), output)
     except ImportError:
         fail("drawing takes matplotlib: install the Debian package python3-matplotlib")

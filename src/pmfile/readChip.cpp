@@ -22,7 +22,7 @@ constexpr int BUS = 0;
 
 using Bytes = ProvedChip::Bytes;
 
-/// The settings to read on one page, in their order.
+/// The settings to read on one page, in order.
 struct PagePlan {
     std::uint8_t page;
     std::vector<const Row*> settings;
@@ -33,8 +33,8 @@ bool isReadable(const Row& row, int page)
     return (accessOn(row, page) & ACCESS_READ) != 0;
 }
 
-/// Every setting of the chip: channels, sensors, then once what is common to the device. The
-/// version record comes last.
+/// Every setting of the chip: channels, sensors, then those common to the device. The version
+/// record comes last.
 std::vector<PagePlan> planAll()
 {
     std::vector<PagePlan> plans;
@@ -57,14 +57,14 @@ std::vector<PagePlan> planAll()
     return plans;
 }
 
-/// The settings that a file lists, each once, in its order. What it lists besides is told, and left
+/// The settings that a file lists, each once, in its order. Other entries are reported and left
 /// out.
 std::vector<PagePlan> planLike(const PmFile& file)
 {
     std::vector<PagePlan> plans;
     std::set<std::pair<int, unsigned int>> planned;
     for (const Entry& entry : file.entries) {
-        // The start of a run leaves page 255 selected for what stands before the first PAGE.
+        // The start of a run leaves page 255 selected for entries before the first PAGE.
         const int page = entry.page == NO_PAGE ? Command::ALL_PAGES : entry.page;
         if (entry.isPage() && isPage(page)) {
             continue;
@@ -72,7 +72,7 @@ std::vector<PagePlan> planLike(const PmFile& file)
         if (entry.row == nullptr || entry.row->kind != Kind::SETTING || !isPage(page)
             || !isReadable(*entry.row, page)) {
             tell(file.name, entry.line,
-                 commandName(entry) + " is left out: it is no setting, or not one of "
+                 commandName(entry) + " is left out: it is not a setting, or not one of "
                      + pageName(page));
             continue;
         }
@@ -151,7 +151,7 @@ bool readSettings(std::vector<PagePlan> plans, Bytes& bytes)
             return std::ranges::any_of(plan.settings, isNominal);
         });
     if (lacksNominal) {
-        tell("this model does not give MFR_CHANNEL_NOMINAL back: it is left out");
+        tell("MFR_CHANNEL_NOMINAL can't be read back on this model and is left out");
         leaveOut(plans, isNominal);
     }
     for (const PagePlan& plan : plans) {
@@ -196,7 +196,7 @@ int readChip(const ReadOptions& options)
         leaveOut(plans, [](const Row* row) { return row->format == Format::TEXT; });
     }
     if (plans.empty()) {
-        tell(*options.like + ": expected settings that can be read, but has none");
+        tell(*options.like + ": contains no settings that can be read");
         return STATUS_TROUBLE;
     }
     Bytes bytes;

@@ -1,16 +1,16 @@
-// Reads the settings that a chip holds into a PM data file, so that they can be brought back.
+// Reads the settings that a chip holds into a PM data file, so that they can be restored.
 #pragma once
 
 #include <optional>
 #include <string>
 
 struct ReadOptions {
-    std::optional<std::string> like; ///< path of a file, whose settings are read; else all are
+    std::optional<std::string> like; ///< path of a file; only its settings are read, otherwise all
     std::string output = "-";        ///< path of the file to make
     bool identity = true;            ///< with MFR_LOCATION and MFR_SERIAL
     bool force = false;              ///< replaces an existing file
 };
 
-/// Takes the lock, reads, gives it back, then writes the file. Returns an exit status; without
+/// Takes the lock, reads, releases it, then writes the file. Returns an exit status; unless it is
 /// STATUS_GOOD there is no file.
 int readChip(const ReadOptions& options);

@@ -20,7 +20,7 @@ void brokenRecord(const PmFile& file, Report& report)
 void strayLine(const PmFile& file, Report& report)
 {
     for (const RecordLine& stray : file.strays) {
-        report.add(stray.line, "the line is too short for a record, and passed over");
+        report.add(stray.line, "the line is too short for a record and is ignored");
     }
 }
 
@@ -38,7 +38,7 @@ void checksum(const PmFile& file, Report& report)
     for (const RecordLine& record : file.records) {
         const unsigned int fitting = pmDataFile::checksumOf(record.text);
         if (record.record.fault == nullptr && record.record.checksum != fitting) {
-            report.add(record.line, formatted("the checksum is %02X, and %02X would fit the record",
+            report.add(record.line, formatted("the checksum is %02X, but should be %02X",
                                               record.record.checksum, fitting));
         }
     }
@@ -52,8 +52,8 @@ void address(const PmFile& file, Report& report)
             continue;
         }
         if (record.address != next) {
-            report.add(line, formatted("the address is %04X, and %04X would continue the data",
-                                       record.address, next));
+            report.add(line,
+                       formatted("the address is %04X, but should be %04X", record.address, next));
         }
         next = record.address + record.byteCount;
     }
@@ -63,7 +63,7 @@ void recordType(const PmFile& file, Report& report)
 {
     for (const auto& [record, text, line] : file.records) {
         if (record.type != pmDataFile::DATA_RECORD && record.byteCount > 0) {
-            report.add(line, formatted("data in a record of the type %02X is taken as settings",
+            report.add(line, formatted("the data in a record of type %02X is used as settings",
                                        record.type));
         }
     }
@@ -78,7 +78,8 @@ void endRecord(const PmFile& file, Report& report)
     if (end == file.records.end()) {
         report.add(lastLine(file), "the file ends without an end record");
     } else if (std::next(end) != file.records.end()) {
-        report.add(std::next(end)->line, "a record behind the end record, and its data is taken");
+        report.add(std::next(end)->line,
+                   "there is a record after the end record, and its data is used");
     }
 }
 
@@ -92,7 +93,7 @@ void surplusText(const PmFile& file, Report& report)
         const auto end = static_cast<std::size_t>(data.data() + data.size() - record.text.data())
                          + pmDataFile::DIGITS_PER_BYTE;
         if (!trimmed(record.text.substr(end)).empty()) {
-            report.add(record.line, "text behind the record, and passed over");
+            report.add(record.line, "the text after the record is ignored");
         }
     }
 }

@@ -80,7 +80,7 @@ void partialPage(const PmFile& file, int page, const PageSettings& settings, Rep
         firstLine(file, page, settings),
         formatted(
             "the file sets %zu of the %zu settings of %s: it lacks %s, for which the chip keeps "
-            "what it holds; set all of them",
+            "its old values; set all of them",
             settings.size(), all, placeName(page).c_str(), listed(missing).c_str()));
 }
 
@@ -117,8 +117,8 @@ void partial(const PmFile& file, Report& report)
         report.add(
             lastLine(file),
             formatted(
-                "the file sets no channel's %s, which the model 0x57 does not give back: set it, "
-                "or the chip keeps what it holds and no limit can be judged by it",
+                "the file sets no channel's %s, which can't be read back on the model 0x57: set "
+                "it, or the chip keeps its old values and no limit can be checked against it",
                 nominal.c_str()));
     }
 }
@@ -130,7 +130,7 @@ int numberIn(const PageSettings& settings, std::uint8_t code)
     return found == settings.end() ? 0 : numberOf(*found->second->row, found->second->value());
 }
 
-/// Each value is below the next of its row that is there.
+/// Each value must be below the next of its row that is set.
 constexpr std::uint8_t ASCENDING[][7] = {
     {VoutUVFaultLimit::CODE, VoutUVWarnLimit::CODE, VoutMarginLow::CODE, MfrChannelNominal::CODE,
      VoutMarginHigh::CODE, VoutOVWarnLimit::CODE, VoutOVFaultLimit::CODE},
@@ -145,7 +145,7 @@ void limitOrder(const PmFile& file, Report& report)
             const Entry* lower = nullptr;
             for (const std::uint8_t code : row) {
                 const auto found = settings.find(code);
-                if (code == Page::CODE || found == settings.end()) { // a row is filled up with 0
+                if (code == Page::CODE || found == settings.end()) { // rows are padded with 0
                     continue;
                 }
                 if (code == MfrChannelNominal::CODE && isFactoryValue(*found->second)) {
@@ -240,7 +240,7 @@ void unreachableLimit(const PmFile& file, Report& report)
                 limit->line,
                 formatted(
                     "%s (%s) times VOUT_SCALE_MONITOR (%s) is above %s, the largest full scale "
-                    "known from siblings of the chip, and can never be measured: write a lower "
+                    "known from related chips, and can never be measured: write a lower "
                     "limit or a smaller ratio",
                     registerName(*limit).c_str(), valueOf(*limit).c_str(), valueOf(scale).c_str(),
                     valueOfNumber(*limit->row, static_cast<int>(FULL_SCALE)).c_str()));
@@ -255,10 +255,9 @@ void noLimit(const PmFile& file, Report& report)
             const auto found = settings.find(code);
             if (found != settings.end() && !isUnused(page, settings)
                 && isFactoryValue(*found->second)) {
-                report.add(found->second->line,
-                           formatted("%s is never reached: %s is its value for never",
-                                     registerName(*found->second).c_str(),
-                                     valueOf(*found->second).c_str()));
+                report.add(found->second->line, formatted("%s is never reached: %s means never",
+                                                          registerName(*found->second).c_str(),
+                                                          valueOf(*found->second).c_str()));
             }
         }
     }

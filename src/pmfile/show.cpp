@@ -16,27 +16,27 @@ using catalogue::Kind;
 
 namespace {
 
-/// Whether what is written acts on the supplies at once.
+/// Whether a write takes effect on the supplies at once.
 bool actsAtOnce(const Entry& entry)
 {
     return entry.code == VoutScaleMonitor::CODE || entry.code == OnOffConfig::CODE
            || entry.code == MfrMode::CODE || entry.code == Operation::CODE;
 }
 
-/// What there is to say of an entry besides its value.
+/// Remarks on an entry beside its value.
 std::vector<std::string> marksOf(const Entry& entry)
 {
     if (entry.row == nullptr) {
         return {"unknown, left out"};
     }
     if (entry.row->kind == Kind::ACTION) {
-        return {"passed over"};
+        return {"ignored"};
     }
     std::vector<std::string> marks;
     if (!isWritten(entry)) {
         marks.emplace_back("can't be written");
     } else if (!entry.isPage() && entry.row->kind != Kind::SETTING) {
-        marks.emplace_back("no setting");
+        marks.emplace_back("not a setting");
     }
     if (isIdentity(entry)) {
         marks.emplace_back("identity");
@@ -150,7 +150,7 @@ void showText(const PmFile& file)
     const std::string versionInWords =
         version == nullptr ? "no version record" : spokenValue(*version->row, version->value());
     print(printable(file.name) + ": " + versionInWords + "\n");
-    // A page is shown where it is selected; before the first there may be entries, too.
+    // A page is shown where it is selected; there may be entries before the first one, too.
     const Entry* before = nullptr;
     for (const Entry& entry : file.entries) {
         if (before == nullptr || entry.page != before->page || entry.isPage()) {

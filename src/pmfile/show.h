@@ -1,5 +1,5 @@
-// What a PM data file says: its entries by page, with their values in units. For people, and for
-// programs as JSON.
+// Shows a PM data file: its entries by page, with their values in units, for people, or as JSON for
+// programs.
 #pragma once
 
 #include <string>

@@ -8,7 +8,7 @@
 
 void tell(const std::string& what)
 {
-    std::fflush(stdout); // what was found before stands before it
+    std::fflush(stdout); // keeps earlier output before the message
     std::fprintf(stderr, "pmfile: %s\n", printable(what).c_str());
 }
 

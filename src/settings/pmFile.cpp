@@ -39,14 +39,14 @@ void PmFile::findRecords(std::string& digits)
 
 void PmFile::findEntries(const std::string& digits)
 {
-    constexpr std::size_t USUAL_ENTRY_BYTES = 4; // of a word
+    constexpr std::size_t USUAL_ENTRY_BYTES = 4; // an entry of a word
     entries.reserve(bytes.size() / USUAL_ENTRY_BYTES);
     int index = 0;
     int page = NO_PAGE;
     auto record = records.begin();
     std::size_t recordEnd = 0;
     for (pmDataFile::Entries walk(digits); walk.next();) {
-        // The record in which the entry begins is the first that ends behind its offset.
+        // The record in which the entry begins is the first that ends after its offset.
         while (recordEnd <= walk.offset() && record != records.end()) {
             recordEnd += record->record.data.size() / DIGITS_PER_BYTE;
             ++record;
@@ -82,16 +82,14 @@ bool requireLoadable(const PmFile& file)
 {
     for (const RecordLine& record : file.records) {
         if (record.record.fault != nullptr) {
-            tell(file.name, record.line,
-                 formatted("expected a record; the line %s", record.record.fault));
+            tell(file.name, record.line, formatted("the line %s", record.record.fault));
             return false;
         }
     }
     for (const Entry& entry : file.entries) {
         if (!entry.isWhole) {
             tell(file.name, entry.line,
-                 formatted("expected an entry; the one at byte %zu %s", entry.offset,
-                           file.faultOf(entry).c_str()));
+                 formatted("the entry at byte %zu %s", entry.offset, file.faultOf(entry).c_str()));
             return false;
         }
     }

@@ -1,5 +1,4 @@
-// A PM data file as pmfile's commands see it: its records and entries, each with its line. All of
-// them begin with one.
+// A PM data file as pmfile's commands use it: its records and entries, each with its line.
 #pragma once
 
 #include <cstddef>
@@ -28,14 +27,14 @@ struct Entry {
     std::size_t offset; ///< of its first byte in the data
     unsigned int line;  ///< in which it begins
     unsigned int code;
-    int index; ///< as pmadmin prints it, counted from 0; -1 if it does not know the code
-    int page;  ///< selected for it, by itself if it is a PAGE entry; or NO_PAGE
+    int index; ///< as pmadmin prints it, counted from 0; -1 if the code is unknown
+    int page;  ///< the page it applies to, its own value if it is a PAGE entry; or NO_PAGE
     bool isWhole;
 
     bool isPage() const { return code == Page::CODE; }
     /// Whether it has the data that its command takes.
     bool isValue() const { return row != nullptr && row->size > 0 && isWhole; }
-    /// The data that its command takes; what is beyond that is surplus.
+    /// The data that its command takes, without surplus bytes.
     std::span<const std::uint8_t> value() const { return data.first(row->size); }
 };
 
@@ -47,7 +46,7 @@ public:
     PmFile(const PmFile&) = delete;
     PmFile& operator=(const PmFile&) = delete;
 
-    /// What keeps the entry from being whole, in words.
+    /// Why the entry is not whole.
     std::string faultOf(const Entry& entry) const;
 
     const std::string name;
@@ -74,8 +73,8 @@ std::unique_ptr<PmFile> loadFile(const std::string& path);
 /// Whether the chip has the page.
 bool isPage(int page);
 
-/// The page that stands for all on which the register is the same one: for those of the whole
-/// device 255, for others the entry's own.
+/// The page that identifies the register: 255 for those common to the device, for others the
+/// entry's own.
 int registerPage(const Entry& entry);
 
 /// "channel 3", "sensor 0", "device", "page 12", "before the first page".
@@ -90,8 +89,8 @@ std::string placeName(int page);
 /// "VOUT_OV_WARN_LIMIT of channel 3".
 std::string registerName(const Entry& entry);
 
-/// Whether the entry sets its register to what that has from the factory.
+/// Whether the entry sets its register to the factory value.
 bool isFactoryValue(const Entry& entry);
 
-/// Whether the register names this one device: it differs from chip to chip.
+/// Whether the register identifies this one device and differs from chip to chip.
 bool isIdentity(const Entry& entry);

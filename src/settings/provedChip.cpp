@@ -16,10 +16,10 @@ namespace {
 constexpr std::uint8_t MAKER = 0x4D;
 constexpr std::uint8_t NO_ANSWER = 0xFF;
 
-/// MFR_MODEL of the one model that does not give MFR_CHANNEL_NOMINAL back.
+/// MFR_MODEL of the only model on which MFR_CHANNEL_NOMINAL can't be read back.
 constexpr std::uint8_t MODEL_WITHOUT_NOMINAL = 0x57;
 
-/// How often a page is read until it stayed selected, and a register until it reads twice alike.
+/// How often a page is read until it stays selected, and a register until two readings agree.
 constexpr int PAGE_ATTEMPTS = 10;
 constexpr int READINGS = 3;
 
@@ -56,8 +56,8 @@ bool ProvedChip::identify(std::string& error) const
             formatted("the chip on %s answers 0xFF, as one does that is locked or without power",
                       m_devicePath.c_str());
     } else if (maker != MAKER) {
-        error =
-            formatted("the chip on %s is no MAX34460 (MFR_ID is not 0x4D)", m_devicePath.c_str());
+        error = formatted("the chip on %s is not a MAX34460 (MFR_ID is not 0x4D)",
+                          m_devicePath.c_str());
     }
     return maker == MAKER;
 }

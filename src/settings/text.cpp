@@ -8,8 +8,8 @@
 
 namespace {
 
-/// The character with which a UTF-8 text begins. Its length in bytes is 0 if the text is empty or
-/// begins with something else.
+/// The first character of a UTF-8 text. Its length in bytes is 0 if the text is empty or does not
+/// begin with valid UTF-8.
 struct Character {
     std::size_t length;
     char32_t code;
@@ -17,7 +17,7 @@ struct Character {
 
 Character firstCharacter(std::string_view text)
 {
-    /// The smallest code of each length: what fewer bytes can say is no UTF-8.
+    /// The smallest code of each length: a longer form than needed is not valid UTF-8.
     constexpr char32_t SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000};
     constexpr char32_t LARGEST = 0x10FFFF;
     constexpr Character NONE = {0, 0};
@@ -103,7 +103,7 @@ std::string jsonString(std::string_view text)
         const auto [length, code] = firstCharacter(text);
         if (length == 0) {
             json += "\\ufffd";
-        } else if (isControl(code)) { // none of these is beyond U+FFFF
+        } else if (isControl(code)) { // all of these are below U+10000
             json += formatted("\\u%04x", static_cast<unsigned int>(code));
         } else {
             json += code == '"' || code == '\\' ? "\\" : "";

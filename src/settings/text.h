@@ -1,16 +1,16 @@
-// What is done with text, whatever it says: blanks, formats, characters. Used all over pmfile.
+// Handling of text: blanks, formats, characters. Used everywhere in pmfile.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-/// What may stand around the words of a line; its end may have a carriage return.
+/// The blanks around the words of a line, including a carriage return at its end.
 inline constexpr std::string_view BLANKS = " \t\r";
 
-/// The text without blanks at its begin and end.
+/// The text without blanks at its beginning and end.
 std::string_view trimmed(std::string_view text);
 
-/// A text made as printf makes it. The compiler checks the arguments against the format.
+/// Formats a text like printf. The compiler checks the arguments against the format.
 __attribute__((format(printf, 1, 2))) std::string formatted(const char* format, ...);
 
 /// The text with \xNN in place of each byte of control characters, of marks that turn the direction

@@ -20,7 +20,7 @@ using pmDataFile::Reading;
 
 namespace {
 
-/// Tells of a call that has failed, and why.
+/// Reports a failed call with its reason.
 void tellReason(const std::string& what)
 {
     tell(what + ": " + std::strerror(errno));
@@ -38,7 +38,7 @@ bool writeAll(int fd, const std::string& text)
     return true;
 }
 
-/// Closes what was written, well or not. errno is that of the first failure.
+/// Closes what was written, whether that succeeded or not. errno is that of the first failure.
 bool finish(int fd, bool well)
 {
     if (!well) {
@@ -48,8 +48,8 @@ bool finish(int fd, bool well)
     return close(fd) == 0;
 }
 
-/// Gives a file, which nobody else can open yet, owner, group and rights of the one that it
-/// replaces. Not every user can; then nobody gets rights that he did not have.
+/// Gives a file, which no one else can open yet, the owner, group and mode of the one that it
+/// replaces. Not every user may do that; then no one gains access by it.
 void inherit(int fd, const struct stat& replaced)
 {
     constexpr mode_t ALL_RIGHTS = 07777;
@@ -72,8 +72,8 @@ bool takeFreeName(const std::string& file, const std::string& name)
 #endif
 }
 
-/// Gives the file its place. False with EEXIST if there is one that is to be kept; a file system
-/// that can't look and rename at once makes do with looking before.
+/// Moves the file to its place. False with EEXIST if there is one that must be kept; on a file
+/// system that can't check and rename in one step, it checks first.
 bool place(const std::string& temporary, const std::string& path, Existing existing)
 {
     if (existing == Existing::KEEP) {
@@ -123,8 +123,8 @@ bool writeDirectly(const std::string& path, const std::string& text)
     return fd >= 0 && finish(fd, writeAll(fd, text));
 }
 
-/// What a symbolic link leads to, so that it stays one, also if nothing is there yet. Empty, with
-/// errno set, if it leads nowhere.
+/// The target of a symbolic link, so that the link is kept, even if nothing is there yet. Empty,
+/// with errno set, if it can't be followed.
 std::string resolve(const std::string& path)
 {
     const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
@@ -132,7 +132,7 @@ std::string resolve(const std::string& path)
         return real.get();
     }
     std::string target = path;
-    constexpr int MOST_LINKS = 40; // that the kernel follows
+    constexpr int MOST_LINKS = 40; // the kernel's limit
     for (int links = 0; links < MOST_LINKS; ++links) {
         char next[PATH_MAX];
         const ssize_t length = readlink(target.c_str(), next, sizeof(next));
@@ -152,7 +152,7 @@ bool isSameFile(const struct stat& one, const struct stat& other)
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-/// Also by a name such as /dev/stdout: behind that may be a file that has more in it.
+/// Also by a name such as /dev/stdout, which may be a file with earlier content.
 bool isStandardOutput(const std::string& path)
 {
     struct stat named = {};
@@ -164,7 +164,7 @@ bool isStandardOutput(const std::string& path)
 
 void tellExisting(const std::string& path)
 {
-    tell(path + ": exists already; give --force to replace it");
+    tell(path + ": already exists; use --force to replace it");
 }
 
 } // namespace
@@ -196,7 +196,7 @@ bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, E
         const bool known =
             (input == "-" ? fstat(STDIN_FILENO, &status) : stat(input.c_str(), &status)) == 0;
         if (known && isSameFile(status, output)) {
-            tell(path + ": expected another file than the input, which would be lost");
+            tell(path + ": is the input, which would be lost");
             return false;
         }
     }

@@ -1,4 +1,4 @@
-// Texts as files: read whole, and written whole or not at all. Used by all of pmfile's commands.
+// Text files, read whole, and written whole or not at all. Used by all of pmfile's commands.
 #pragma once
 
 #include <string>
@@ -7,18 +7,18 @@
 /// Reads a file, or standard input for "-". False, with a message, if it can't be read whole.
 bool readText(const std::string& path, std::string& text);
 
-/// What is to become of a file that is there already.
+/// What to do with an existing file.
 enum class Existing { REPLACE, KEEP };
 
-/// Whether `path` may become a file that a command writes: not one of its inputs, nor an existing
-/// one that is to be kept. Standard output, "-" or by another name, always may. False, with a
+/// Whether a command may write to `path`: it must not be one of the inputs, nor an existing file
+/// that must be kept. Standard output, "-" or by another name, is always allowed. False, with a
 /// message, if not.
 bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, Existing existing);
 
 /// Writes `text` to the file, whole or not at all, or to standard output; to a device or pipe
-/// directly. Returns STATUS_GOOD or, with a message, STATUS_TROUBLE: also if a file has come to be
-/// there that is to be kept.
+/// directly. Returns STATUS_GOOD or, with a message, STATUS_TROUBLE, also if a file that must be
+/// kept has appeared there.
 int writeOutput(const std::string& path, const std::string& text, Existing existing);
 
-/// Tells, after trouble, what has become of the file that a command was to write.
+/// Reports, after an error, that the output file was not made or is unchanged.
 void tellUnwritten(const std::string& path);

@@ -14,15 +14,15 @@ using catalogue::Row;
 
 namespace {
 
-/// A unit, how many steps it has, and how it is written.
+/// A unit, its steps, and how it is written.
 struct Unit {
     Format format;
     const char* name;
     int steps;
     int decimals;                  ///< enough for a step
-    int fewest;                    ///< decimals that are always written
-    int lowest;                    ///< step; the highest is 0x7FFF, as words are signed
-    std::string_view spellings[4]; ///< by which people mean it, too
+    int fewest;                    ///< minimum number of decimals written
+    int lowest;                    ///< lowest step; the highest is 0x7FFF, as words are signed
+    std::string_view spellings[4]; ///< others that people use
 };
 constexpr Unit UNITS[] = {
     {Format::VOLTS, "V", 1000, 3, 3, 0, {"v"}},
@@ -32,7 +32,7 @@ constexpr Unit UNITS[] = {
 constexpr int HIGHEST = 0x7FFF;
 constexpr double RATIO_ONE = 32767;
 
-/// Of the version record, the bytes that versions are in; what is behind them has no meaning.
+/// The bytes of the version record that hold versions; the rest has no meaning.
 constexpr std::size_t VERSION_BYTES = 3;
 
 const Unit* unitOf(const Row& row)
@@ -42,7 +42,7 @@ const Unit* unitOf(const Row& row)
     return unit == std::end(UNITS) ? nullptr : unit;
 }
 
-/// The bytes of a register that has one or two.
+/// The bytes of a register of one or two bytes.
 std::vector<std::uint8_t> toBytes(const Row& row, unsigned int number)
 {
     std::vector<std::uint8_t> bytes(row.size);
@@ -70,7 +70,7 @@ int ratioFrom(double ratio)
     return static_cast<int>(std::lround(ratio * RATIO_ONE));
 }
 
-/// With as few decimals as say which step it is.
+/// With as few decimals as identify the step.
 std::string ratioText(int number)
 {
     std::string text;
@@ -81,7 +81,7 @@ std::string ratioText(int number)
     return text;
 }
 
-/// Printable characters; blanks at the end are those that fill up a text.
+/// Printable characters, without the blanks that pad a text.
 std::string quoted(std::span<const std::uint8_t> value)
 {
     std::string text(value.begin(), value.end());
@@ -91,7 +91,7 @@ std::string quoted(std::span<const std::uint8_t> value)
     return isPlain ? "\"" + text + "\"" : "";
 }
 
-/// "2.5 hw 3", with the bytes behind the version in hexadecimal if they are not all 0.
+/// "2.5 hw 3", followed by the other bytes in hexadecimal if they are not all 0.
 std::string versionText(std::span<const std::uint8_t> value)
 {
     std::string text = formatted("%d.%d hw %d", value[1], value[0], value[2]);
@@ -105,7 +105,7 @@ std::string versionText(std::span<const std::uint8_t> value)
     return text;
 }
 
-/// Takes `word` from the begin of `text`.
+/// Removes `word` from the beginning of `text`, if it is there.
 bool skip(std::string_view& text, std::string_view word)
 {
     const bool begins = text.substr(0, word.size()) == word;
@@ -113,7 +113,7 @@ bool skip(std::string_view& text, std::string_view word)
     return begins;
 }
 
-/// Takes a number in the form that std::from_chars knows from the begin of `text`.
+/// Removes a number from the beginning of `text`, in a form that std::from_chars knows.
 template <typename Number, typename Form>
 bool take(std::string_view& text, Number& number, Form form)
 {
@@ -126,7 +126,7 @@ bool take(std::string_view& text, Number& number, Form form)
 constexpr int DECIMAL = 10;
 constexpr int HEXADECIMAL = 16;
 
-/// Whether `text` is a number that the register has room for.
+/// Whether `text` is a number that fits into the register.
 bool isNumber(const Row& row, std::string_view text, int base, unsigned int& number)
 {
     return take(text, number, base) && text.empty() && number >> (8 * row.size) == 0;
@@ -135,13 +135,13 @@ bool isNumber(const Row& row, std::string_view text, int base, unsigned int& num
 /// How a register is written in hexadecimal.
 std::string hexForm(const Row& row)
 {
-    return row.size > 2    ? formatted("write %d bytes, %d hexadecimal digits behind 0x", row.size,
-                                       2 * row.size)
+    return row.size > 2
+               ? formatted("write %d bytes, %d hexadecimal digits after 0x", row.size, 2 * row.size)
            : row.size == 1 ? "write 0x00 to 0xFF"
                            : "write 0x0000 to 0xFFFF";
 }
 
-// What reads a value returns what would be right, or nothing if the value is.
+// Functions that read a value return how to correct it, or nothing if it is right.
 
 std::string readInUnit(const Unit& unit, std::string_view text, int& number)
 {
@@ -155,7 +155,7 @@ std::string readInUnit(const Unit& unit, std::string_view text, int& number)
         return isRead ? formatted("its unit is %s: write it as in %s", unit.name, example.c_str())
                       : "write a number and its unit, as in " + example;
     }
-    // Of two doubles that come nearest to the same number, one is the other.
+    // Two numbers are equal if their nearest double is the same.
     const auto unitsOf = [&unit](int steps) { return static_cast<double>(steps) / unit.steps; };
     std::string range = formatted("it has steps of %s, from %s to %s", inUnit(unit, 1).c_str(),
                                   inUnit(unit, unit.lowest).c_str(), inUnit(unit, HIGHEST).c_str());
@@ -181,7 +181,7 @@ std::string readRatio(std::string_view text, int& number)
     const bool isRatio =
         take(text, ratio, std::chars_format::fixed) && text.empty() && ratio > 0 && ratio <= 1;
     number = isRatio ? ratioFrom(ratio) : 0;
-    // Also what is less than half a step.
+    // 0 also for less than half a step.
     return number < 1 ? "write a ratio above 0 and up to 1, as in 0.125" : "";
 }
 
@@ -225,7 +225,7 @@ std::string readVersion(const Row& row, std::string_view text, std::vector<std::
                          || (skip(text = trimmed(text), "0x") && readHexBytes(text, rest)
                              && rest.size() == row.size - VERSION_BYTES);
     if (!isRead || !isWhole) {
-        return "write the version and the least hardware version, each number up to 255, as in "
+        return "write the version and the minimum hardware version, each number up to 255, as in "
                "2.5 hw 3";
     }
     value = {minor, major, hardware};
@@ -251,15 +251,14 @@ std::string readCount(const Row& row, std::string_view text, std::vector<std::ui
 {
     unsigned int number = 0;
     if (!isNumber(row, text, DECIMAL, number)) {
-        return formatted("write a number from 0 to %d, or in hexadecimal behind 0x",
+        return formatted("write a number from 0 to %d, or in hexadecimal after 0x",
                          (1 << (8 * row.size)) - 1);
     }
     value = toBytes(row, number);
     return "";
 }
 
-/// What a bit field is that has no 0x before it: whoever wrote the digits means them in hexadecimal
-/// or in decimal.
+/// The correction of a bit field without 0x: its digits may be meant in hexadecimal or decimal.
 std::string refuseBits(const Row& row, std::string_view text)
 {
     unsigned int decimal = 0;
@@ -284,7 +283,7 @@ std::string hexValue(const Row& row, std::span<const std::uint8_t> value)
 {
     std::string text = row.size == 0 ? "" : "0x";
     for (std::size_t i = 0; i < value.size(); ++i) {
-        // A number has its highest digit first, the register its lowest byte.
+        // A number has its highest digit first, a register its lowest byte.
         text += formatted("%02X", row.size > 2 ? value[i] : value[value.size() - 1 - i]);
     }
     return text;
@@ -321,7 +320,7 @@ std::string readValue(const Row& row, std::string_view text, std::vector<std::ui
     text = trimmed(text);
     value.clear();
     if (row.size == 0) {
-        return text.empty() ? "" : "write nothing behind it: it has no data";
+        return text.empty() ? "" : "write no value: it has no data";
     }
     if (skip(text, "0x")) {
         return readHex(row, text, value);

@@ -10,25 +10,26 @@
 
 #include "commandCatalogue.h"
 
-/// The value as lists have it; in hexadecimal if its unit can't express it. What readValue makes of
-/// the text is the value again. Empty for a command without data.
+/// The value as in a list; in hexadecimal if its unit can't express it. readValue turns the text
+/// back into the value. Empty for a command without data.
 std::string valueText(const catalogue::Row& row, std::span<const std::uint8_t> value);
 
 /// The same for people: the version record spelled out.
 std::string spokenValue(const catalogue::Row& row, std::span<const std::uint8_t> value);
 
-/// The value as a plain hexadecimal number, of a block byte after byte.
+/// The value as a plain hexadecimal number, a block byte by byte.
 std::string hexValue(const catalogue::Row& row, std::span<const std::uint8_t> value);
 
-/// Reads the value of a register from a list. Returns what would be right, empty if the text is.
+/// Reads the value of a register from a list. Returns how to correct the text, or "" if it is
+/// right.
 std::string readValue(const catalogue::Row& row, std::string_view text,
                       std::vector<std::uint8_t>& value);
 
 /// The number in a register of one or two bytes; words are signed, as limits and times are.
 int numberOf(const catalogue::Row& row, std::span<const std::uint8_t> value);
 
-/// The bytes in hexadecimal, a blank between two.
+/// The bytes in hexadecimal, separated by blanks.
 std::string hexBytes(std::span<const std::uint8_t> bytes);
 
-/// The bytes that `text` has in hexadecimal, two digits each. False if it is something else.
+/// The bytes that `text` gives in hexadecimal, two digits each. False if it is something else.
 bool readHexBytes(std::string_view text, std::vector<std::uint8_t>& bytes);
