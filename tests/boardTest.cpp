@@ -237,9 +237,9 @@ TEST_F(BoardTest, TheLauncher)
         path(std::regex_replace(std::string(20, '.'), std::regex("."), std::string(195, 'd') + "/"));
     const std::string modeOnly = write("mode.hex", ":070000000100FF02D1200006\n:00000001FF\n");
     const std::tuple<std::string, std::string, int, std::string> cases[] = {
-        {"--bord x", "true", 2, "wrong option '--bord' (see --help)"},
-        {"--pid=3", "true", 2, "wrong option '--pid=3' (see --help)"},
-        {"--board ''", "true", 2, "a file needs a name"},
+        {"--bord x", "true", 2, "invalid option '--bord' (see --help)"},
+        {"--pid=3", "true", 2, "invalid option '--pid=3' (see --help)"},
+        {"--board ''", "true", 2, "the name of a file is empty"},
         {"--log " + std::string(5000, 'x'), "true", 2,
          "this file name is too long: " + path("") + std::string(5000, 'x')},
         {"--board /no/b", "true", 2, "cannot make the board /no/b: No such file or directory"},
@@ -259,9 +259,9 @@ TEST_F(BoardTest, TheLauncher)
          "--supply '0=1@0': expected N=VOLTS, N=VOLTS@RATIO, N=none, all=nominal or all=none (see --help)"},
         {"--sensor 5=1", "true", 2, "--sensor '5=1': expected N=CELSIUS, N=faulty, N=disabled or N=none (see --help)"},
         {"--supply 3=2.5 --fault 1:supply=4:1 --fault 1:supply=3:1", "$PMADMIN -a", 0,
-         "the fault '1:supply=4:1' never struck"},
+         "the fault '1:supply=4:1' never occurred"},
         {rulesEnough + "--fault busy", "true", 2, "more than 64 rules of --fault"},
-        {"--fault keep=42@3 --fault 1:nack", "$PMADMIN -a", 0, "the fault 'keep=42@3' never struck"},
+        {"--fault keep=42@3 --fault 1:nack", "$PMADMIN -a", 0, "the fault 'keep=42@3' never occurred"},
         {"--help", "", 0, ""},
         {"--version", "", 0, ""},
         {"", "", 2, "no command to run (see --help)"},
@@ -374,7 +374,7 @@ TEST_F(BoardTest, AProgramOnTheBus)
         {"cancel", "4d ", "", ""},
         {"sleeps", "0 0 4 1 ", "", ""},
         {"log", "", "", "warning: yes#011#177\n"},
-        {"print", "", "4d\nvirtual-board: the bus got 8 bytes without a request: 2A 2A 2A 20 46 69 6C 65\n", ""},
+        {"print", "", "4d\nvirtual-board: the bus received 8 bytes without a request: 2A 2A 2A 20 46 69 6C 65\n", ""},
     };
     for (const auto& [story, output, errors, log] : cases) {
         const Outcome outcome = run(std::string("$BUS_USER ") + story, "--time-scale 0.002");

@@ -15,7 +15,7 @@ const char* const FAULT_HELP = R"(Faults: RULE is one of
                           N or N-M or N-    the N-th transfer of the run, a range
                           /K                every K-th
                           code=XX[@PAGE]    those of command code XX (on one page)
-                        each with *TIMES behind it: only the first TIMES of them.
+                        each followed by *TIMES: only the first TIMES of them.
                         WHAT is nack, arbitration, timeout or eintr, or, with SIGKILL,
                         kill-before or kill-after (this process, before or after
                         it reaches the chip), kill-run (after it, every process of
@@ -31,9 +31,9 @@ const char* const FAULT_HELP = R"(Faults: RULE is one of
   absent                the chip never answers
   silent-after=N        the chip answers nothing after transfer N
   store-silent=MS       after STORE_DEFAULT_ALL it answers nothing for MS ms
-Of several rules for transfers the first that fits decides.
-XX, MASK and VALUE are hexadecimal. Time passes by sleeps, at their full length
-whatever the time scale, and by transfers on a 100 kHz bus.
+If several rules for transfers match, the first one applies.
+XX, MASK and VALUE are hexadecimal. Time passes with sleeps, in their full length
+whatever the time scale, and with transfers on a 100 kHz bus.
 )";
 
 namespace {

@@ -15,8 +15,9 @@ namespace virtualboard {
 /// driver.
 using TransferFunction = std::function<int(i2c_msg* messages, std::size_t count)>;
 
-/// Answers `ioctl(fd, request, argument)` as a kernel does: -1 with errno on failure, else 0, or the
-/// number of messages of I2C_RDWR. `address` is what the descriptor is bound to; it starts at 0.
+/// Answers `ioctl(fd, request, argument)` as a kernel does: -1 with errno on failure, else 0, or
+/// the number of messages of I2C_RDWR. `address` is what the descriptor is bound to; it starts at
+/// 0.
 int deviceRequest(const TransferFunction& transfer, unsigned long request, void* argument,
                   unsigned& address);
 

@@ -29,7 +29,8 @@ using namespace virtualboard;
 void copyPath(char (&to)[PATH_MAX], const std::string& path)
 {
     if (path.empty() || path.size() >= PATH_MAX) {
-        giveUp(path.empty() ? "a file needs a name" : "this file name is too long: " + path);
+        giveUp(path.empty() ? "the name of a file is empty"
+                            : "this file name is too long: " + path);
     }
     std::memcpy(to, path.c_str(), path.size() + 1);
 }
@@ -134,12 +135,12 @@ void report(const Options& options, const Session& session)
 {
     for (std::size_t i = 0; i < options.rules.size(); ++i) {
         if (!session.faults[i].struck) {
-            std::fprintf(stderr, "virtual-board: the fault '%s' never struck\n",
+            std::fprintf(stderr, "virtual-board: the fault '%s' never occurred\n",
                          options.rules[i].c_str());
         }
     }
     if (const std::string stray = findStrayBytes(session.folder); !stray.empty()) {
-        std::fprintf(stderr, "virtual-board: the bus got %s\n", stray.c_str());
+        std::fprintf(stderr, "virtual-board: the bus received %s\n", stray.c_str());
         if (session.busLog[0] != '\0') {
             appendLine(session, session.busLog, "! " + stray);
         }

@@ -23,16 +23,16 @@ constexpr const char* HELP =
                      [--supply N=VOLTS]... [--sensor N=CELSIUS]...
        virtual-board [--board FILE] --remove
 
-Runs COMMAND, and all that it starts, on a virtual board: /dev/i2c-0 with a
-MAX34460 at address 0x74, kept in a file between runs. Without COMMAND it does
-to the board what the options say.
+Runs COMMAND, and everything that it starts, on a virtual board: /dev/i2c-0 with
+a MAX34460 at address 0x74, kept in a file between runs. Without COMMAND it only
+applies the options to the board.
 
   --board FILE      the board's memory, made with factory settings on first use
                     (default: virtual-board.state)
-  --remove          remove the board and its lock, if nobody uses them
+  --remove          remove the board and its lock, unless they are in use
   --power-cycle     restart the chip from its flash before COMMAND runs
   --hw-version N    the hardware version that the board reports from now on;
-                    none: it reports none (factory: 3)
+                    none: no hardware version (factory: 3)
   --model BYTE      the chip's MFR_MODEL from now on (factory: 0x5A)
   --supply N=VOLTS[@RATIO]
                     supply N, 0 to 11, has this voltage from now on, of which a
@@ -44,18 +44,18 @@ to the board what the options say.
                     sensor N, 0 to 4, has this temperature from now on, or is
                     faulty or disabled; N=none and, of supplies, all=none: it
                     shows what a new board does, and is not watched
-  --log FILE        append syslog messages as lines; - is standard error
+  --log FILE        append syslog messages to FILE; - is standard error
   --trace-level N   the trace level that COMMAND sees
-  --bus-log FILE    append each I2C transfer as a line in bus notation
+  --bus-log FILE    append each I2C transfer to FILE, in bus notation
   --pid             begin the lines of both logs with the process id
-  --time-scale X    sleeps last X times as long (default 1; 0 skips them)
-  --summary         in the end, say on standard error what went over the bus
+  --time-scale X    make sleeps last X times as long (default 1; 0 skips them)
+  --summary         print a summary of the transfers at the end
   --fault RULE      make something fail (repeatable)
   --help            show this text
   --version         show the version
 
-The exit status is COMMAND's own, 128 + N if signal N killed it, 127 if it isn't
-found, 126 if it can't be run, and 2 if an option or the board is wrong.
+The exit status is that of COMMAND, 128 + N if signal N killed it, 127 if it
+isn't found, 126 if it can't be run, and 2 if an option or the board is wrong.
 
 )";
 
@@ -188,7 +188,7 @@ Options parseOptions(int argc, char** argv)
             giveUp(std::string("option '") + argv[at] + "' needs a value (see --help)");
         }
         if (result == '?') {
-            giveUp(std::string("wrong option '") + argv[at] + "' (see --help)");
+            giveUp(std::string("invalid option '") + argv[at] + "' (see --help)");
         }
         OPTIONS[index].take(options, optarg);
     }

@@ -36,7 +36,7 @@ struct Options {
 /// launcher.
 Options parseOptions(int argc, char** argv);
 
-/// Ends the launcher with a message and the status of a wrong option or board.
+/// Ends the launcher with a message and the status of an invalid option or board.
 [[noreturn]] void giveUp(const std::string& reason);
 
 } // namespace virtualboard
