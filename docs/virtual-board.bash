@@ -6,7 +6,7 @@ _virtual_board() {
     local valued='--board --hw-version --model --supply --sensor --log --trace-level --bus-log --time-scale --fault'
     COMPREPLY=()
 
-    # Where the command stands; behind the current word if that is an option's value.
+    # The index of the command; after the current word if that is an option's value.
     while ((at < COMP_CWORD)); do
         [[ ${COMP_WORDS[at]} == -* ]] || break
         option=${COMP_WORDS[at++]}

@@ -40,7 +40,7 @@ STYLE = {
 METADATA = {"svg": {"Date": None, "Creator": None}, "png": {}}  # the same bytes each time
 FARTHEST = 50  # per cent off nominal: limits beyond would flatten the others, and are written
 UNSET = {"number": None, "value": "–"}  # of a register that is not in the file
-NOTES = ("Times count in steps of 0.2 ms, as a sibling of this chip has them.\nslot: "
+NOTES = ("The step of times, 0.2 ms, is known from related chips only.\nslot: "
          "MFR_SEQ_TIMESLOT. Slots, where set, can order the channels in place of the delays; the "
          f"chip's data sheet says when. Limits beyond {FARTHEST} % are written in small letters.")
 

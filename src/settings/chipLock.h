@@ -24,14 +24,14 @@ public:
     ChipLock(const ChipLock&) = delete;
     ChipLock& operator=(const ChipLock&) = delete;
 
-    /// Whether the lock was had, and nobody has taken it since. If not, error() says more, and
-    /// nothing may be written to the chip.
+    /// Whether the lock was acquired and no one has taken it over since. If not, error() tells why,
+    /// and nothing may be written to the chip.
     bool isHeld();
 
-    /// Gives the lock back; leaves it alone if it is no more this one's. False, then.
+    /// Releases the lock. False if someone has taken it over; then it is left alone.
     bool release();
 
-    /// Why the lock is not held, in words.
+    /// Why the lock is not held.
     const std::string& error() const { return m_error; }
 
 private:
