@@ -23,6 +23,11 @@ public:
     /// The page that means the device as a whole (PMBus standard, PAGE).
     static constexpr std::uint8_t ALL_PAGES = 255;
 
+    /// Supply channels, from page 0 on, and temperature sensors (MAX34460 data sheet).
+    static constexpr int CHANNELS = 12;
+    static constexpr int SENSORS = 5;
+    static constexpr int FIRST_SENSOR_PAGE = 13;
+
     /// The access to a command on a group of pages: a mask of ACCESS_READ and ACCESS_WRITE.
     using Access = std::uint32_t;
     static constexpr Access NO = 0;
@@ -80,10 +85,11 @@ public:
     /// catalogue has none. The caller owns the result.
     static Command* create(unsigned int code);
 
-    /// The twelve monitored supply channels.
-    static constexpr bool isChannelPage(std::uint8_t page) { return page <= 11; }
-    /// The five temperature sensors.
-    static constexpr bool isTemperaturePage(std::uint8_t page) { return page >= 13 && page <= 17; }
+    static constexpr bool isChannelPage(std::uint8_t page) { return page < CHANNELS; }
+    static constexpr bool isTemperaturePage(std::uint8_t page)
+    {
+        return page >= FIRST_SENSOR_PAGE && page < FIRST_SENSOR_PAGE + SENSORS;
+    }
     static constexpr bool isAllPages(std::uint8_t page) { return page == ALL_PAGES; }
 
 protected:

@@ -96,6 +96,22 @@ constexpr const Row* find(unsigned int code)
     return position < std::size(ROWS) ? &ROWS[position] : nullptr;
 }
 
+/// Whether the chip has the page.
+constexpr bool isPage(int page)
+{
+    const auto byte = static_cast<std::uint8_t>(page);
+    return page == byte
+           && (Command::isChannelPage(byte) || Command::isTemperaturePage(byte)
+               || Command::isAllPages(byte));
+}
+
+/// Whether the register is one for the whole device, the same on every page. OPERATION is not: on
+/// page 255 it is written for all channels.
+constexpr bool isShared(const Row& row)
+{
+    return row.deviceAccess != Command::NO && row.code != Operation::CODE;
+}
+
 /// The access mask of a command on a page that exists.
 constexpr std::uint32_t accessOn(const Row& row, int page)
 {
@@ -111,6 +127,26 @@ constexpr std::uint8_t factoryByte(const Row& row, unsigned int i)
         return i % 2 == 0 ? '1' : '0';
     }
     return static_cast<std::uint8_t>(i < sizeof(row.factory) ? row.factory >> (8 * i) : 0);
+}
+
+/// Whether a chip with this WRITE_PROTECT ignores writes of the command (PMBus standard): the
+/// second level spares PAGE and OPERATION, the third ON_OFF_CONFIG as well.
+constexpr bool isProtected(std::uint8_t code, std::uint8_t level)
+{
+    constexpr std::uint8_t ALL = 0x80;
+    constexpr std::uint8_t ALL_BUT_OPERATION = 0x40;
+    constexpr std::uint8_t ALL_BUT_ON_OFF = 0x20;
+    switch (code) {
+    case WriteProtect::CODE:
+        return false;
+    case Page::CODE:
+    case Operation::CODE:
+        return (level & ALL) != 0;
+    case OnOffConfig::CODE:
+        return (level & (ALL | ALL_BUT_OPERATION)) != 0;
+    default:
+        return (level & (ALL | ALL_BUT_OPERATION | ALL_BUT_ON_OFF)) != 0;
+    }
 }
 
 } // namespace catalogue

@@ -2,6 +2,7 @@
 // it answered. PowerFileHandler derives from it.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "command.h"
@@ -10,6 +11,9 @@
 inline constexpr int HW_STATE_INIT = 0;
 inline constexpr int HW_STATE_OK = 1;
 inline constexpr int HW_STATE_FAILED = 2;
+
+/// MFR_MODEL of the only model on which MFR_CHANNEL_NOMINAL can't be read back.
+inline constexpr std::uint8_t MODEL_WITHOUT_NOMINAL = 0x57;
 
 /// The MAX34460 at an address on an I2C bus. Its construction opens the bus and identifies the
 /// chip, without the lock; a failure ends in HW_STATE_FAILED.

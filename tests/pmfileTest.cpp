@@ -8,6 +8,7 @@
 #include "diff.h"
 #include "fakeSystem.h"
 #include "list.h"
+#include "messages.h"
 #include "readChip.h"
 #include "show.h"
 #include "textFile.h"
@@ -17,6 +18,8 @@ namespace {
 
 class PmfileTest : public SystemTest {
 protected:
+    PmfileTest() { programName = "pmfile"; }
+
     /// What a command prints, its lines after "> " and "! ", and its status; the folder's name is left out.
     std::string outcome(const std::function<int()>& command) const
     {
@@ -30,7 +33,8 @@ protected:
 std::string readAll(const std::string& path)
 {
     std::string text;
-    EXPECT_TRUE(readText(path, text)) << path;
+    std::string error;
+    EXPECT_TRUE(readText(path, text, error)) << error;
     return text;
 }
 

@@ -130,7 +130,7 @@ void BoardAccess::load()
         m_state.format = FORMAT;
     }
     if (m_state.checksum != expected || m_state.hardwareKnown > 1
-        || !isPage(*bytesOf(m_state.chip.ram, Page::CODE, Command::ALL_PAGES))) {
+        || !catalogue::isPage(*bytesOf(m_state.chip.ram, Page::CODE, Command::ALL_PAGES))) {
         m_error = m_path + " is a virtual board's memory, but damaged";
     }
     m_saved = m_state;

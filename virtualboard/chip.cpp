@@ -11,12 +11,6 @@ constexpr std::uint8_t CML_INVALID_COMMAND = 0x80;
 constexpr std::uint8_t CML_INVALID_DATA = 0x40;
 constexpr std::uint8_t STATUS_CML_SUMMARY = 0x02;
 
-// PMBus standard: WRITE_PROTECT's three levels. The second spares PAGE and OPERATION, the third
-// ON_OFF_CONFIG as well.
-constexpr std::uint8_t PROTECT_ALL = 0x80;
-constexpr std::uint8_t PROTECT_ALL_BUT_OPERATION = 0x40;
-constexpr std::uint8_t PROTECT_ALL_BUT_ON_OFF = 0x20;
-
 void copyConfiguration(const Image& from, Image& to)
 {
     for (const Register& reg : REGISTERS) {
@@ -39,7 +33,7 @@ void fillFactory(const Register& reg, Image& image)
 std::uint8_t* bytesOf(Image& image, int code, int page)
 {
     const Register* reg = findRegister(code);
-    if (reg == nullptr || reg->copies == 0 || !isPage(page)
+    if (reg == nullptr || reg->copies == 0 || !catalogue::isPage(page)
         || accessOn(*reg, page) == Command::NO) {
         return nullptr;
     }
@@ -133,7 +127,7 @@ void Chip::execute(const Register& reg, const std::uint8_t* data, std::size_t co
         fault(CML_INVALID_DATA);
         return;
     }
-    if (isProtected(reg.code)) {
+    if (catalogue::isProtected(reg.code, byteOf(WriteProtect::CODE))) {
         return;
     }
     switch (reg.code) {
@@ -170,7 +164,7 @@ void Chip::execute(const Register& reg, const std::uint8_t* data, std::size_t co
 
 void Chip::selectPage(std::uint8_t page)
 {
-    if (!isPage(page)) {
+    if (!catalogue::isPage(page)) {
         fault(CML_INVALID_DATA);
         return;
     }
@@ -185,22 +179,6 @@ void Chip::storeSingle(std::uint8_t command, std::uint8_t page)
         return;
     }
     std::copy_n(from, findRegister(command)->size, bytesOf(m_memory.flash, command, page));
-}
-
-bool Chip::isProtected(int code)
-{
-    const std::uint8_t level = byteOf(WriteProtect::CODE);
-    switch (code) {
-    case WriteProtect::CODE:
-        return false;
-    case Page::CODE:
-    case Operation::CODE:
-        return (level & PROTECT_ALL) != 0;
-    case OnOffConfig::CODE:
-        return (level & (PROTECT_ALL | PROTECT_ALL_BUT_OPERATION)) != 0;
-    default:
-        return (level & (PROTECT_ALL | PROTECT_ALL_BUT_OPERATION | PROTECT_ALL_BUT_ON_OFF)) != 0;
-    }
 }
 
 } // namespace virtualboard

@@ -52,7 +52,6 @@ private:
     void execute(const Register& reg, const std::uint8_t* data, std::size_t count);
     void selectPage(std::uint8_t page);
     void storeSingle(std::uint8_t command, std::uint8_t page);
-    bool isProtected(int code);
     void fault(std::uint8_t cmlBit);
     std::uint8_t& byteOf(int code);
 

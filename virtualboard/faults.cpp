@@ -151,7 +151,7 @@ bool parseSupply(Scanner& scan, Fault& fault)
 {
     std::uint64_t supply = 0;
     fault.kind = FaultKind::SUPPLY;
-    const bool named = scan.number(10, 0, CHANNEL_COUNT - 1, "a supply, 0 to 11,", supply);
+    const bool named = scan.number(10, 0, Command::CHANNELS - 1, "a supply, 0 to 11,", supply);
     fault.supply = static_cast<int>(supply);
     return named && scan.require(":") && scan.volts(fault.value);
 }

@@ -63,7 +63,7 @@ bool parseSupplyOption(const std::string& text, InputOption& option)
         return true;
     }
     std::string rest = text;
-    if (!takePage(rest, CHANNEL_COUNT, 0, option.page)) {
+    if (!takePage(rest, Command::CHANNELS, 0, option.page)) {
         return false;
     }
     if (rest == "none") {
@@ -90,7 +90,7 @@ bool parseSensorOption(const std::string& text, InputOption& option)
     using Kind = InputOption::Kind;
     option = {};
     std::string rest = text;
-    if (!takePage(rest, SENSOR_COUNT, FIRST_SENSOR_PAGE, option.page)) {
+    if (!takePage(rest, Command::SENSORS, Command::FIRST_SENSOR_PAGE, option.page)) {
         return false;
     }
     if (rest == "none") {
@@ -132,7 +132,7 @@ bool apply(const InputOption& option, Supplies& supplies, Image& ram, std::strin
         unset(supplies, ram, option.page);
         return true;
     case Kind::ALL_NOMINAL:
-        for (int page = 0; page < CHANNEL_COUNT; ++page) {
+        for (int page = 0; page < Command::CHANNELS; ++page) {
             const int nominal = wordOf(ram, MfrChannelNominal::CODE, page);
             if (nominal > 0
                 && !set(page, static_cast<std::uint32_t>(nominal) * MICROVOLTS_PER_STEP)) {
@@ -141,7 +141,7 @@ bool apply(const InputOption& option, Supplies& supplies, Image& ram, std::strin
         }
         return true;
     case Kind::ALL_NONE:
-        for (int page = 0; page < CHANNEL_COUNT; ++page) {
+        for (int page = 0; page < Command::CHANNELS; ++page) {
             unset(supplies, ram, page);
         }
         return true;

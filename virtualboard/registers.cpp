@@ -7,10 +7,10 @@ namespace virtualboard {
 namespace {
 
 // Typical supplies of such a board, in mV (DIRECT format: 1 mV per step).
-constexpr std::array<int, CHANNEL_COUNT> SUPPLY_MV{12000, 5000, 3300, 2500, 1800, 1500,
-                                                   1350,  1200, 1100, 1050, 1000, 900};
+constexpr std::array<int, Command::CHANNELS> SUPPLY_MV{12000, 5000, 3300, 2500, 1800, 1500,
+                                                       1350,  1200, 1100, 1050, 1000, 900};
 // Sensors in hundredths of a degree Celsius, the format's step.
-constexpr std::array<int, SENSOR_COUNT> SENSOR_CENTI_C{3125, 3350, 2975, 4100, 3650};
+constexpr std::array<int, Command::SENSORS> SENSOR_CENTI_C{3125, 3350, 2975, 4100, 3650};
 
 // Registers that change by themselves have plausible values, all others the data sheets' factory
 // values.

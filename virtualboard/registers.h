@@ -12,12 +12,6 @@
 
 namespace virtualboard {
 
-/// Pages (MAX34460 data sheet): 0 to 11 the supplies, 13 to 17 the temperature sensors, 255 the
-/// whole device.
-inline constexpr int CHANNEL_COUNT = 12;
-inline constexpr int FIRST_SENSOR_PAGE = 13;
-inline constexpr int SENSOR_COUNT = 5;
-
 /// A row of the catalogue, and where the chip keeps its value.
 struct Register : catalogue::Row {
     std::uint8_t copies;  ///< 12 by channel, 5 by sensor, 1 for the device, 0 without data
@@ -29,16 +23,10 @@ struct Register : catalogue::Row {
         if (copies <= 1 || page == Command::ALL_PAGES) {
             return offset;
         }
-        const int copy = page < CHANNEL_COUNT ? page : page - FIRST_SENSOR_PAGE;
+        const int copy = page < Command::CHANNELS ? page : page - Command::FIRST_SENSOR_PAGE;
         return offset + static_cast<std::size_t>(copy) * size;
     }
 };
-
-constexpr bool isPage(int page)
-{
-    return (page >= 0 && page < CHANNEL_COUNT) || page == Command::ALL_PAGES
-           || (page >= FIRST_SENSOR_PAGE && page < FIRST_SENSOR_PAGE + SENSOR_COUNT);
-}
 
 /// Whether it is one of the status registers, which CLEAR_FAULTS clears.
 constexpr bool isStatus(int code)
@@ -54,9 +42,8 @@ constexpr auto makeRegisters()
         const catalogue::Row& row = catalogue::ROWS[i];
         // Page 255 shows one register for the device; only OPERATION is written there on behalf of
         // all channels.
-        const bool shared = row.deviceAccess != Command::NO && row.code != Operation::CODE;
-        const int group = row.channelAccess != Command::NO ? CHANNEL_COUNT : SENSOR_COUNT;
-        const int copies = row.size == 0 ? 0 : shared ? 1 : group;
+        const int group = row.channelAccess != Command::NO ? Command::CHANNELS : Command::SENSORS;
+        const int copies = row.size == 0 ? 0 : isShared(row) ? 1 : group;
         table[i] = {row, static_cast<std::uint8_t>(copies), static_cast<std::uint16_t>(offset)};
         offset += static_cast<std::size_t>(row.size) * table[i].copies;
     }

@@ -165,7 +165,8 @@ void setSupply(Supplies& supplies, Image& ram, int page, std::uint32_t microvolt
 
 void setSensor(Supplies& supplies, Image& ram, int page, std::int16_t reading)
 {
-    Sensor& sensor = supplies.sensors.at(static_cast<std::size_t>(page - FIRST_SENSOR_PAGE));
+    Sensor& sensor =
+        supplies.sensors.at(static_cast<std::size_t>(page - Command::FIRST_SENSOR_PAGE));
     const bool isNew = sensor.isSet == 0;
     sensor = {1, {static_cast<std::uint8_t>(reading), static_cast<std::uint8_t>(reading >> 8)}};
     setWord(ram, ReadTemperature::CODE, page, reading);
@@ -176,8 +177,8 @@ void setSensor(Supplies& supplies, Image& ram, int page, std::int16_t reading)
 
 void unset(Supplies& supplies, Image& ram, int page)
 {
-    const bool isChannel = page < CHANNEL_COUNT;
-    const int copy = isChannel ? page : page - FIRST_SENSOR_PAGE;
+    const bool isChannel = page < Command::CHANNELS;
+    const int copy = isChannel ? page : page - Command::FIRST_SENSOR_PAGE;
     const auto at = static_cast<std::size_t>(copy);
     (isChannel ? supplies.channels.at(at).isSet : supplies.sensors.at(at).isSet) = 0;
     for (const int code :
@@ -202,7 +203,7 @@ void startWatching(Supplies& supplies, Image& ram)
         supply.hasComeUp = 0;
     }
     forEachSet(supplies.channels, 0, [&](const Supply&, int page) { beginPeaks(ram, page); });
-    forEachSet(supplies.sensors, FIRST_SENSOR_PAGE,
+    forEachSet(supplies.sensors, Command::FIRST_SENSOR_PAGE,
                [&](const Sensor&, int page) { beginTemperatures(ram, page); });
 }
 
@@ -210,7 +211,7 @@ void measure(const Supplies& supplies, Image& ram)
 {
     forEachSet(supplies.channels, 0,
                [&](const Supply& supply, int page) { measureSupply(supply, ram, page); });
-    forEachSet(supplies.sensors, FIRST_SENSOR_PAGE, [&](const Sensor& sensor, int page) {
+    forEachSet(supplies.sensors, Command::FIRST_SENSOR_PAGE, [&](const Sensor& sensor, int page) {
         std::copy(sensor.reading.begin(), sensor.reading.end(),
                   bytesOf(ram, ReadTemperature::CODE, page));
     });
@@ -221,7 +222,7 @@ void watch(Supplies& supplies, Image& ram)
     measure(supplies, ram);
     forEachSet(supplies.channels, 0,
                [&](Supply& supply, int page) { watchSupply(supply, ram, page); });
-    forEachSet(supplies.sensors, FIRST_SENSOR_PAGE,
+    forEachSet(supplies.sensors, Command::FIRST_SENSOR_PAGE,
                [&](const Sensor&, int page) { watchSensor(ram, page); });
 }
 

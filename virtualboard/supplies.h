@@ -33,8 +33,8 @@ struct Sensor {
 
 /// All zero: none is set, as on boards of before.
 struct Supplies {
-    std::array<Supply, CHANNEL_COUNT> channels;
-    std::array<Sensor, SENSOR_COUNT> sensors;
+    std::array<Supply, Command::CHANNELS> channels;
+    std::array<Sensor, Command::SENSORS> sensors;
 };
 static_assert(std::is_trivially_copyable_v<Supplies> && alignof(Supplies) == 1);
 

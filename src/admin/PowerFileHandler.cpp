@@ -11,10 +11,6 @@ namespace {
 
 constexpr int BUS = 0;
 
-/// MFR_MODEL of the one model on which MFR_FW_SERIAL and MFR_CHANNEL_NOMINAL are left out of the
-/// comparison.
-constexpr std::uint8_t MODEL_NOT_COMPARABLE = 0x57;
-
 /// How often a register is read until it is equal to the file.
 constexpr int COMPARE_ATTEMPTS = 2;
 
@@ -108,7 +104,7 @@ bool PowerFileHandler::isComparable(const Command* command) const
 {
     const std::uint8_t code = command->getCode();
     return (code != MfrFwSerial::CODE && code != MfrChannelNominal::CODE)
-           || m_mfrModel.getByte() != MODEL_NOT_COMPARABLE;
+           || m_mfrModel.getByte() != MODEL_WITHOUT_NOMINAL;
 }
 
 bool PowerFileHandler::compare()

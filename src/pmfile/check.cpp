@@ -82,12 +82,15 @@ int check(const std::vector<std::string>& paths, const Allowed& allowed)
     int status = STATUS_GOOD;
     for (const std::string& path : paths) {
         std::string text;
-        if (!readText(path, text)) {
+        std::string error;
+        if (!readText(path, text, error)) {
+            tell(error);
             status = STATUS_TROUBLE;
             continue;
         }
         const PmFile file(path, std::move(text));
-        if (!requireEntries(file)) {
+        if (!hasEntries(file, error)) {
+            tell(error);
             status = STATUS_TROUBLE;
         }
         for (const Finding& finding : findComplaints(file, allowed)) {

@@ -40,7 +40,7 @@ bool isSetting(const Entry& entry)
 /// round.
 bool isState(const Entry& entry)
 {
-    return isWritten(entry) && !entry.isPage() && entry.row->kind != Kind::SETTING;
+    return isWritten(entry) && !entry.selectsPage() && entry.row->kind != Kind::SETTING;
 }
 
 /// All but actions and, if settings alone are compared, what is none. That is told.
@@ -52,7 +52,7 @@ Entries findCompared(const PmFile& file, bool settingsAlone)
         if (isAction) {
             tell(file.name, entry.line,
                  commandName(entry) + " is not compared: it is an action, which pmadmin ignores");
-        } else if (settingsAlone && !entry.isPage() && !isSetting(entry)) {
+        } else if (settingsAlone && !entry.selectsPage() && !isSetting(entry)) {
             tell(file.name, entry.line,
                  registerName(entry) + " is not compared: it is not a setting");
         } else {
@@ -66,7 +66,7 @@ Registers findRegisters(std::span<const Entry* const> entries)
 {
     Registers registers;
     for (const Entry* entry : entries) {
-        if (entry->isPage()) {
+        if (entry->selectsPage()) {
             continue;
         }
         const Group group = entry->code == MfrDate::CODE ? Group::VERSION
@@ -170,7 +170,7 @@ std::string stepOf(const Entry* entry, const std::string& path, const char* inst
         return printable(path) + " " + instead;
     }
     const std::string does =
-        entry->isPage()
+        entry->selectsPage()
             ? "selects " + placeName(entry->page)
             : formatted("sets %s to %s", registerName(*entry).c_str(), valueOf(*entry).c_str());
     return formatted("line %u of %s %s", entry->line, printable(path).c_str(), does.c_str());
@@ -180,8 +180,8 @@ std::string stepOf(const Entry* entry, const std::string& path, const char* inst
 
 int diff(const std::string& oldPath, const std::string& newPath, bool settingsAlone)
 {
-    const auto oldFile = loadFile(oldPath);
-    const auto newFile = oldFile == nullptr ? nullptr : loadFile(newPath);
+    const auto oldFile = loadOrTell(oldPath);
+    const auto newFile = oldFile == nullptr ? nullptr : loadOrTell(newPath);
     if (newFile == nullptr) {
         return STATUS_TROUBLE;
     }

@@ -47,7 +47,7 @@ void surplusData(const PmFile& file, Report& report)
 void noSuchPage(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
-        if (entry.isPage() && entry.isValue() && !isPage(entry.page)) {
+        if (entry.selectsPage() && entry.isValue() && !catalogue::isPage(entry.page)) {
             report.add(entry.line, formatted("the chip has no page %d", entry.page));
         }
     }
@@ -56,7 +56,7 @@ void noSuchPage(const PmFile& file, Report& report)
 void access(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
-        if (!entry.isPage() && entry.isValue() && !isAccessible(entry)) {
+        if (!entry.selectsPage() && entry.isValue() && !isAccessible(entry)) {
             report.add(entry.line, formatted("%s can't be %s%s%s", entry.row->name.text,
                                              isWritten(entry) ? "read back" : "written",
                                              entry.page == NO_PAGE ? " " : " on ",
@@ -68,7 +68,7 @@ void access(const PmFile& file, Report& report)
 void noSetting(const PmFile& file, Report& report)
 {
     for (const Entry& entry : file.entries) {
-        if (!entry.isPage() && entry.isValue() && isAccessible(entry)
+        if (!entry.selectsPage() && entry.isValue() && isAccessible(entry)
             && entry.row->kind != Kind::SETTING) {
             report.add(entry.line,
                        formatted("%s is not a setting: the chip does not keep it in flash",
@@ -115,7 +115,7 @@ std::vector<std::pair<const Entry*, const Entry*>> findRepetitions(const PmFile&
     std::unordered_map<unsigned int, const Entry*> seen;
     std::vector<std::pair<const Entry*, const Entry*>> found;
     for (const Entry& entry : file.entries) {
-        if (!entry.isValue() || entry.isPage()) {
+        if (!entry.isValue() || entry.selectsPage()) {
             continue;
         }
         const Entry*& before =

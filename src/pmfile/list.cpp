@@ -1,7 +1,6 @@
 #include "list.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "listLine.h"
 #include "messages.h"
 #include "text.h"
 #include "textFile.h"
@@ -19,43 +19,11 @@ namespace {
 
 constexpr const char* RAW = "raw";
 
-/// Some editors put it at the beginning of a text.
-constexpr std::string_view BYTE_ORDER_MARK = "\uFEFF";
-
 /// They look like a blank; word processors and web pages use the wide and the narrow one.
 constexpr std::string_view NO_BREAK_SPACES[] = {"\u00A0", "\u202F"};
 
 /// The number of bytes that 16-bit load addresses reach.
 constexpr std::size_t MOST_BYTES = 65536;
-
-/// Kinds of sections that have a number, how many there are, and the page of number 0.
-constexpr struct {
-    const char* name;
-    int count;
-    int firstPage;
-} SECTIONS[] = {{"channel", 12, 0}, {"sensor", 5, 13}, {"page", 256, 0}};
-
-/// Removes the first word from `text` and returns it. Empty if there is none.
-std::string_view takeWord(std::string_view& text)
-{
-    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
-    const std::string_view word = text.substr(0, text.find_first_of(BLANKS));
-    text.remove_prefix(word.size());
-    return word;
-}
-
-/// The line without its comment; a # within quotes does not begin one.
-std::string_view withoutComment(std::string_view line)
-{
-    bool isQuoted = false;
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        isQuoted = isQuoted != (line[at] == '"');
-        if (line[at] == '#' && !isQuoted) {
-            return line.substr(0, at);
-        }
-    }
-    return line;
-}
 
 /// What is wrong with a list or what it makes, by the lines of the list.
 using Complaints = std::multimap<unsigned int, std::string>;
@@ -114,38 +82,14 @@ void ListReader::read(std::string_view line, unsigned int number)
     }
 }
 
-// After the number there may be the name of the supply.
 void ListReader::readSection(std::string_view line)
 {
-    const std::size_t end = line.find(']');
-    if (end != line.size() - 1) {
-        complain(end == std::string_view::npos
-                     ? "a [section] ends with ]"
-                     : "there is text after the ] of the section; a comment begins with #");
-        return;
+    std::string error;
+    if (const auto section = parseSection(line, error)) {
+        add(Page::CODE, {static_cast<std::uint8_t>(section->page)});
+    } else {
+        complain(error);
     }
-    std::string_view title = line.substr(1, end - 1);
-    const std::string kind(takeWord(title));
-    if (kind == "device") {
-        add(Page::CODE, {Command::ALL_PAGES});
-        return;
-    }
-    const auto* const section = std::find_if(std::begin(SECTIONS), std::end(SECTIONS),
-                                             [&](const auto& one) { return kind == one.name; });
-    if (section == std::end(SECTIONS)) {
-        complain("write [channel N], [sensor N], [device] or [page N]");
-        return;
-    }
-    const std::string_view digits = takeWord(title);
-    const char* const digitsEnd = digits.data() + digits.size();
-    int number = 0;
-    const auto [parsed, fault] = std::from_chars(digits.data(), digitsEnd, number);
-    if (fault != std::errc{} || parsed != digitsEnd || number < 0 || number >= section->count) {
-        complain(formatted("write [%s 0] to [%s %d], optionally followed by a name", section->name,
-                           section->name, section->count - 1));
-        return;
-    }
-    add(Page::CODE, {static_cast<std::uint8_t>(section->firstPage + number)});
 }
 
 void ListReader::readRaw(std::string_view text)
@@ -219,7 +163,7 @@ void ListReader::complain(std::string what)
 /// Whether a section line expresses the entry completely.
 bool isSection(const Entry& entry)
 {
-    return entry.isPage() && entry.data.size() == 1;
+    return entry.selectsPage() && entry.data.size() == 1;
 }
 
 /// The section line of a page: "[channel 3]".
@@ -232,7 +176,7 @@ std::string sectionLine(int page)
 std::string listLine(const Entry& entry)
 {
     constexpr std::size_t VALUE_COLUMN = 24;
-    if (entry.row == nullptr || entry.isPage() || entry.data.size() != entry.row->size) {
+    if (entry.row == nullptr || entry.selectsPage() || entry.data.size() != entry.row->size) {
         return formatted("%s %02X", RAW, entry.code) + (entry.data.empty() ? "" : " ")
                + hexBytes(entry.data) + "\n";
     }
@@ -273,16 +217,15 @@ std::string optionsAgainst(const std::vector<Finding>& findings)
 bool makeText(const std::string& listPath, const Allowed& allowed, std::string& text)
 {
     std::string list;
-    if (!readText(listPath, list)) {
+    std::string error;
+    if (!readText(listPath, list, error)) {
+        tell(error);
         return false;
-    }
-    if (list.starts_with(BYTE_ORDER_MARK)) {
-        list.erase(0, BYTE_ORDER_MARK.size());
     }
     const bool needsSection = std::ranges::none_of(
         allowed, [](const std::string& name) { return name == "all" || name == "before-page"; });
     ListReader reader(needsSection);
-    for (pmDataFile::Lines lines(list); lines.next();) {
+    for (pmDataFile::Lines lines(withoutByteOrderMark(list)); lines.next();) {
         reader.read(lines.line(), lines.number());
     }
     Complaints complaints = reader.mistakes();
@@ -313,7 +256,7 @@ bool makeText(const std::string& listPath, const Allowed& allowed, std::string& 
 
 int source(const std::string& path)
 {
-    const auto file = loadFile(path);
+    const auto file = loadOrTell(path);
     if (file == nullptr) {
         return STATUS_TROUBLE;
     }

@@ -215,6 +215,7 @@ int main(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     std::set_new_handler(endWithoutMemory);
+    programName = "pmfile";
     TraceObject trace("pmfile", TRACE_LEVEL);
     g_traceObject = &trace;
     const int status = run(argc, argv);

@@ -39,14 +39,13 @@ std::vector<PagePlan> planAll()
 {
     std::vector<PagePlan> plans;
     for (int page = 0; page <= Command::ALL_PAGES; ++page) {
-        if (!isPage(page)) {
+        if (!catalogue::isPage(page)) {
             continue;
         }
         PagePlan plan{static_cast<std::uint8_t>(page), {}};
         for (const Row& row : catalogue::ROWS) {
-            const bool shared = row.deviceAccess != Command::NO;
             if (row.kind == Kind::SETTING && isReadable(row, page)
-                && shared == (page == Command::ALL_PAGES)) {
+                && isShared(row) == (page == Command::ALL_PAGES)) {
                 plan.settings.push_back(&row);
             }
         }
@@ -66,10 +65,10 @@ std::vector<PagePlan> planLike(const PmFile& file)
     for (const Entry& entry : file.entries) {
         // The start of a run leaves page 255 selected for entries before the first PAGE.
         const int page = entry.page == NO_PAGE ? Command::ALL_PAGES : entry.page;
-        if (entry.isPage() && isPage(page)) {
+        if (entry.selectsPage() && catalogue::isPage(page)) {
             continue;
         }
-        if (entry.row == nullptr || entry.row->kind != Kind::SETTING || !isPage(page)
+        if (entry.row == nullptr || entry.row->kind != Kind::SETTING || !catalogue::isPage(page)
             || !isReadable(*entry.row, page)) {
             tell(file.name, entry.line,
                  commandName(entry) + " is left out: it is not a setting, or not one of "
@@ -186,7 +185,7 @@ int readChip(const ReadOptions& options)
     if (!options.like) {
         plans = planAll();
     } else {
-        const auto file = loadFile(*options.like);
+        const auto file = loadOrTell(*options.like);
         if (file == nullptr) {
             return STATUS_TROUBLE;
         }

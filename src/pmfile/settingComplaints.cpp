@@ -45,7 +45,9 @@ std::string placesOf(const std::vector<int>& pages)
 /// Where a page begins, or else the first of its settings.
 unsigned int firstLine(const PmFile& file, int page, const PageSettings& settings)
 {
-    const auto begins = [&](const Entry& entry) { return entry.isPage() && entry.page == page; };
+    const auto begins = [&](const Entry& entry) {
+        return entry.selectsPage() && entry.page == page;
+    };
     const auto isSetting = [&](const Entry& entry) {
         return registerPage(entry) == page && settings.contains(entry.code) && isAccessible(entry);
     };
@@ -93,7 +95,7 @@ void partial(const PmFile& file, Report& report)
     bool hasChannel = false;
     std::vector<int> untouched;
     for (int page = 0; page <= Command::ALL_PAGES; ++page) {
-        if (!isPage(page)) {
+        if (!catalogue::isPage(page)) {
             continue;
         }
         const auto found = pages.find(page);

@@ -35,7 +35,7 @@ std::vector<std::string> marksOf(const Entry& entry)
     std::vector<std::string> marks;
     if (!isWritten(entry)) {
         marks.emplace_back("can't be written");
-    } else if (!entry.isPage() && entry.row->kind != Kind::SETTING) {
+    } else if (!entry.selectsPage() && entry.row->kind != Kind::SETTING) {
         marks.emplace_back("not a setting");
     }
     if (isIdentity(entry)) {
@@ -59,7 +59,7 @@ Summary summarise(const PmFile& file)
     const auto settings = findSettings(file);
     for (const Entry& entry : file.entries) {
         summary.written += isWritten(entry) ? 1 : 0;
-        if (entry.isValue() && !entry.isPage() && isPage(entry.page)
+        if (entry.isValue() && !entry.selectsPage() && catalogue::isPage(entry.page)
             && !summary.unused.contains(entry.page)) {
             const auto found = settings.find(entry.page);
             summary.unused[entry.page] =
@@ -88,7 +88,7 @@ void showEntry(const Entry& entry)
 {
     const std::string index = entry.index < 0 ? "-" : std::to_string(entry.index);
     const std::string value =
-        entry.row == nullptr || entry.isPage() ? "" : spokenValue(*entry.row, entry.value());
+        entry.row == nullptr || entry.selectsPage() ? "" : spokenValue(*entry.row, entry.value());
     std::string marks;
     for (const std::string& mark : marksOf(entry)) {
         marks += (marks.empty() ? "" : ", ") + mark;
@@ -153,7 +153,7 @@ void showText(const PmFile& file)
     // A page is shown where it is selected; there may be entries before the first one, too.
     const Entry* before = nullptr;
     for (const Entry& entry : file.entries) {
-        if (before == nullptr || entry.page != before->page || entry.isPage()) {
+        if (before == nullptr || entry.page != before->page || entry.selectsPage()) {
             print(pageLine(summary, entry.page));
         }
         showEntry(entry);
@@ -228,7 +228,7 @@ void showJson(const PmFile& file)
 
 int show(const std::string& path, bool asJson)
 {
-    const auto file = loadFile(path);
+    const auto file = loadOrTell(path);
     if (file == nullptr) {
         return STATUS_TROUBLE;
     }

@@ -11,15 +11,15 @@ namespace {
 bool isPermitted(const Entry& entry, std::uint32_t access, int pageBeforeTheFirst)
 {
     const int page = entry.page == NO_PAGE ? pageBeforeTheFirst : entry.page;
-    return entry.row != nullptr && isPage(page) && (accessOn(*entry.row, page) & access) != 0;
+    return entry.row != nullptr && catalogue::isPage(page)
+           && (accessOn(*entry.row, page) & access) != 0;
 }
 
 bool isOwnSetting(const Row& row, int page)
 {
     constexpr std::uint32_t BOTH = ACCESS_READ | ACCESS_WRITE;
-    const bool isShared = row.deviceAccess != Command::NO;
     return row.kind == Kind::SETTING && row.format != Format::TEXT && row.format != Format::VERSION
-           && (accessOn(row, page) & BOTH) == BOTH && isShared == (page == Command::ALL_PAGES);
+           && (accessOn(row, page) & BOTH) == BOTH && isShared(row) == (page == Command::ALL_PAGES);
 }
 
 } // namespace

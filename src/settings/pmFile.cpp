@@ -58,7 +58,7 @@ void PmFile::findEntries(const std::string& digits)
                     walk.offset(), std::prev(record)->line,
                     walk.code(),   row == nullptr ? -1 : index++,
                     page,          walk.findFault().empty()};
-        if (entry.isPage() && entry.isValue()) {
+        if (entry.selectsPage() && entry.isValue()) {
             page = entry.page = entry.data[0];
         }
         entries.push_back(entry);
@@ -70,104 +70,49 @@ std::string PmFile::faultOf(const Entry& entry) const
     return pmDataFile::findEntryFault(bytes.size() - entry.offset, bytes[entry.offset], entry.code);
 }
 
-bool requireEntries(const PmFile& file)
+bool hasEntries(const PmFile& file, std::string& error)
 {
     if (file.entries.empty()) {
-        tell(file.name + ": contains no entries");
+        error = file.name + ": contains no entries";
     }
     return !file.entries.empty();
 }
 
-bool requireLoadable(const PmFile& file)
+bool isLoadable(const PmFile& file, std::string& error)
 {
     for (const RecordLine& record : file.records) {
         if (record.record.fault != nullptr) {
-            tell(file.name, record.line, formatted("the line %s", record.record.fault));
+            error = formatted("%s:%u: the line %s", file.name.c_str(), record.line,
+                              record.record.fault);
             return false;
         }
     }
     for (const Entry& entry : file.entries) {
         if (!entry.isWhole) {
-            tell(file.name, entry.line,
-                 formatted("the entry at byte %zu %s", entry.offset, file.faultOf(entry).c_str()));
+            error = formatted("%s:%u: the entry at byte %zu %s", file.name.c_str(), entry.line,
+                              entry.offset, file.faultOf(entry).c_str());
             return false;
         }
     }
-    return requireEntries(file);
+    return hasEntries(file, error);
 }
 
-std::unique_ptr<PmFile> loadFile(const std::string& path)
+std::unique_ptr<PmFile> loadFile(const std::string& path, std::string& error)
 {
     std::string text;
-    if (!readText(path, text)) {
+    if (!readText(path, text, error)) {
         return nullptr;
     }
     auto file = std::make_unique<PmFile>(path, std::move(text));
-    return requireLoadable(*file) ? std::move(file) : nullptr;
+    return isLoadable(*file, error) ? std::move(file) : nullptr;
 }
 
-bool isPage(int page)
+std::unique_ptr<PmFile> loadOrTell(const std::string& path)
 {
-    const auto byte = static_cast<std::uint8_t>(page);
-    return page == byte
-           && (Command::isChannelPage(byte) || Command::isTemperaturePage(byte)
-               || Command::isAllPages(byte));
-}
-
-int registerPage(const Entry& entry)
-{
-    const bool shared = entry.row != nullptr && entry.row->deviceAccess != Command::NO
-                        && entry.code != Operation::CODE;
-    return shared ? Command::ALL_PAGES : entry.page;
-}
-
-std::string pageName(int page)
-{
-    constexpr int FIRST_SENSOR_PAGE = 13;
-    if (page == NO_PAGE) {
-        return "before the first page";
+    std::string error;
+    auto file = loadFile(path, error);
+    if (file == nullptr) {
+        tell(error);
     }
-    if (page == Command::ALL_PAGES) {
-        return "device";
-    }
-    const auto byte = static_cast<std::uint8_t>(page);
-    if (Command::isChannelPage(byte)) {
-        return formatted("channel %d", page);
-    }
-    return Command::isTemperaturePage(byte) ? formatted("sensor %d", page - FIRST_SENSOR_PAGE)
-                                            : formatted("page %d", page);
-}
-
-std::string commandName(const Entry& entry)
-{
-    if (entry.row != nullptr) {
-        return entry.row->name.text;
-    }
-    return formatted("command %02X", entry.code);
-}
-
-std::string placeName(int page)
-{
-    return (page == Command::ALL_PAGES ? "the " : "") + pageName(page);
-}
-
-std::string registerName(const Entry& entry)
-{
-    const int page = registerPage(entry);
-    return commandName(entry) + (page == NO_PAGE ? " " : " of ") + placeName(page);
-}
-
-bool isFactoryValue(const Entry& entry)
-{
-    for (unsigned int i = 0; i < entry.row->size; ++i) {
-        if (entry.data[i] != factoryByte(*entry.row, i)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool isIdentity(const Entry& entry)
-{
-    return entry.row != nullptr && entry.row->format == catalogue::Format::TEXT;
+    return file;
 }

@@ -9,33 +9,13 @@
 #include <string_view>
 #include <vector>
 
-#include "commandCatalogue.h"
+#include "entry.h"
 #include "pmDataFile.h"
-
-/// Before the first PAGE entry of a file, no page is selected.
-inline constexpr int NO_PAGE = -1;
 
 struct RecordLine {
     pmDataFile::Record record;
     std::string_view text;
     unsigned int line;
-};
-
-struct Entry {
-    const catalogue::Row* row; ///< null: unknown
-    std::span<const std::uint8_t> data;
-    std::size_t offset; ///< of its first byte in the data
-    unsigned int line;  ///< in which it begins
-    unsigned int code;
-    int index; ///< as pmadmin prints it, counted from 0; -1 if the code is unknown
-    int page;  ///< the page it applies to, its own value if it is a PAGE entry; or NO_PAGE
-    bool isWhole;
-
-    bool isPage() const { return code == Page::CODE; }
-    /// Whether it has the data that its command takes.
-    bool isValue() const { return row != nullptr && row->size > 0 && isWhole; }
-    /// The data that its command takes, without surplus bytes.
-    std::span<const std::uint8_t> value() const { return data.first(row->size); }
 };
 
 /// A file's text and what it says. Records and entries refer to the text and the bytes in it, so
@@ -61,36 +41,14 @@ private:
     void findEntries(const std::string& digits);
 };
 
-/// False, with a message, if the file has no entry.
-bool requireEntries(const PmFile& file);
+/// False, with the reason in `error`, if the file has no entry.
+bool hasEntries(const PmFile& file, std::string& error);
 
-/// False, with a message, unless pmadmin loads the file and it has an entry.
-bool requireLoadable(const PmFile& file);
+/// False, with the reason in `error`, unless pmadmin loads the file and it has an entry.
+bool isLoadable(const PmFile& file, std::string& error);
 
-/// Reads a file that is loadable. Null, with a message, if it is not.
-std::unique_ptr<PmFile> loadFile(const std::string& path);
+/// Reads a file that is loadable. Null, with the reason in `error`, if it is not.
+std::unique_ptr<PmFile> loadFile(const std::string& path, std::string& error);
 
-/// Whether the chip has the page.
-bool isPage(int page);
-
-/// The page that identifies the register: 255 for those common to the device, for others the
-/// entry's own.
-int registerPage(const Entry& entry);
-
-/// "channel 3", "sensor 0", "device", "page 12", "before the first page".
-std::string pageName(int page);
-
-/// The name of an entry's command; "command 05" if it is unknown.
-std::string commandName(const Entry& entry);
-
-/// As in a sentence: "channel 3", "the device".
-std::string placeName(int page);
-
-/// "VOUT_OV_WARN_LIMIT of channel 3".
-std::string registerName(const Entry& entry);
-
-/// Whether the entry sets its register to the factory value.
-bool isFactoryValue(const Entry& entry);
-
-/// Whether the register identifies this one device and differs from chip to chip.
-bool isIdentity(const Entry& entry);
+/// The same, with the reason as a message.
+std::unique_ptr<PmFile> loadOrTell(const std::string& path);

@@ -16,9 +16,6 @@ namespace {
 constexpr std::uint8_t MAKER = 0x4D;
 constexpr std::uint8_t NO_ANSWER = 0xFF;
 
-/// MFR_MODEL of the only model on which MFR_CHANNEL_NOMINAL can't be read back.
-constexpr std::uint8_t MODEL_WITHOUT_NOMINAL = 0x57;
-
 /// How often a page is read until it stays selected, and a register until two readings agree.
 constexpr int PAGE_ATTEMPTS = 10;
 constexpr int READINGS = 3;

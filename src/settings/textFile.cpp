@@ -169,7 +169,7 @@ void tellExisting(const std::string& path)
 
 } // namespace
 
-bool readText(const std::string& path, std::string& text)
+bool readText(const std::string& path, std::string& text, std::string& error)
 {
     const bool standard = path == "-";
     const int fd = standard ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -178,9 +178,9 @@ bool readText(const std::string& path, std::string& text)
         closeKeepingErrno(fd);
     }
     if (reading == Reading::FAILED) {
-        tellReason(path + ": cannot be read");
+        error = path + ": cannot be read: " + std::strerror(errno);
     } else if (reading == Reading::TOO_LARGE) {
-        tell(path + ": is too large for a PM data file");
+        error = path + ": is too large for a PM data file";
     }
     return reading == Reading::WHOLE;
 }

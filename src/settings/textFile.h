@@ -4,8 +4,9 @@
 #include <string>
 #include <vector>
 
-/// Reads a file, or standard input for "-". False, with a message, if it can't be read whole.
-bool readText(const std::string& path, std::string& text);
+/// Reads a file, or standard input for "-". False, with the reason in `error`, if
+/// it can't be read whole.
+bool readText(const std::string& path, std::string& text, std::string& error);
 
 /// What to do with an existing file.
 enum class Existing { REPLACE, KEEP };

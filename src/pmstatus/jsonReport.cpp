@@ -1,0 +1,122 @@
+#include <nlohmann/json.hpp>
+
+#include "commandCatalogue.h"
+#include "report.h"
+#include "values.h"
+
+// As in pmfile show --json: keys in the order in which they are written.
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr double MILLI = 1000;
+constexpr double CENTI = 100;
+
+Json nameOf(const RailReport& report)
+{
+    return report.name.empty() ? Json(nullptr) : Json(report.name);
+}
+
+/// A number of `steps` to the unit.
+Json orNull(std::optional<int> number, double steps)
+{
+    return number ? Json(*number / steps) : Json(nullptr);
+}
+
+Json textsOf(const std::vector<Complaint>& complaints)
+{
+    Json texts = Json::array();
+    for (const Complaint& complaint : complaints) {
+        texts.push_back(complaint.text);
+    }
+    return texts;
+}
+
+Json supplyObject(const RailReport& report, bool givesNominal)
+{
+    const Rail& rail = *report.rail;
+    const auto volts = [&](std::uint8_t code) { return rail.value(code) / MILLI; };
+    return {{"channel", rail.page},
+            {"name", nameOf(report)},
+            {"volts", rail.reading() / MILLI},
+            {"nominal", givesNominal ? Json(volts(MfrChannelNominal::CODE)) : Json(nullptr)},
+            {"lowest", orNull(rail.lowest(), MILLI)},
+            {"highest", orNull(rail.highest(), MILLI)},
+            {"running", rail.isRunning()},
+            {"state", stateName(report.state())},
+            {"complaints", textsOf(report.complaints)}};
+}
+
+Json sensorObject(const RailReport& report)
+{
+    const Rail& rail = *report.rail;
+    const bool isMeasured = isTemperature(rail.reading());
+    return {{"sensor", sensorNumber(rail.page)},
+            {"name", nameOf(report)},
+            {"celsius", isMeasured ? Json(rail.reading() / CENTI) : Json(nullptr)},
+            {"highest", orNull(rail.highest(), CENTI)},
+            {"state", stateName(report.state())},
+            {"complaints", textsOf(report.complaints)}};
+}
+
+Json crossingObject(const Crossing& crossing, bool withEntries)
+{
+    const catalogue::Row& limit = *catalogue::find(crossing.limit);
+    const bool isChannel = Command::isChannelPage(static_cast<std::uint8_t>(crossing.page));
+    const double steps = limit.format == catalogue::Format::RATIO ? RATIO_ONE
+                         : isChannel                              ? MILLI
+                                                                  : CENTI;
+    Json object = {
+        {isChannel ? "channel" : "sensor", isChannel ? crossing.page : sensorNumber(crossing.page)},
+        {"limit", limit.name.text},
+        {"value", crossing.value / steps},
+        {"bound", crossing.bound / steps},
+        {"state", stateName(crossing.state)},
+        {"file", crossing.file}};
+    if (withEntries) {
+        object["first"] = crossing.firstIndex;
+        object["last"] = crossing.lastIndex;
+    }
+    return object;
+}
+
+Json crossingList(const std::vector<Crossing>& crossings, bool withEntries)
+{
+    Json list = Json::array();
+    for (const Crossing& crossing : crossings) {
+        list.push_back(crossingObject(crossing, withEntries));
+    }
+    return list;
+}
+
+} // namespace
+
+std::string jsonReport(const Report& report, const std::string& time)
+{
+    const ChipState& chip = *report.chip;
+    Json object = Json::object();
+    if (!time.empty()) {
+        object["time"] = time;
+    }
+    object["settings"] = chip.settingsVersion;
+    object["state"] = stateName(report.state());
+    object["statusWord"] = chip.statusWord();
+    object["statusCml"] = chip.device.at(StatusCML::CODE);
+    object["statusMfrSpecific"] = chip.device.at(StatusMfrSpecific::CODE);
+    object["writeProtect"] = chip.device.at(WriteProtect::CODE);
+    object["supplies"] = Json::array();
+    object["sensors"] = Json::array();
+    for (const RailReport& supply : report.supplies) {
+        object["supplies"].push_back(supplyObject(supply, chip.givesNominal));
+    }
+    for (const RailReport& sensor : report.sensors) {
+        object["sensors"].push_back(sensorObject(sensor));
+    }
+    if (report.forecast) {
+        object["atEnd"] = crossingList(report.forecast->atEnd, false);
+        object["whileWritten"] = crossingList(report.forecast->whileWritten, true);
+        object["sincePeaks"] = crossingList(report.forecast->sincePeaks, false);
+    }
+    // Names may have bytes that are no UTF-8; they don't keep the rest from being read.
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+}

@@ -1,0 +1,37 @@
+#include "entry.h"
+
+#include "text.h"
+
+int registerPage(const Entry& entry)
+{
+    return entry.row != nullptr && isShared(*entry.row) ? Command::ALL_PAGES : entry.page;
+}
+
+std::string commandName(const Entry& entry)
+{
+    if (entry.row != nullptr) {
+        return entry.row->name.text;
+    }
+    return formatted("command %02X", entry.code);
+}
+
+std::string registerName(const Entry& entry)
+{
+    const int page = registerPage(entry);
+    return commandName(entry) + (page == NO_PAGE ? " " : " of ") + placeName(page);
+}
+
+bool isFactoryValue(const Entry& entry)
+{
+    for (unsigned int i = 0; i < entry.row->size; ++i) {
+        if (entry.data[i] != factoryByte(*entry.row, i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isIdentity(const Entry& entry)
+{
+    return entry.row != nullptr && entry.row->format == catalogue::Format::TEXT;
+}

@@ -1,0 +1,28 @@
+// The lines of a list, the readable form of a PM data file: comments, words, and the sections that
+// begin a page and name it. Lists are read with it, and the names of supplies.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "pages.h"
+
+/// The text of a list without the mark with which some editors begin a file.
+std::string_view withoutByteOrderMark(std::string_view text);
+
+/// Removes the first word from `text` and returns it. Empty if there is none.
+std::string_view takeWord(std::string_view& text);
+
+/// The line without its comment; a # within quotes does not begin one.
+std::string_view withoutComment(std::string_view line);
+
+/// What a line such as "[channel 3 CORE_2V5]" begins.
+struct Section {
+    int page;
+    std::string_view name; ///< of what is on the page; often empty
+};
+
+/// Reads a section line, which begins with "[". Empty, with what would be right in `error`, if it
+/// is none.
+std::optional<Section> parseSection(std::string_view line, std::string& error);
