@@ -10,6 +10,7 @@
 #include "messages.h"
 #include "pmFile.h"
 #include "provedChip.h"
+#include "selectedPage.h"
 #include "textFile.h"
 
 using catalogue::Format;
@@ -140,7 +141,9 @@ bool readSettings(std::vector<PagePlan> plans, Bytes& bytes)
     if (!lock.isHeld()) {
         return fail(lock.error());
     }
-    const auto chip = ProvedChip::open(BUS, lock, error);
+    const auto chip = SelectedPage::find(BUS, error) == nullptr
+                          ? nullptr
+                          : ProvedChip::open(BUS, lock, error);
     if (chip == nullptr) {
         return fail(error);
     }

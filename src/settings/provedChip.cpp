@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "chipProbe.h"
-#include "pmFile.h"
+#include "pages.h"
 #include "text.h"
+#include "versionRecord.h"
 
 namespace {
 
@@ -28,9 +28,6 @@ constexpr useconds_t PAGE_PAUSE_US = 100;
 
 std::unique_ptr<ProvedChip> ProvedChip::open(int bus, ChipLock& lock, std::string& error)
 {
-    if (!probeSelectedPage(bus, error)) {
-        return nullptr;
-    }
     if (!lock.isHeld()) { // a start writes PAGE
         error = lock.error();
         return nullptr;
@@ -122,26 +119,52 @@ bool ProvedChip::isSelected(std::uint8_t page, bool& selected, std::string& erro
     return true;
 }
 
+std::string ProvedChip::settingsVersion() const
+{
+    return formatted("%d.%d", majorVersion(m_mfrDate), minorVersion(m_mfrDate));
+}
+
+bool ProvedChip::readOnce(const catalogue::Row& row, std::uint8_t page, Bytes& value,
+                          std::string& error) const
+{
+    const std::unique_ptr<Command> command(Command::create(row.code));
+    if (!command->read(m_fd, page)) {
+        const int reason = errno;
+        error = formatted("%s of %s can't be read: %s", row.name.text, placeName(page).c_str(),
+                          std::strerror(reason));
+        return false;
+    }
+    value.resize(row.size);
+    command->getData(value.data());
+    return true;
+}
+
+bool ProvedChip::clearFaults(std::string& error) const
+{
+    ClearFaults clearing;
+    if (!clearing.write(m_fd, Command::ALL_PAGES)) {
+        const int reason = errno;
+        error = formatted("CLEAR_FAULTS can't be sent: %s", std::strerror(reason));
+        return false;
+    }
+    return true;
+}
+
 bool ProvedChip::readTwice(const catalogue::Row& row, std::uint8_t page, Bytes& value,
                            std::string& error) const
 {
-    const std::unique_ptr<Command> command(Command::create(row.code));
     value.clear();
     for (int reading = 0; reading < READINGS; ++reading) {
-        if (!command->read(m_fd, page)) {
-            const int reason = errno;
-            error = formatted("%s of %s can't be read: %s", row.name.text, pageName(page).c_str(),
-                              std::strerror(reason));
+        Bytes now;
+        if (!readOnce(row, page, now, error)) {
             return false;
         }
-        Bytes now(row.size);
-        command->getData(now.data());
         if (now == value) {
             return true;
         }
         value = now;
     }
     error =
-        formatted("%s of %s reads differently each time", row.name.text, pageName(page).c_str());
+        formatted("%s of %s reads differently each time", row.name.text, placeName(page).c_str());
     return false;
 }

@@ -30,7 +30,6 @@ constexpr Unit UNITS[] = {
     {Format::CELSIUS, "°C", 100, 2, 0, -0x8000, {"C", "degC", "deg C", "℃"}},
 };
 constexpr int HIGHEST = 0x7FFF;
-constexpr double RATIO_ONE = 32767;
 
 /// The bytes of the version record that hold versions; the rest has no meaning.
 constexpr std::size_t VERSION_BYTES = 3;

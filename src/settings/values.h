@@ -10,6 +10,9 @@
 
 #include "commandCatalogue.h"
 
+/// The number of the ratio 1.
+inline constexpr double RATIO_ONE = 32767;
+
 /// The value as in a list; in hexadecimal if its unit can't express it. readValue turns the text
 /// back into the value. Empty for a command without data.
 std::string valueText(const catalogue::Row& row, std::span<const std::uint8_t> value);
