@@ -23,9 +23,9 @@ APT_WAIT_S=5
 # CMake looks for.
 command_of() {
     case $1 in
-    lib* | python3-* | googletest) ;;
-    binutils) echo readelf ;;
     dpkg-dev) echo dpkg-architecture ;;
+    *-dev | python3-* | googletest) ;;
+    binutils) echo readelf ;;
     g++-*) echo "${1#g++-}-g++" ;;
     gnuplot-nox) echo gnuplot ;;
     i2c-tools) echo i2cdetect ;;

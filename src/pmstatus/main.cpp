@@ -207,7 +207,7 @@ int run(int argc, char** argv)
         return tellUnknown(task.options, wrong + " (see pmstatus --help)");
     }
     if (task.options.help || task.options.version) {
-        print(task.options.help ? HELP : "pmstatus " PM_VERSION "\n");
+        print(task.options.help ? HELP : "pmstatus " PMSTATUS_VERSION "\n");
         return flushOutput() ? 0 : STATUS_UNKNOWN;
     }
     std::string error;
