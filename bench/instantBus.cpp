@@ -30,7 +30,7 @@ constexpr const char* WAITS_VARIABLE = "INSTANT_BUS_WAITS";
 
 virtualboard::BoardState* g_board = nullptr;
 int g_busFd = -1;
-unsigned g_address = 0; ///< that g_busFd is bound to
+unsigned int g_address = 0; ///< that g_busFd is bound to
 
 int openBoard(int flags)
 {
@@ -102,10 +102,10 @@ INTERPOSED int usleep(useconds_t microseconds)
     return waits ? next<int(useconds_t)>("usleep")(microseconds) : 0;
 }
 
-INTERPOSED unsigned sleep(unsigned seconds)
+INTERPOSED unsigned int sleep(unsigned int seconds)
 {
     const bool waits = std::getenv(WAITS_VARIABLE) != nullptr;
-    return waits ? next<unsigned(unsigned)>("sleep")(seconds) : 0;
+    return waits ? next<unsigned int(unsigned int)>("sleep")(seconds) : 0;
 }
 
 } // extern "C"

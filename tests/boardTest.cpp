@@ -50,7 +50,7 @@ std::string carryOut(Session& session, const std::string& story)
         }
     }
     i2c_rdwr_ioctl_data request{messages, messages[1].len > 0 ? 2U : 1U};
-    unsigned address = 0;
+    unsigned int address = 0;
     if (deviceRequest(std::bind_front(transfer, std::ref(session)), I2C_RDWR, &request, address) < 0) {
         return strerrorname_np(errno);
     }

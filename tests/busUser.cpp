@@ -34,7 +34,7 @@ int readId(int fd)
 
 void say(int fd)
 {
-    std::printf("%x ", static_cast<unsigned>(readId(fd)));
+    std::printf("%x ", static_cast<unsigned int>(readId(fd)));
     std::fflush(stdout);
 }
 
@@ -98,7 +98,7 @@ void printIntoTheBus()
     ioctl(fd, I2C_SLAVE, 0x74L);
     std::printf("***");
     std::fflush(stdout);
-    std::fprintf(stderr, "%x\n", static_cast<unsigned>(readId(fd)));
+    std::fprintf(stderr, "%x\n", static_cast<unsigned int>(readId(fd)));
     std::printf(" File");
 }
 

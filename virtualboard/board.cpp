@@ -44,11 +44,11 @@ NumberBytes checksumOf(const BoardState& state, std::size_t count)
 bool writeState(int fd, BoardState& state)
 {
     state.checksum = checksumOf(state, offsetof(BoardState, checksum));
-    const ssize_t written = pwrite(fd, &state, sizeof state, 0);
-    if (written >= 0 && written != ssize_t{sizeof state}) {
+    const ssize_t written = pwrite(fd, &state, sizeof(state), 0);
+    if (written >= 0 && written != ssize_t{sizeof(state)}) {
         errno = ENOSPC;
     }
-    return written == ssize_t{sizeof state};
+    return written == ssize_t{sizeof(state)};
 }
 
 BoardState makeFactoryState()
@@ -111,7 +111,7 @@ void BoardAccess::load()
     struct stat status = {};
     ssize_t count = -1;
     if (fstat(m_lock.fd(), &status) == 0 && S_ISREG(status.st_mode)) {
-        count = pread(m_lock.fd(), &m_state, sizeof m_state, 0);
+        count = pread(m_lock.fd(), &m_state, sizeof(m_state), 0);
     }
     const std::size_t size = sizeOf(m_state.format);
     if (count <= ssize_t{offsetof(BoardState, format)} || m_state.magic != MAGIC
@@ -123,9 +123,9 @@ void BoardAccess::load()
         m_error = m_path + " is a board's memory of another version of virtual-board";
         return;
     }
-    const NumberBytes expected = checksumOf(m_state, size - sizeof m_state.checksum);
+    const NumberBytes expected = checksumOf(m_state, size - sizeof(m_state.checksum));
     if (m_state.format == FORMAT_WITHOUT_SUPPLIES) {
-        std::memcpy(&m_state.checksum, &m_state.supplies, sizeof m_state.checksum);
+        std::memcpy(&m_state.checksum, &m_state.supplies, sizeof(m_state.checksum));
         m_state.supplies = {};
         m_state.format = FORMAT;
     }
@@ -167,7 +167,7 @@ key_t BoardAccess::privateKey(key_t key) const
 
 bool BoardAccess::save()
 {
-    if (std::memcmp(&m_state, &m_saved, sizeof m_state) == 0) {
+    if (std::memcmp(&m_state, &m_saved, sizeof(m_state)) == 0) {
         return true;
     }
     if (!writeState(m_lock.fd(), m_state)) {

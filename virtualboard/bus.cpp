@@ -31,7 +31,7 @@ struct Wire {
     void start(const i2c_msg& message)
     {
         char start[12];
-        std::snprintf(start, sizeof start, "%s %02X%c", text.empty() ? "S" : " Sr", message.addr,
+        std::snprintf(start, sizeof(start), "%s %02X%c", text.empty() ? "S" : " Sr", message.addr,
                       isRead(message) ? 'r' : 'w');
         text += start;
         bytes += 1;
@@ -237,7 +237,7 @@ void Transfer::receive(const i2c_msg& message, std::size_t from, std::size_t cou
 {
     m_chip.send(message.buf + from, count, from);
     if (const Fault* stuck = strikingFault(m_session, FaultKind::STUCK, m_named, m_chip.page())) {
-        for (std::size_t i = from; i < from + count && i < sizeof stuck->mask; ++i) {
+        for (std::size_t i = from; i < from + count && i < sizeof(stuck->mask); ++i) {
             const auto mask = static_cast<std::uint8_t>(stuck->mask >> (8 * i));
             const auto value = static_cast<std::uint8_t>(stuck->value >> (8 * i));
             message.buf[i] = static_cast<std::uint8_t>((message.buf[i] & ~mask) | (value & mask));

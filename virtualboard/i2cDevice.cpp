@@ -25,17 +25,17 @@ int fail(int error)
     return -1;
 }
 
-int bind(unsigned long wanted, unsigned& address)
+int bind(unsigned long wanted, unsigned int& address)
 {
     if (wanted > LAST_ADDRESS) {
         return fail(EINVAL);
     }
-    address = static_cast<unsigned>(wanted);
+    address = static_cast<unsigned int>(wanted);
     return 0;
 }
 
 // A message of an SMBus transaction.
-i2c_msg message(unsigned address, bool read, std::uint8_t* bytes, std::size_t size)
+i2c_msg message(unsigned int address, bool read, std::uint8_t* bytes, std::size_t size)
 {
     return {static_cast<std::uint16_t>(address), static_cast<std::uint16_t>(read ? I2C_M_RD : 0),
             static_cast<std::uint16_t>(size), bytes};
@@ -52,7 +52,7 @@ int carryOut(const TransferFunction& transfer, i2c_msg* messages, std::size_t co
 // that is written, then one that is read.
 
 int writeSmbus(const TransferFunction& transfer, const i2c_smbus_ioctl_data& request,
-               unsigned address)
+               unsigned int address)
 {
     std::array<std::uint8_t, I2C_SMBUS_BLOCK_MAX + 2> bytes{request.command};
     std::size_t size = 1;
@@ -83,7 +83,7 @@ int writeSmbus(const TransferFunction& transfer, const i2c_smbus_ioctl_data& req
 }
 
 int readSmbus(const TransferFunction& transfer, const i2c_smbus_ioctl_data& request,
-              unsigned address)
+              unsigned int address)
 {
     std::uint8_t code = request.command;
     i2c_smbus_data data = {};
@@ -119,7 +119,7 @@ int readSmbus(const TransferFunction& transfer, const i2c_smbus_ioctl_data& requ
 }
 
 int smbusRequest(const TransferFunction& transfer, const i2c_smbus_ioctl_data& request,
-                 unsigned address)
+                 unsigned int address)
 {
     const bool reads = request.read_write == I2C_SMBUS_READ;
     const bool bare = request.size == I2C_SMBUS_QUICK || (request.size == I2C_SMBUS_BYTE && !reads);
@@ -145,7 +145,7 @@ int smbusRequest(const TransferFunction& transfer, const i2c_smbus_ioctl_data& r
 // 0, or why the kernel refuses the message.
 int checkMessage(const i2c_msg& message)
 {
-    constexpr unsigned KNOWN = I2C_M_RD | I2C_M_RECV_LEN | I2C_M_DMA_SAFE;
+    constexpr unsigned int KNOWN = I2C_M_RD | I2C_M_RECV_LEN | I2C_M_DMA_SAFE;
     if (message.len > MESSAGE_SIZE_MAX) {
         return EINVAL;
     }
@@ -183,7 +183,7 @@ int transferRequest(const TransferFunction& transfer, const i2c_rdwr_ioctl_data&
 } // namespace
 
 int deviceRequest(const TransferFunction& transfer, unsigned long request, void* argument,
-                  unsigned& address)
+                  unsigned int& address)
 {
     const auto number = reinterpret_cast<std::uintptr_t>(argument);
     switch (request) {

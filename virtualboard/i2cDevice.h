@@ -19,6 +19,6 @@ using TransferFunction = std::function<int(i2c_msg* messages, std::size_t count)
 /// the number of messages of I2C_RDWR. `address` is what the descriptor is bound to; it starts at
 /// 0.
 int deviceRequest(const TransferFunction& transfer, unsigned long request, void* argument,
-                  unsigned& address);
+                  unsigned int& address);
 
 } // namespace virtualboard

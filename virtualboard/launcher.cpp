@@ -121,7 +121,7 @@ std::string findStrayBytes(const std::filesystem::path& folder)
         file.seekg(begin);
         for (int i = 0; i < SHOWN && file.peek() != EOF; ++i) {
             char text[4];
-            std::snprintf(text, sizeof text, " %02X", static_cast<unsigned>(file.get()));
+            std::snprintf(text, sizeof(text), " %02X", static_cast<unsigned int>(file.get()));
             first += text;
         }
     }

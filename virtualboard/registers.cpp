@@ -38,7 +38,7 @@ int factoryNumber(const Register& reg, int copy)
 
 const Register* findRegister(int code)
 {
-    const catalogue::Row* row = catalogue::find(static_cast<unsigned>(code));
+    const catalogue::Row* row = catalogue::find(static_cast<unsigned int>(code));
     return row == nullptr ? nullptr : &REGISTERS[static_cast<std::size_t>(row - catalogue::ROWS)];
 }
 
@@ -46,7 +46,7 @@ void factoryValue(const Register& reg, int copy, std::uint8_t* bytes)
 {
     Register shown = reg;
     shown.factory = static_cast<std::uint16_t>(factoryNumber(reg, copy));
-    for (unsigned i = 0; i < reg.size; ++i) {
+    for (unsigned int i = 0; i < reg.size; ++i) {
         // The fault log reads as erased flash.
         bytes[i] = reg.code == MfrNvFaultLog::CODE ? 0xFF : factoryByte(shown, i);
     }

@@ -124,8 +124,8 @@ int makeRequest(const char* name, int fd, unsigned long request, void* argument)
         errno = EBUSY;
         return -1;
     }
-    const auto bound = static_cast<unsigned>(lseek64(fd, 0, SEEK_CUR) / BUS_FILE_STRIDE);
-    unsigned address = bound;
+    const auto bound = static_cast<unsigned int>(lseek64(fd, 0, SEEK_CUR) / BUS_FILE_STRIDE);
+    unsigned int address = bound;
     const int result =
         deviceRequest(std::bind_front(transfer, std::ref(session)), request, argument, address);
     if (address != bound) {

@@ -32,7 +32,7 @@ std::string logLine(int priority, const std::string& message)
             continue;
         }
         char octal[5];
-        std::snprintf(octal, sizeof octal, "#%03o", static_cast<unsigned>(byte));
+        std::snprintf(octal, sizeof(octal), "#%03o", static_cast<unsigned int>(byte));
         line += octal;
     }
     return line;

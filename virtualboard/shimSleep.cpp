@@ -19,8 +19,8 @@ namespace virtualboard {
 namespace {
 
 constexpr long NS_PER_S = 1000000000;
-constexpr unsigned US_PER_S = 1000000;
-constexpr unsigned NS_PER_US = 1000;
+constexpr unsigned int US_PER_S = 1000000;
+constexpr unsigned int NS_PER_US = 1000;
 constexpr double LONGEST_S = 2000000000; // fits a 32-bit time_t; "for ever" is more
 
 double toSeconds(const timespec& time)
@@ -107,12 +107,12 @@ INTERPOSED int nanosleep(const timespec* time, timespec* left)
     return 0;
 }
 
-INTERPOSED unsigned sleep(unsigned seconds)
+INTERPOSED unsigned int sleep(unsigned int seconds)
 {
     const timespec time = toTimespec(seconds);
     timespec left = {};
     nanosleep(&time, &left);
-    return static_cast<unsigned>(std::lround(toSeconds(left)));
+    return static_cast<unsigned int>(std::lround(toSeconds(left)));
 }
 
 INTERPOSED int usleep(useconds_t microseconds)

@@ -26,8 +26,8 @@ std::string describeDriver(int fd)
         return UNNAMED;
     }
     // The kernel's number of the bus, whatever its device is called, is the minor device number.
-    const std::string device =
-        formatted("%u-%04x", minor(status.st_rdev), unsigned{Command::CHIP_ADDRESS});
+    const std::string device = formatted("%u-%04x", minor(status.st_rdev),
+                                         static_cast<unsigned int>(Command::CHIP_ADDRESS));
     const std::string link = "/sys/bus/i2c/devices/" + device + "/driver";
     char target[PATH_MAX];
     const ssize_t length = readlink(link.c_str(), target, sizeof(target));
