@@ -27,6 +27,7 @@ BoardRun::BoardRun()
     const std::string build = EMULATOR " " + path("build");
     setenv("PMADMIN", (build + "/src/pmadmin").c_str(), 1);
     setenv("PMFILE", (build + "/src/pmfile").c_str(), 1);
+    setenv("PMSTATUS", (build + "/src/pmstatus").c_str(), 1);
     setenv("BUS_USER", (build + "/tests/busUser").c_str(), 1);
     setenv("VIRTUAL_BOARD", (build + "/virtualboard/virtual-board --board board").c_str(), 1);
     setenv("EXAMPLES", path("examples").c_str(), 1);

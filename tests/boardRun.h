@@ -29,9 +29,9 @@ protected:
     BoardRun();
     ~BoardRun() override;
 
-    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN, $PMFILE and $BUS_USER stand for
-    /// the programs, $VIRTUAL_BOARD for another launcher on it, $EXAMPLES for the folder of the example files; `build`
-    /// is the build's.
+    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN, $PMFILE, $PMSTATUS and $BUS_USER
+    /// stand for the programs, $VIRTUAL_BOARD for another launcher on it, $EXAMPLES for the folder of the example
+    /// files; `build` is the build's.
     Outcome run(const std::string& command, const std::string& boardOptions = "") const;
 
     /// A file in the test's own folder.

@@ -49,6 +49,9 @@ public:
 
     void write(const PmFile& file);
 
+    /// Of the supplies with undervoltage limits, how many don't run.
+    int countIdle() const;
+
 private:
     const char* findRefusal(const Entry& entry) const;
     void selectPage(const Entry& entry);
@@ -56,10 +59,12 @@ private:
     void setDevice(const Entry& entry, int number);
     void setRail(Course& course, const Entry& entry, int number);
     void follow(Course& course);
+    void checkRatio(Course& course);
     void judge(Course& course, const Entry& entry);
     void finish();
     void judgePeak(const Course& course, std::optional<int> seen, bool isUpper);
     bool isJudged(const Course& course, const Limit& limit) const;
+    bool isCrossed(const Course& course, const Limit& limit) const;
     void remarkChange(const Entry& entry, int page, int from, int to);
     Course* findCourse(int page);
 
@@ -75,7 +80,6 @@ Writing::Writing(const ChipState& chip, Forecast& result) : m_result(result), m_
 {
     for (const Rail& rail : chip.rails) {
         Course course{rail, rail, rail.isChannel() && rail.isRunning(), true, {}};
-        m_result.idle += rail.isChannel() && !course.runs ? 1 : 0;
         m_courses.push_back(course);
     }
 }
@@ -112,6 +116,7 @@ void Writing::write(const PmFile& file)
     m_chipPage = Command::ALL_PAGES;
     for (Course& course : m_courses) {
         course.crossings.clear();
+        checkRatio(course);
     }
     std::map<std::string, std::pair<unsigned int, int>> passedOver; // reason: first line, number
     for (const Entry& entry : file.entries) {
@@ -183,17 +188,30 @@ void Writing::follow(Course& course)
     if (!course.now.isChannel()) {
         return;
     }
-    const int from = course.before.value(VoutScaleMonitor::CODE);
-    const int to = course.now.value(VoutScaleMonitor::CODE);
-    course.isFollowed = course.isFollowed && from > 0 && to > 0;
+    checkRatio(course);
     if (course.isFollowed) {
-        course.now.readings = {rescaled(course.before.reading(), from, to)};
+        course.now.readings = {rescaled(course.before.reading(),
+                                        course.before.value(VoutScaleMonitor::CODE),
+                                        course.now.value(VoutScaleMonitor::CODE))};
+    }
+}
+
+void Writing::checkRatio(Course& course)
+{
+    if (!course.isFollowed || !course.now.isChannel()) {
+        return;
+    }
+    const int ratio = course.now.value(VoutScaleMonitor::CODE);
+    course.isFollowed = ratio > 0;
+    if (!course.isFollowed) {
+        m_result.atEnd.push_back(
+            {m_file, course.now.page, VoutScaleMonitor::CODE, ratio, 0, State::FAULT});
     }
 }
 
 void Writing::remarkChange(const Entry& entry, int page, int from, int to)
 {
-    if (entry.row->format != Format::BITS) {
+    if (entry.row->format != Format::BITS || entry.code == WriteProtect::CODE) {
         return;
     }
     const bool switches = maySwitch(entry.row->code);
@@ -205,19 +223,25 @@ void Writing::remarkChange(const Entry& entry, int page, int from, int to)
                                                 : "; what that does is not simulated")});
 }
 
+// Whether the limit counts: the ratio is known and, if it is an undervoltage limit, the supply
+// runs.
 bool Writing::isJudged(const Course& course, const Limit& limit) const
 {
+    return course.isFollowed && (limit.isUpper || (course.runs && !course.now.isExpectedOff));
+}
+
+// Whether what is measured now is beyond the limit: of a sensor, if it is a temperature.
+bool Writing::isCrossed(const Course& course, const Limit& limit) const
+{
     const Rail& rail = course.now;
-    if (!course.isFollowed || (!rail.isChannel() && !isTemperature(rail.reading()))) {
-        return false;
-    }
-    return !rail.isChannel() || limit.isUpper || (course.runs && !rail.isExpectedOff);
+    return isJudged(course, limit) && (rail.isChannel() || isTemperature(rail.reading()))
+           && isBeyond(rail, limit, rail.reading());
 }
 
 void Writing::judge(Course& course, const Entry& entry)
 {
     for (const Limit& limit : limitsOf(course.now)) {
-        if (!isJudged(course, limit) || !isBeyond(course.now, limit, course.now.reading())) {
+        if (!isCrossed(course, limit)) {
             continue;
         }
         const Crossing crossing{m_file,
@@ -240,12 +264,8 @@ void Writing::finish()
 {
     for (Course& course : m_courses) {
         const Rail& rail = course.now;
-        if (!course.isFollowed) {
-            m_result.atEnd.push_back({m_file, rail.page, VoutScaleMonitor::CODE,
-                                      rail.value(VoutScaleMonitor::CODE), 0, State::FAULT});
-        }
         for (const Limit& limit : limitsOf(rail)) {
-            if (isJudged(course, limit) && isBeyond(rail, limit, rail.reading())) {
+            if (isCrossed(course, limit)) {
                 m_result.atEnd.push_back({m_file, rail.page, limit.code, rail.reading(),
                                           rail.value(limit.code), limit.state});
                 course.crossings.erase(limit.code);
@@ -259,6 +279,17 @@ void Writing::finish()
         }
         judgePeak(course, course.before.highest(), true);
     }
+}
+
+int Writing::countIdle() const
+{
+    const auto isIdle = [](const Course& course) {
+        return course.now.isChannel() && !course.runs
+               && std::ranges::any_of(limitsOf(course.now), [&](const Limit& limit) {
+                      return !limit.isUpper && isSet(course.now, limit);
+                  });
+    };
+    return static_cast<int>(std::ranges::count_if(m_courses, isIdle));
 }
 
 void Writing::judgePeak(const Course& course, std::optional<int> seen, bool isUpper)
@@ -323,5 +354,6 @@ Forecast forecast(const ChipState& chip, const std::vector<std::unique_ptr<PmFil
     for (const auto& file : files) {
         writing.write(*file);
     }
+    result.idle = writing.countIdle();
     return result;
 }

@@ -24,7 +24,7 @@ struct Crossing {
     unsigned int firstLine = 0, lastLine = 0;
 };
 
-/// What is to be said besides, about a line of a file or, where that is 0, about all of it.
+/// What is to be said besides, about a line of a file.
 struct Remark {
     int file;
     unsigned int line;
@@ -37,7 +37,7 @@ struct Forecast {
     std::vector<Crossing> whileWritten; ///< and only until later entries are written
     std::vector<Crossing> sincePeaks;   ///< peaks that only the new limits would have noticed
     std::vector<Remark> remarks;
-    int idle = 0; ///< supplies that don't run; their undervoltage limits are not judged
+    int idle = 0; ///< supplies that don't run, and whose undervoltage limits are not judged
 
     State worst() const;
 };

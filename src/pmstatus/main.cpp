@@ -1,6 +1,7 @@
 // pmstatus: are the supplies well that the power monitor guards, and would they be with a new file?
 // One run reads the chip (readSupplies), judges what it read (judge, forecast) and tells it
 // (report, and a file for each form).
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 #include "names.h"
 #include "pmFile.h"
 #include "report.h"
+#include "signalsWait.h"
 #include "standardStreams.h"
 #include "text.h"
 #include "trace.h"
@@ -30,7 +32,7 @@ constexpr int STATUS_UNKNOWN = 3;
 /// Of the board on which pmstatus runs.
 constexpr const char* DEFAULT_NAMES = "/etc/pmfile/names";
 
-constexpr double MICROSECONDS_A_SECOND = 1e6;
+constexpr double NANOSECONDS_A_SECOND = 1e9;
 
 volatile std::sig_atomic_t g_isEnding = 0;
 
@@ -150,19 +152,22 @@ std::string timeText()
     return text;
 }
 
-void pause(double seconds)
+/// Lets the time pass, but ends at a signal that `mask` lets through, also if that came before.
+void pause(double seconds, const sigset_t& mask)
 {
     const double whole = std::floor(std::max(seconds, 0.0));
-    if (sleep(static_cast<unsigned int>(whole)) == 0 && g_isEnding == 0) {
-        usleep(static_cast<useconds_t>((std::max(seconds, 0.0) - whole) * MICROSECONDS_A_SECOND));
-    }
+    const timespec time = {
+        static_cast<time_t>(whole),
+        static_cast<long>((std::max(seconds, 0.0) - whole) * NANOSECONDS_A_SECOND)};
+    ppoll(nullptr, 0, &time, &mask);
 }
 
 double secondsNow()
 {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+    return static_cast<double>(now.tv_sec)
+           + static_cast<double>(now.tv_nsec) / NANOSECONDS_A_SECOND;
 }
 
 /// What ends a program ends the watching behind the block that is under way; who started it with a
@@ -174,7 +179,7 @@ void endBySignals()
         sigaction(signal, nullptr, &action);
         if (action.sa_handler != SIG_IGN) {
             action.sa_handler = [](int) { g_isEnding = 1; };
-            action.sa_flags = 0; // a sleep that is interrupted ends
+            action.sa_flags = 0;
             sigaction(signal, &action, nullptr);
         }
     }
@@ -185,6 +190,9 @@ void endBySignals()
 int watch(const Task& task)
 {
     endBySignals();
+    sigset_t mask;
+    sigprocmask(SIG_SETMASK, nullptr, &mask);
+    const SignalsWait signalsWait; // for the pause
     std::minstd_rand generator(std::random_device{}());
     std::uniform_real_distribution<double> moment(0, *task.options.watchSeconds);
     double interval = secondsNow();
@@ -194,7 +202,10 @@ int watch(const Task& task)
         const auto chip = readSupplies(task.options.reading, error);
         status = chip ? tellReport(task, *chip, timeText()) : tellUnknown(task.options, error);
         interval += *task.options.watchSeconds;
-        pause(interval + moment(generator) - secondsNow());
+        if (std::ferror(stdout) != 0) {
+            return STATUS_UNKNOWN; // whoever read it is gone
+        }
+        pause(interval + moment(generator) - secondsNow(), mask);
     } while (g_isEnding == 0);
     return status;
 }

@@ -221,7 +221,8 @@ std::string textReport(const Report& report, bool inColour)
         text += "\n" + tableText(rows);
     }
     if (report.forecast) {
-        text += "\n" + forecastText(report);
+        const std::string said = forecastText(report);
+        text += (said.empty() ? "" : "\n") + said;
     }
     return text + "\n" + coloured(report.state(), report.summary(), inColour) + "\n";
 }

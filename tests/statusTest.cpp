@@ -1,0 +1,173 @@
+// pmstatus as a whole program: what it says of supplies and sensors, in each form, and when it can't say anything.
+#include <filesystem>
+#include <regex>
+
+#include "boardRun.h"
+
+namespace {
+
+constexpr const char* NOMINAL = "--supply all=nominal";
+
+/// A board with the settings of board A and supplies that are well.
+class StatusTest : public BoardRun {
+protected:
+    StatusTest()
+    {
+        EXPECT_EQ(0, run("$PMADMIN -u $EXAMPLES/board-a.hex").status);
+        EXPECT_EQ(0, run("$PMSTATUS", NOMINAL).status);
+    }
+};
+
+TEST_F(StatusTest, StatesAndComplaints)
+{
+    const auto start = memory();
+    const std::string all = "12 supplies and 5 sensors: ";
+    // What was before, what is when pmstatus looks, its options, its status and line.
+    const std::tuple<std::string, std::string, std::string, int, std::string> cases[] = {
+        {"", "", "", 0, "all good"},
+        {"", "--supply 3=2.7", "", 0, "all good"},
+        {"", "--supply 3=2.701", "", 1,
+         "warning: channel 3: overvoltage warning (latched and present; 2.701 V is above 2.700 V)"},
+        {"--supply 3=2.701", "--supply 3=2.5", "", 1,
+         "warning: channel 3: overvoltage warning (latched; 2.500 V is within its limits)"},
+        {"--supply 3=2.25", "--supply 3=2.5", "--off 3", 1,
+         "warning: channel 3: undervoltage warning (latched; 2.500 V is within its limits)"},
+        {"", "--supply 3=2.9", "", 2,
+         "fault: channel 3: overvoltage fault (latched and present; 2.900 V is above 2.800 V), and 1 more complaint"},
+        {"", "--supply 3=0 --power-cycle", "", 1,
+         "warning: channel 3: off, or not watched yet (present; 0.000 V is below 2.200 V)"},
+        {"", "--supply 3=0 --power-cycle", "--off 2,3,sensor1", 0, "all good"},
+        {"", "--supply 3=0", "--off 3", 2,
+         "fault: channel 3: undervoltage fault (latched; it is expected to be off), and 1 more complaint"},
+        {"", "--sensor 1=106", "", 2,
+         "fault: sensor 1: overtemperature fault (latched and present; 106 °C is above 105 °C), and 1 more complaint"},
+        {"", "--sensor 1=faulty", "", 1, "warning: sensor 1: faulty sensor (present)"},
+        {"", "--sensor 1=faulty", "--off sensor1", 0, "all good"},
+        {"", "--sensor 1=disabled", "", 0, "all good"},
+        {"", "--fault stuck=79:FFFF=4800", "", 0, "good, but STATUS_WORD says: bit 14, power good negated"},
+        {"", "--fault stuck=7A@3:FF=04", "", 2,
+         "fault: channel 3: TON_MAX fault: it did not come up in time (latched)"},
+        {"--supply 3=none", "--fault stuck=8B@3:FFFF=0AF1", "", 2,
+         "fault: channel 3: overvoltage fault (present; 2.801 V is above 2.800 V)"},
+    };
+    for (const auto& [before, now, options, status, line] : cases) {
+        setMemory(start);
+        run("true", std::string(NOMINAL) + " --power-cycle --sensor 1=30");
+        run("$PMADMIN -a", before);
+        const Outcome outcome = run("$PMSTATUS --brief " + options, now);
+        EXPECT_EQ(all + line + "\n", outcome.output) << before << now;
+        EXPECT_EQ(status, outcome.status) << before << now;
+        EXPECT_EQ("", outcome.errors);
+    }
+}
+
+// Of random boards and files, always the same ones.
+TEST_F(StatusTest, AgreesWithAReference)
+{
+    std::filesystem::copy_file(REFERENCE, path("reference.py"));
+    const Outcome outcome = run(SLOW ? "python3 reference.py 1 2" : "python3 reference.py 1 20");
+    EXPECT_EQ("0", std::to_string(outcome.status) + outcome.errors);
+}
+
+TEST_F(StatusTest, InEachForm)
+{
+    write("names", "[channel 3 CORE_2V5]\n[sensor 1 \"A\\B\"]\nnothing else is looked at\n");
+    const std::string options = " --names names --off 0";
+    const std::string board = "--supply 3=2.701 --sensor 1=faulty --fault stuck=79:FFFF=8802";
+    const Outcome text = run("$PMSTATUS" + options, board);
+    for (const char* const part :
+         {"MAX34460, model 0x5A, settings 2.5\n",
+          "STATUS_WORD 0x8802 (output voltage, power good negated, communication)\n",
+          "\n      3  CORE_2V5   2.701 V       +8.0 %   2.500 V   2.701 V    2.300 V to 2.700 V    2.200 V to 2.800 V  "
+          "warning\n      overvoltage warning (latched and present; 2.701 V is above 2.700 V)\n",
+          "\n     1  \"A\\B\"    faulty         -          95 °C       105 °C  warning\n      faulty sensor "
+          "(present)\n",
+          "\n\n12 supplies and 5 sensors: warning: channel 3 CORE_2V5: overvoltage warning (latched and present; 2.701 "
+          "V is "
+          "above 2.700 V), and 1 more complaint\n"}) {
+        EXPECT_TRUE(text.output.find(part) != std::string::npos) << part << text.output;
+    }
+    write("read.py", R"py(
+import json, sys
+from prometheus_client.parser import text_string_to_metric_families as families
+shown = json.load(open("json"))
+core, sensor = shown["supplies"][3], shown["sensors"][1]
+assert [shown[k] for k in ("settings", "state", "statusWord", "writeProtect")] == ["2.5", "warning", 0x8802, 0]
+assert core == {"channel": 3, "name": "CORE_2V5", "volts": 2.701, "nominal": 2.5, "lowest": 2.5, "highest": 2.701,
+                "running": True, "state": "warning",
+                "complaints": ["overvoltage warning (latched and present; 2.701 V is above 2.700 V)"]}, core
+assert sensor["name"] == '"A\\B"' and sensor["celsius"] is None and sensor["highest"] is None
+metrics = {(s.name, *sorted(s.labels.items())): s.value for f in families(open("metrics").read()) for s in f.samples}
+label = ("channel", "3"), ("name", "CORE_2V5")
+assert metrics["pm_up",] == 1 and metrics["pm_info", ("model", "0x5A"), ("settings", "2.5")] == 1
+assert metrics["pm_supply_volts", *label] == 2.701 and metrics["pm_supply_state", *label] == 1
+assert metrics["pm_supply_limit_volts", label[0], ("limit", "ov_fault"), label[1]] == 2.8
+assert metrics["pm_sensor_state", ("name", '"A\\B"'), ("sensor", "1")] == 1
+assert ("pm_sensor_celsius", ("name", '"A\\B"'), ("sensor", "1")) not in metrics
+assert sum(name[0] == "pm_sensor_celsius" for name in metrics) == 4
+)py");
+    write("json", run("$PMSTATUS --json" + options, board).output);
+    EXPECT_EQ("12 supplies and 5 sensors: all good\n",
+              run("$PMSTATUS --all --brief", NOMINAL + std::string(" --power-cycle --sensor 1=30")).output);
+    EXPECT_EQ("0 supplies and 0 sensors: all good\n", run("$PMSTATUS --brief", "--board factory").output);
+    const Outcome without = run("$PMSTATUS --json", "--model 0x57");
+    EXPECT_NE(std::string::npos, without.output.find("\"nominal\":null")) << without.output;
+    if (run("/usr/bin/python3 -c 'import prometheus_client'").status != 0) {
+        GTEST_SKIP() << "python3-prometheus-client is not installed";
+    }
+    const Outcome metrics = run("sh -c '$PMSTATUS --prometheus" + options + " >metrics; /usr/bin/python3 read.py'",
+                                board + " --model 0x5A");
+    EXPECT_EQ("", metrics.errors);
+    EXPECT_EQ(0, metrics.status);
+}
+
+TEST_F(StatusTest, WhenItCannotTell)
+{
+    write("bad", "[channel 3 CORE\n");
+    const std::string help = " (see pmstatus --help)";
+    const std::tuple<const char*, const char*, std::string> cases[] = {
+        {"", "--fault absent", "the power monitor does not answer on /dev/i2c-0: No such device or address"},
+        {"", "--fault busy", "the address 0x74 of /dev/i2c-0 is taken by a kernel driver"},
+        {"--bus 1", "", "/dev/i2c-1 can't be opened: No such file or directory"},
+        {"", "--fault silent-after=300", "STATUS_WORD of the device can't be read: No such device or address"},
+        {"", "--fault code=43@4:nack", "VOUT_UV_WARN_LIMIT of channel 4 can't be read: No such device or address"},
+        {"", "--fault keep=00@4",
+         "channel 5 does not stay selected: the chip is write-protected, or another program uses it without the lock"},
+        {"", "--fault stuck=10:80=80",
+         "WRITE_PROTECT is 0x80 in the chip: it ignores PAGE, and only one page can be read"},
+        {"--names no", "", "no: cannot be read: No such file or directory"},
+        {"--names bad", "", "bad:1: a [section] ends with ]"},
+        {"--with no", "", "no: cannot be read: No such file or directory"},
+        {"--with bad", "", "bad:1: the line holds something other than hexadecimal digits"},
+        {"--off 12", "", "--off takes channels 0 to 11 and sensors sensor0 to sensor4, for example 3,7,sensor1" + help},
+        {"--off 3,", "", "--off takes channels 0 to 11 and sensors sensor0 to sensor4, for example 3,7,sensor1" + help},
+        {"--bus x", "", "--bus takes the number of an I2C bus, from 0 to 255" + help},
+        {"--watch 0", "", "--watch takes a number of seconds, from 1 to 86400" + help},
+        {"--watch 1 --clear", "", "--watch can't be given with --prometheus, --with or --clear" + help},
+        {"--clear --with x", "", "--clear can't be given with --with" + help},
+        {"--json", "", "only one of --brief, --json and --prometheus can be given" + help},
+        {"--with x --with x --with x", "", "--with can be given twice at most" + help},
+        {"--of", "", "option '--of' needs a value" + help},
+        {"--none", "", "there is no option '--none'" + help},
+        {"x", "", "expected options alone, not 'x'" + help},
+    };
+    const int page = 7;
+    for (const auto& [options, fault, message] : cases) {
+        run("$BUS_USER page " + std::to_string(page));
+        const Outcome outcome = run(std::string("$PMSTATUS --brief ") + options, fault);
+        EXPECT_EQ(3, outcome.status) << message;
+        EXPECT_EQ("pmstatus: " + message + "\n", outcome.errors);
+        EXPECT_EQ(outcome.errors.find("only one of") == std::string::npos ? "unknown: " + message + "\n" : "",
+                  outcome.output);
+        auto after = memory();
+        const bool isDeaf = std::regex_search(fault, std::regex("silent|keep"));
+        EXPECT_TRUE(isDeaf || page == *virtualboard::bytesOf(after.ram, Page::CODE, 0)) << message;
+    }
+    const Outcome full = run("sh -c '$PMSTATUS --clear >/dev/full'");
+    EXPECT_EQ("3pmstatus: standard output: No space left on device\n", std::to_string(full.status) + full.errors);
+    EXPECT_EQ(std::string::npos, full.bus.find("S 74w 03")) << "nothing is cleared that was not shown";
+    const Outcome absent = run("$PMSTATUS --prometheus", "--fault absent");
+    EXPECT_EQ("# HELP pm_up Whether the power monitor could be read.\n# TYPE pm_up gauge\npm_up 0\n", absent.output);
+}
+
+} // namespace
