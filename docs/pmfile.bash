@@ -9,11 +9,11 @@ _pmfile() {
         words=$(pmfile check --allow '' - </dev/null 2>&1 | sed -n 's/.*expected one of //; s/,//g; s/ or / /p')
     elif [[ $current == -* ]]; then
         case ${COMP_WORDS[1]} in
-        show) words=--json ;;
-        check) words=--allow ;;
-        diff) words=--settings ;;
+        show) words='--json --names' ;;
+        check) words='--allow --names' ;;
+        diff) words='--settings --names' ;;
         make) words='--allow -o' ;;
-        read) words='--like --no-identity --force -o' ;;
+        read) words='--bus --like --no-identity --force -o' ;;
         esac
     fi
     [[ -z $words ]] || mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")

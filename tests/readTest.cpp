@@ -58,6 +58,7 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
     write("like.hex", ":0A0000000100030242FF7F010180FF\n");
     const std::tuple<const char*, const char*, std::string> cases[] = {
         {"", "--fault open=ENOENT", "/dev/i2c-0 can't be opened: No such file or directory"},
+        {"--bus 7", "", "/dev/i2c-7 can't be opened: No such file or directory"},
         {"", "--fault busy", "the address 0x74 of /dev/i2c-0 is taken by a kernel driver"},
         {"", "--fault absent", silent},
         {"", "--fault silent-after=1",
@@ -131,10 +132,13 @@ TEST_F(ReadTest, WhereTheOutputGoes)
 {
     const std::string help = " (see pmfile --help)";
     write("a\"b\\c", m_good);
+    write("names", "[channel 3 CORE]\n[channel 4]\n");
     write("shown.py", R"(
 import json, sys
 shown = json.load(sys.stdin)
 assert shown["file"] == r'a"b\c' and len(shown["entries"]) == 247
+assert shown["names"] == [{"page": 3, "place": "channel 3", "name": "CORE"}]
+assert shown["entries"][60]["place"] == "channel 3"
 )");
     const std::tuple<const char*, int, std::string> cases[] = {
         {"$PMFILE --version", 0, ""},
@@ -148,6 +152,9 @@ assert shown["file"] == r'a"b\c' and len(shown["entries"]) == 247
         {"$PMFILE show --jason x", 2, "show has no option '--jason'" + help},
         {"$PMFILE show -x", 2, "show has no option '-x'" + help},
         {"$PMFILE check x --allow", 2, "option '--allow' needs a value" + help},
+        {"$PMFILE read --bus 256", 2, "--bus takes the number of an I2C bus, from 0 to 255" + help},
+        {"$PMFILE source --names list x", 2, "source has no option '--names'" + help},
+        {"$PMFILE diff --names no x y", 2, "no: cannot be read: No such file or directory"},
         {"$PMFILE make x -o", 2, "option '-o' needs a value" + help},
         {"$PMFILE check --allow no-nominal,address x", 2, ""},
         {"sh -c '$PMFILE show good.hex >/dev/full'", 2, "standard output: No space left on device"},
@@ -175,13 +182,30 @@ assert shown["file"] == r'a"b\c' and len(shown["entries"]) == 247
         {"sh -c '$PMFILE read -o closed.hex >&- 2>&- && cmp closed.hex good.hex'", 0, ""},
         {"sh -c 'echo \"[channel 0\" >bad; : >out; $PMFILE make bad -o out; test -s out'", 1,
          "bad:1: a [section] ends with ]\npmfile: out is left as it was"},
-        {"sh -c '$PMFILE show --json a*c | python3 shown.py'", 0, ""},
+        {"sh -c '$PMFILE show --json --names names a*c | python3 shown.py'", 0, ""},
     };
     for (const auto& [command, status, message] : cases) {
         const Outcome outcome = run(command);
         EXPECT_EQ(status, outcome.status) << command << outcome.errors;
         EXPECT_EQ(message.empty() ? "" : "pmfile: " + message + "\n", message.empty() ? "" : outcome.errors) << command;
         EXPECT_EQ(std::string::npos, outcome.errors.find("without a request")) << command;
+    }
+}
+
+// They stand beside every number; pages without a name are still told as ranges.
+TEST_F(ReadTest, NamesOfTheBoard)
+{
+    write("names", "[channel 1 AUX] # a comment\n[channel 3 CORE]\n[sensor 0 INLET]\nthe rest is not looked at\n");
+    const std::pair<const char*, const char*> cases[] = {
+        {"show --names names good.hex", "\npage 3: channel 3 CORE\n"},
+        {"diff --names names good.hex $EXAMPLES/small.hex",
+         "\nchannel 1 AUX: VOUT_OV_WARN_LIMIT: 5.400 V -> 5.350 V\n"},
+        {"check --names names $EXAMPLES/small.hex",
+         " of channel 2, channel 3 CORE, channels 4 to 11, sensors 1 to 4 and "},
+    };
+    for (const auto& [command, part] : cases) {
+        const std::string named = run(std::string("$PMFILE ") + command).output;
+        EXPECT_NE(std::string::npos, named.find(part)) << named;
     }
 }
 

@@ -169,7 +169,7 @@ bool isSection(const Entry& entry)
 /// The section line of a page: "[channel 3]".
 std::string sectionLine(int page)
 {
-    return formatted("[%s]\n", pageName(page).c_str());
+    return formatted("[%s]\n", pageNumberName(page).c_str());
 }
 
 /// The line of any other entry: a register's name and its value.

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,9 @@
 #include "diff.h"
 #include "list.h"
 #include "messages.h"
+#include "names.h"
 #include "readChip.h"
+#include "selectedPage.h"
 #include "show.h"
 #include "standardStreams.h"
 #include "text.h"
@@ -25,12 +28,12 @@ namespace {
 constexpr int TRACE_LEVEL = 4; // errors and warnings
 
 constexpr const char* HELP =
-    R"(Usage: pmfile show [--json] FILE
-       pmfile check [--allow NAME]... FILE...
-       pmfile diff [--settings] OLD NEW
+    R"(Usage: pmfile show [--json] [--names LIST] FILE
+       pmfile check [--allow NAME]... [--names LIST] FILE...
+       pmfile diff [--settings] [--names LIST] OLD NEW
        pmfile source FILE
        pmfile make [--allow NAME]... LIST [-o FILE]
-       pmfile read [--like FILE] [--no-identity] [--force] [-o FILE]
+       pmfile read [--bus N] [--like FILE] [--no-identity] [--force] [-o FILE]
        pmfile --help | --version
 
 Works with PM data files, the settings of a MAX34460 power monitor.
@@ -44,7 +47,9 @@ Works with PM data files, the settings of a MAX34460 power monitor.
 
   --json           print JSON, for programs
   --allow NAME     don't report this problem; all: none at all (repeatable)
+  --names LIST     show the names that the sections of this list have
   --settings       compare what the chip keeps in flash, and nothing else
+  --bus N          read the chip on /dev/i2c-N (default: 0)
   --like FILE      read only the settings that this file lists
   --no-identity    leave out MFR_LOCATION and MFR_SERIAL
   --force          replace an existing file
@@ -60,6 +65,8 @@ struct Arguments {
     bool json = false;
     bool settings = false;
     Allowed allowed;
+    std::optional<std::string> namesPath;
+    std::string bus = "0"; ///< as it was given
     ReadOptions read;
     std::vector<std::string> files;
 };
@@ -69,6 +76,8 @@ enum Option {
     JSON = 'j',
     ALLOW = 'a',
     SETTINGS = 's',
+    NAMES = 'N',
+    BUS = 'b',
     LIKE = 'l',
     NO_IDENTITY = 'n',
     FORCE = 'f',
@@ -78,6 +87,8 @@ enum Option {
 constexpr option OPTIONS[] = {{"json", no_argument, nullptr, JSON},
                               {"allow", required_argument, nullptr, ALLOW},
                               {"settings", no_argument, nullptr, SETTINGS},
+                              {"names", required_argument, nullptr, NAMES},
+                              {"bus", required_argument, nullptr, BUS},
                               {"like", required_argument, nullptr, LIKE},
                               {"no-identity", no_argument, nullptr, NO_IDENTITY},
                               {"force", no_argument, nullptr, FORCE},
@@ -90,15 +101,15 @@ constexpr struct Subcommand {
     std::size_t most;
     int (*run)(const Arguments& arguments);
 } COMMANDS[] = {
-    {"show", "j", 1, 1, [](const Arguments& given) { return show(given.files[0], given.json); }},
-    {"check", "a", 1, SIZE_MAX,
+    {"show", "jN", 1, 1, [](const Arguments& given) { return show(given.files[0], given.json); }},
+    {"check", "aN", 1, SIZE_MAX,
      [](const Arguments& given) { return check(given.files, given.allowed); }},
-    {"diff", "s", 2, 2,
+    {"diff", "sN", 2, 2,
      [](const Arguments& given) { return diff(given.files[0], given.files[1], given.settings); }},
     {"source", "", 1, 1, [](const Arguments& given) { return source(given.files[0]); }},
     {"make", "ao", 1, 1,
      [](const Arguments& given) { return make(given.files[0], given.read.output, given.allowed); }},
-    {"read", "lnfo", 0, 0, [](const Arguments& given) { return readChip(given.read); }},
+    {"read", "blnfo", 0, 0, [](const Arguments& given) { return readChip(given.read); }},
 };
 
 /// Tells what is wrong with the command line.
@@ -134,6 +145,12 @@ void takeOption(int letter, Arguments& arguments)
         break;
     case SETTINGS:
         arguments.settings = true;
+        break;
+    case NAMES:
+        arguments.namesPath = optarg;
+        break;
+    case BUS:
+        arguments.bus = optarg;
         break;
     case LIKE:
         arguments.read.like = optarg;
@@ -174,6 +191,15 @@ bool takeArguments(const Subcommand& command, int argc, char** argv, Arguments& 
                              : command.most == 1 ? "takes one file"
                              : command.most == 2 ? "takes two files"
                                                  : "needs a file"));
+        return false;
+    }
+    std::string error = takeBus(arguments.bus, arguments.read.bus);
+    if (!error.empty()) {
+        tellMisuse(error);
+        return false;
+    }
+    if (arguments.namesPath && !readNames(*arguments.namesPath, boardNames, error)) {
+        tell(error);
         return false;
     }
     return areComplaints(arguments.allowed);

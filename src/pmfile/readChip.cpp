@@ -19,8 +19,6 @@ using catalogue::Row;
 
 namespace {
 
-constexpr int BUS = 0;
-
 using Bytes = ProvedChip::Bytes;
 
 /// The settings to read on one page, in order.
@@ -130,7 +128,7 @@ bool isBlank(const Bytes& entries)
 }
 
 /// Reads what is planned while the lock is held. False, with a message, if it can't be had whole.
-bool readSettings(std::vector<PagePlan> plans, Bytes& bytes)
+bool readSettings(int bus, std::vector<PagePlan> plans, Bytes& bytes)
 {
     const auto fail = [](const std::string& why) {
         tell(why + "; nothing was written");
@@ -141,9 +139,8 @@ bool readSettings(std::vector<PagePlan> plans, Bytes& bytes)
     if (!lock.isHeld()) {
         return fail(lock.error());
     }
-    const auto chip = SelectedPage::find(BUS, error) == nullptr
-                          ? nullptr
-                          : ProvedChip::open(BUS, lock, error);
+    const auto chip =
+        SelectedPage::find(bus, error) == nullptr ? nullptr : ProvedChip::open(bus, lock, error);
     if (chip == nullptr) {
         return fail(error);
     }
@@ -202,7 +199,7 @@ int readChip(const ReadOptions& options)
         return STATUS_TROUBLE;
     }
     Bytes bytes;
-    if (!readSettings(plans, bytes)) {
+    if (!readSettings(options.bus, plans, bytes)) {
         return STATUS_TROUBLE;
     }
     return writeOutput(options.output, pmDataFile::makeRecords(bytes.data(), bytes.size()),

@@ -9,6 +9,7 @@ struct ReadOptions {
     std::string output = "-";        ///< path of the file to make
     bool identity = true;            ///< with MFR_LOCATION and MFR_SERIAL
     bool force = false;              ///< replaces an existing file
+    int bus = 0;                     ///< N of /dev/i2c-N
 };
 
 /// Takes the lock, reads, releases it, then writes the file. Returns an exit status; unless it is

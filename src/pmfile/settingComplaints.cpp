@@ -22,14 +22,16 @@ std::string listed(const std::vector<std::string>& names)
     return text;
 }
 
-/// "channel 3, channels 9 to 11 and the device".
+/// "channel 3, channels 9 to 11 and the device"; what has a name is listed by itself.
 std::string placesOf(const std::vector<int>& pages)
 {
     std::vector<std::string> places;
     std::size_t next = 0;
     for (std::size_t begin = 0; begin < pages.size(); begin = next) {
         // Between the last channel and the first sensor is a page that the chip does not have.
-        for (next = begin + 1; next < pages.size() && pages[next] == pages[next - 1] + 1;) {
+        for (next = begin + 1; next < pages.size() && pages[next] == pages[next - 1] + 1
+                               && boardName(pages[begin]).empty()
+                               && boardName(pages[next]).empty();) {
             ++next;
         }
         std::string place = placeName(pages[begin]);

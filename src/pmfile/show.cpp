@@ -192,11 +192,23 @@ std::string jsonOf(const Entry& entry)
                      R"("name": %s, "bytes": %s, "value": %s, "number": %s, "marks": [%s]})",
                      entry.line, orNull(known, std::to_string(entry.index)).c_str(),
                      orNull(entry.page != NO_PAGE, std::to_string(entry.page)).c_str(),
-                     jsonString(pageName(entry.page)).c_str(), entry.code,
+                     jsonString(pageNumberName(entry.page)).c_str(), entry.code,
                      orNull(known, jsonString(commandName(entry))).c_str(),
                      jsonString(hexBytes(entry.data)).c_str(),
                      orNull(known, jsonString(value)).c_str(), numberOrNull(entry).c_str(),
                      marks.c_str());
+}
+
+/// The names that were given, in the order of their pages; nothing if there are none.
+std::string namesJson()
+{
+    std::string names;
+    for (const auto& [page, name] : boardNames) {
+        names +=
+            formatted(R"(%s{"page": %d, "place": %s, "name": %s})", names.empty() ? "" : ", ", page,
+                      jsonString(pageNumberName(page)).c_str(), jsonString(name).c_str());
+    }
+    return names.empty() ? "" : " \"names\": [" + names + "],\n";
 }
 
 void showJson(const PmFile& file)
@@ -215,7 +227,7 @@ void showJson(const PmFile& file)
         }
     }
     print("{\"file\": " + jsonString(file.name) + ",\n \"version\": " + numbers
-          + ",\n \"unusedPages\": [" + unused + "],\n \"entries\": [");
+          + ",\n \"unusedPages\": [" + unused + "],\n" + namesJson() + " \"entries\": [");
     const char* separator = "\n  ";
     for (const Entry& entry : file.entries) {
         print(separator + jsonOf(entry));

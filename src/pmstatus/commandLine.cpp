@@ -2,11 +2,12 @@
 
 #include <getopt.h>
 
-#include <charconv>
 #include <cstring>
 #include <string_view>
 
 #include "pages.h"
+#include "selectedPage.h"
+#include "text.h"
 
 const char* const HELP =
     R"(Usage: pmstatus [--all] [--off LIST] [--bus N] [--names LIST] [--with FILE]...
@@ -39,7 +40,6 @@ namespace {
 
 constexpr std::size_t MOST_FILES = 2;
 constexpr unsigned int LONGEST_INTERVAL_S = 86400;
-constexpr unsigned int HIGHEST_BUS = 255;
 
 enum Letter {
     ALL = 'a',
@@ -69,16 +69,6 @@ constexpr option LONG_OPTIONS[] = {{"all", no_argument, nullptr, ALL},
                                    {"help", no_argument, nullptr, HELP_TEXT},
                                    {"version", no_argument, nullptr, VERSION},
                                    {nullptr, 0, nullptr, 0}};
-
-/// The decimal number that is all of `text`, from `lowest` to `highest`.
-std::optional<unsigned int> takeNumber(std::string_view text, unsigned int lowest,
-                                       unsigned int highest)
-{
-    unsigned int number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool isNumber = error == std::errc() && end == text.data() + text.size();
-    return isNumber && number >= lowest && number <= highest ? std::optional(number) : std::nullopt;
-}
 
 /// Takes "3,7,sensor1". False if something else stands there.
 bool takePages(std::string_view list, std::set<int>& pages)
@@ -121,11 +111,7 @@ std::string takeOption(int letter, Options& options)
                    : "--off takes channels 0 to 11 and sensors sensor0 to sensor4, for example "
                      "3,7,sensor1";
     case BUS:
-        if (const auto number = takeNumber(optarg, 0, HIGHEST_BUS)) {
-            options.reading.bus = static_cast<int>(*number);
-            return "";
-        }
-        return "--bus takes the number of an I2C bus, from 0 to 255";
+        return takeBus(optarg, options.reading.bus);
     case NAMES:
         options.namesPath = optarg;
         return "";

@@ -14,7 +14,8 @@ constexpr double CENTI = 100;
 
 Json nameOf(const RailReport& report)
 {
-    return report.name.empty() ? Json(nullptr) : Json(report.name);
+    const std::string name = boardName(report.rail->page);
+    return name.empty() ? Json(nullptr) : Json(name);
 }
 
 /// A number of `steps` to the unit.

@@ -76,7 +76,6 @@ std::string reportText(const Options& options, const Report& report, const std::
 /// What was asked for, with the files that it names.
 struct Task {
     Options options;
-    Names names;
     Files files;
 };
 
@@ -85,7 +84,7 @@ bool loadFiles(Task& task, std::string& error)
 {
     const bool isDefault = !task.options.namesPath;
     const std::string path = task.options.namesPath.value_or(DEFAULT_NAMES);
-    if ((!isDefault || access(DEFAULT_NAMES, F_OK) == 0) && !readNames(path, task.names, error)) {
+    if ((!isDefault || access(DEFAULT_NAMES, F_OK) == 0) && !readNames(path, boardNames, error)) {
         return false;
     }
     for (const std::string& file : task.options.files) {
@@ -104,7 +103,7 @@ bool loadFiles(Task& task, std::string& error)
 /// Prints a report of what was read. Returns the exit status.
 int tellReport(const Task& task, const ChipState& chip, const std::string& time)
 {
-    Report report = makeReport(chip, task.options.all, task.names);
+    Report report = makeReport(chip, task.options.all);
     if (!task.files.empty()) {
         report.files = task.options.files;
         report.forecast = forecast(chip, task.files);
@@ -122,7 +121,7 @@ void clear(const Task& task, const ChipState& shown)
         tell(error);
         return;
     }
-    const std::string lasting = latchedText(*chip, task.names);
+    const std::string lasting = latchedText(*chip);
     tell(lasting.empty() ? "CLEAR_FAULTS was sent; no status bit of a supply or sensor is left"
                          : "CLEAR_FAULTS was sent; what lasts is latched again: " + lasting);
 }

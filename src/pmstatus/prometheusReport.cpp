@@ -37,7 +37,7 @@ std::string labelsOf(const RailReport& report)
     const int page = report.rail->page;
     return (report.rail->isChannel() ? "channel=\"" + std::to_string(page)
                                      : "sensor=\"" + std::to_string(sensorNumber(page)))
-           + "\",name=" + labelValue(report.name);
+           + "\",name=" + labelValue(boardName(page));
 }
 
 using Value = std::function<std::optional<double>(const Rail& rail)>;

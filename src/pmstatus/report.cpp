@@ -99,7 +99,8 @@ std::string worstComplaint(const Report& report)
         for (const RailReport& rail : *list) {
             for (const Complaint& complaint : rail.complaints) {
                 if (text.empty() && complaint.state == worst) {
-                    text = stateName(worst) + (": " + rail.title()) + ": " + complaint.text;
+                    text = stateName(worst) + (": " + pageName(rail.rail->page)) + ": "
+                           + complaint.text;
                 } else {
                     ++others;
                 }
@@ -111,11 +112,6 @@ std::string worstComplaint(const Report& report)
 }
 
 } // namespace
-
-std::string RailReport::title() const
-{
-    return pageName(rail->page) + (name.empty() ? "" : " " + name);
-}
 
 State Report::state() const
 {
@@ -131,16 +127,10 @@ State Report::state() const
     return worst;
 }
 
-std::string Report::railName(int page) const
-{
-    const auto name = names.find(page);
-    return pageName(page) + (name == names.end() ? "" : " " + name->second);
-}
-
 std::string Report::describe(const Crossing& crossing) const
 {
     const catalogue::Row& limit = *catalogue::find(crossing.limit);
-    const std::string subject = railName(crossing.page) + ": ";
+    const std::string subject = pageName(crossing.page) + ": ";
     if (crossing.limit == VoutScaleMonitor::CODE) {
         return subject + "a VOUT_SCALE_MONITOR of " + registerText(crossing.limit, crossing.value)
                + " can't be simulated";
@@ -195,27 +185,24 @@ std::string Report::forecastSummary() const
            + (found.size() == 1 ? "" : ", and " + std::to_string(found.size() - 1) + " more");
 }
 
-Report makeReport(const ChipState& chip, bool all, const Names& names)
+Report makeReport(const ChipState& chip, bool all)
 {
-    Report report{&chip, {}, {}, {}, std::nullopt, names};
+    Report report{&chip, {}, {}, {}, std::nullopt};
     for (const Rail& rail : chip.rails) {
         if (all || isShown(rail)) {
-            const auto name = names.find(rail.page);
             auto& list = rail.isChannel() ? report.supplies : report.sensors;
-            list.push_back({&rail, name == names.end() ? "" : name->second, judge(rail)});
+            list.push_back({&rail, judge(rail)});
         }
     }
     return report;
 }
 
-std::string latchedText(const ChipState& chip, const Names& names)
+std::string latchedText(const ChipState& chip)
 {
     std::string text;
     for (const Rail& rail : chip.rails) {
-        const auto name = names.find(rail.page);
-        const RailReport report{&rail, name == names.end() ? "" : name->second, {}};
         for (const std::string& bit : latchedNames(rail)) {
-            text += (text.empty() ? "" : ", ") + report.title() + ": " + bit;
+            text += (text.empty() ? "" : ", ") + pageName(rail.page) + ": " + bit;
         }
     }
     return text;

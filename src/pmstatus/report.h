@@ -8,17 +8,13 @@
 
 #include "chipState.h"
 #include "forecast.h"
-#include "names.h"
 
 /// What is said of a channel or a sensor.
 struct RailReport {
     const Rail* rail;
-    std::string name; ///< empty: none is known
     std::vector<Complaint> complaints;
 
     State state() const { return worstOf(complaints); }
-    /// "channel 3 CORE_2V5", "sensor 0".
-    std::string title() const;
 };
 
 struct Report {
@@ -27,13 +23,9 @@ struct Report {
     std::vector<RailReport> sensors;
     std::vector<std::string> files;   ///< that were forecast, by their paths
     std::optional<Forecast> forecast; ///< of these files
-    Names names;                      ///< by page
 
     /// Of what was asked for: the supplies as they are, or the forecast.
     State state() const;
-
-    /// "channel 3 CORE_2V5".
-    std::string railName(int page) const;
 
     /// "channel 3 CORE_2V5: 2.498 V is above VOUT_OV_FAULT_LIMIT 2.400 V".
     std::string describe(const Crossing& crossing) const;
@@ -46,10 +38,10 @@ private:
 };
 
 /// Judges what is used, or with `all` everything that was read.
-Report makeReport(const ChipState& chip, bool all, const Names& names);
+Report makeReport(const ChipState& chip, bool all);
 
 /// The latched bits of all channels and sensors in words, empty if there are none.
-std::string latchedText(const ChipState& chip, const Names& names);
+std::string latchedText(const ChipState& chip);
 
 /// The bits of STATUS_WORD in words; those of which no meaning is known by their number.
 std::vector<std::string> statusWordNames(unsigned int word);

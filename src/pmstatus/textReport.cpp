@@ -105,7 +105,8 @@ TableRow supplyRow(const RailReport& report, const ChipState& chip, bool inColou
 {
     const Rail& rail = *report.rail;
     const int nominal = chip.givesNominal ? rail.value(MfrChannelNominal::CODE) : 0;
-    return {{std::to_string(rail.page), report.name, registerText(ReadVout::CODE, rail.reading()),
+    return {{std::to_string(rail.page), boardName(rail.page),
+             registerText(ReadVout::CODE, rail.reading()),
              nominal > 0 ? percentOff(rail.reading(), nominal) : NOTHING,
              peakText(MfrVoutMin::CODE, rail.lowest()), peakText(MfrVoutPeak::CODE, rail.highest()),
              limitsText(rail, State::WARNING), limitsText(rail, State::FAULT),
@@ -120,7 +121,7 @@ TableRow sensorRow(const RailReport& report, bool inColour)
                                 : rail.reading() == DISABLED_SENSOR
                                     ? "0.00 °C or disabled"
                                     : registerText(ReadTemperature::CODE, rail.reading());
-    return {{std::to_string(sensorNumber(rail.page)), report.name, reading,
+    return {{std::to_string(sensorNumber(rail.page)), boardName(rail.page), reading,
              peakText(MfrTemperaturePeak::CODE, rail.highest()), limitsText(rail, State::WARNING),
              limitsText(rail, State::FAULT),
              coloured(report.state(), stateName(report.state()), inColour)},

@@ -2,7 +2,15 @@
 
 #include "text.h"
 
-std::string pageName(int page)
+Names boardNames;
+
+std::string boardName(int page)
+{
+    const auto name = boardNames.find(page);
+    return name == boardNames.end() ? "" : name->second;
+}
+
+std::string pageNumberName(int page)
 {
     if (page == NO_PAGE) {
         return "before the first page";
@@ -16,6 +24,12 @@ std::string pageName(int page)
     }
     return Command::isTemperaturePage(byte) ? formatted("sensor %d", sensorNumber(page))
                                             : formatted("page %d", page);
+}
+
+std::string pageName(int page)
+{
+    const std::string name = boardName(page);
+    return pageNumberName(page) + (name.empty() ? "" : " ") + name;
 }
 
 std::string placeName(int page)

@@ -2,6 +2,7 @@
 // of a register.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "commandCatalogue.h"
@@ -15,8 +16,20 @@ constexpr int sensorNumber(int page)
     return page - Command::FIRST_SENSOR_PAGE;
 }
 
+/// Names of supplies and sensors, by page.
+using Names = std::map<int, std::string>;
+
+/// Those of the board that is worked on. A program that is given names sets them once.
+extern Names boardNames;
+
+/// The page's name on the board; empty if none is known.
+std::string boardName(int page);
+
 /// "channel 3", "sensor 0", "device", "page 12", "before the first page".
+std::string pageNumberName(int page);
+
+/// The same, and the page's name on the board if that is known: "channel 3 CORE_2V5".
 std::string pageName(int page);
 
-/// As in a sentence: "channel 3", "the device".
+/// As in a sentence: "channel 3 CORE_2V5", "the device".
 std::string placeName(int page);

@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr unsigned int HIGHEST_BUS = 255;
+
 /// The driver that has taken the chip's address and, where the kernel names it, how to release
 /// that.
 std::string describeDriver(int fd)
@@ -40,6 +42,13 @@ std::string describeDriver(int fd)
 }
 
 } // namespace
+
+std::string takeBus(std::string_view text, int& bus)
+{
+    const auto number = takeNumber(text, 0, HIGHEST_BUS);
+    bus = static_cast<int>(number.value_or(0));
+    return number ? "" : "--bus takes the number of an I2C bus, from 0 to 255";
+}
 
 SelectedPage::SelectedPage(const std::string& path)
 {

@@ -6,8 +6,14 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "chipLock.h"
+
+/// Takes the number of a bus, N of /dev/i2c-N, from a command line. Returns what is wrong with it,
+/// or
+/// "".
+std::string takeBus(std::string_view text, int& bus);
 
 class SelectedPage {
 public:

@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -64,6 +65,15 @@ std::string_view trimmed(std::string_view text)
 }
 
 // A C function's list of arguments is what the compiler can check. NOLINTNEXTLINE(cert-dcl50-cpp)
+std::optional<unsigned int> takeNumber(std::string_view text, unsigned int lowest,
+                                       unsigned int highest)
+{
+    unsigned int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isNumber = error == std::errc() && end == text.data() + text.size();
+    return isNumber && number >= lowest && number <= highest ? std::optional(number) : std::nullopt;
+}
+
 std::string formatted(const char* format, ...)
 {
     va_list arguments;

@@ -1,6 +1,7 @@
 // Handling of text: blanks, formats, characters. Used everywhere in pmfile.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,10 @@ inline constexpr std::string_view BLANKS = " \t\r";
 
 /// The text without blanks at its beginning and end.
 std::string_view trimmed(std::string_view text);
+
+/// The decimal number that is all of `text`, from `lowest` to `highest`.
+std::optional<unsigned int> takeNumber(std::string_view text, unsigned int lowest,
+                                       unsigned int highest);
 
 /// Formats a text like printf. The compiler checks the arguments against the format.
 __attribute__((format(printf, 1, 2))) std::string formatted(const char* format, ...);
