@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -19,10 +20,16 @@ namespace virtualboard {
 
 namespace {
 
-// The parents of all processes that have not ended, by process id.
-std::map<pid_t, pid_t> listParents()
+struct Process {
+    pid_t parent;
+    bool hasEnded;
+};
+
+using Processes = std::map<pid_t, Process>;
+
+Processes listProcesses()
 {
-    std::map<pid_t, pid_t> parents;
+    Processes processes;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
         const std::string name = entry.path().filename();
@@ -35,21 +42,26 @@ std::map<pid_t, pid_t> listParents()
         std::istringstream rest(text.substr(std::min(text.rfind(')'), text.size() - 1) + 1));
         char state = 'X';
         pid_t parent = 0;
-        if (rest >> state >> parent && state != 'Z' && state != 'X') {
-            parents[static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10))] = parent;
+        if (rest >> state >> parent) {
+            processes[static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10))] = {
+                parent, state == 'Z' || state == 'X'};
         }
     }
-    return parents;
+    return processes;
 }
 
-bool descendsFrom(pid_t process, pid_t ancestor, const std::map<pid_t, pid_t>& parents)
+/// Empty if it can't be told: an ancestor ended while the processes were listed, and its children
+/// have another parent now.
+std::optional<bool> descendsFrom(pid_t process, pid_t ancestor, const Processes& processes)
 {
-    for (auto at = parents.find(process); at != parents.end(); at = parents.find(at->second)) {
-        if (at->second == ancestor) {
-            return true;
+    while (process != 0 && process != ancestor) {
+        const auto found = processes.find(process);
+        if (found == processes.end()) {
+            return std::nullopt;
         }
+        process = found->second.parent;
     }
-    return false;
+    return process == ancestor;
 }
 
 } // namespace
@@ -62,16 +74,17 @@ void adoptOrphans()
 void killRun(pid_t launcher)
 {
     // What is killed may have started another one just before: look again until there is none.
-    for (bool found = launcher != 0; found;) {
-        found = false;
-        const std::map<pid_t, pid_t> parents = listParents();
-        for (const auto& [process, parent] : parents) {
-            if (process != getpid() && descendsFrom(process, launcher, parents)) {
-                found = kill(process, SIGKILL) == 0 || found;
-            }
+    for (bool again = launcher != 0; again;) {
+        again = false;
+        const Processes processes = listProcesses();
+        for (const auto& [id, process] : processes) {
+            const bool isOther = id != launcher && id != getpid() && !process.hasEnded;
+            const auto descends = isOther ? descendsFrom(id, launcher, processes) : false;
+            const bool isKilled = descends.value_or(false) && kill(id, SIGKILL) == 0;
+            again = again || isKilled || !descends.has_value();
         }
         constexpr int PAUSE_MS = 1;
-        poll(nullptr, 0, found ? PAUSE_MS : 0);
+        poll(nullptr, 0, again ? PAUSE_MS : 0);
     }
     raise(SIGKILL);
 }
