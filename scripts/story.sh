@@ -1,7 +1,8 @@
 #!/bin/sh
 # Runs the commands of README's safe upgrade and rehearsal in a folder, with the programs on the
 # path, and shows them. Ends with 1 if they don't print what README says, and leaves the folder as
-# the story finds it: a virtual board with settings 2.5, and the list of settings 2.6.
+# the story finds it: a virtual board with settings 2.5 and supplies that are well, and the list of
+# settings 2.6.
 # Usage: story.sh FOLDER
 set -eu
 unset CDPATH
@@ -10,7 +11,7 @@ mkdir -p "$1"
 cd "$1"
 
 prepare() {
-    for board in virtual-board.state rehearsal spare; do
+    for board in virtual-board.state rehearsal; do
         [ -e $board ] || continue
         virtual-board --board $board --time-scale 0 pmadmin -a >/dev/null # frees a killed run's lock
         virtual-board --board $board --remove
@@ -18,6 +19,7 @@ prepare() {
     rm -f ./*
     cp "$project/examples/board-a.hex" .
     virtual-board --time-scale 0 pmadmin -u board-a.hex >/dev/null
+    virtual-board --supply all=nominal true
     sed -e '/^\[channel 3 /,/^\[/s/^\(VOUT_OV_WARN_LIMIT \).*/\1 2.650 V/' \
         -e 's/^\(MFR_DATE \).*/\1 2.6 hw 3/' "$project/examples/board-a.settings" >new.settings
 }

@@ -114,6 +114,17 @@ TEST_F(ReadTest, WhatOthersDoMeanwhile)
     EXPECT_EQ("1\n", readFile(path("second")));
 }
 
+// A chip from the factory asks for hardware version 49.
+TEST_F(ReadTest, TheWayBackToTheFactory)
+{
+    EXPECT_EQ(
+        0, run("sh -c '$PMFILE read -o factory.hex && $PMADMIN -u $EXAMPLES/board-a.hex && ! $PMADMIN -u factory.hex "
+               "&& $PMFILE source factory.hex | sed \"s/ hw 49/ hw 3/\" | $PMFILE make --allow all - -o low.hex "
+               "&& $PMADMIN -u low.hex && $PMADMIN -E low.hex'",
+               "--board factory")
+               .status);
+}
+
 // It also works from the mixture that a killed upgrade left.
 TEST_F(ReadTest, TheWayBack)
 {
