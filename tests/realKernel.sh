@@ -120,6 +120,7 @@ lock() {
     is 'a lock that is free' 1 "$(value)"
     mkfifo pipe
     exec 3<>pipe
+    rm pipe
     head -c 65536 /dev/zero >&3
     pmadmin -E ../all.hex >&3 &
     sleep 2
@@ -137,7 +138,7 @@ if [ $# -eq 1 ]; then
     mknod /dev/zero c 1 5
     syslogd -O "$PWD/syslog"
     $world
-    sed -n '/ corvane/{ s/.* user\.\([a-z]*\) corvane[^:]*/\1/; s/^warn:/warning:/; p; }' syslog >>log
+    sed -En '/ (corvane|pmfile)/{ s/.* user\.([a-z]*) (corvane|pmfile)[^:]*/\1/; s/^warn:/warning:/; p; }' syslog >>log
     exit
 fi
 
