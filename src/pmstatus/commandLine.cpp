@@ -139,6 +139,13 @@ std::string takeOption(int letter, Options& options)
     }
 }
 
+/// The option that getopt_long did not understand: a long one, or a letter of several.
+std::string unknownOption(const char* argument)
+{
+    const bool isLong = std::strncmp(argument, "--", 2) == 0;
+    return isLong || optopt == 0 ? argument : std::string{'-', static_cast<char>(optopt)};
+}
+
 /// What is wrong with options that are right one by one.
 std::string findConflict(const Options& options)
 {
@@ -160,7 +167,7 @@ std::string takeOptions(int argc, char** argv, Options& options)
         if (letter == ':') {
             wrong = std::string("option '") + argv[optind - 1] + "' needs a value";
         } else if (letter == '?') {
-            wrong = std::string("there is no option '") + argv[optind - 1] + "'";
+            wrong = std::string("there is no option '") + unknownOption(argv[optind - 1]) + "'";
         } else {
             wrong = takeOption(letter, options);
         }

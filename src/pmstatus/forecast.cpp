@@ -54,7 +54,6 @@ public:
 
 private:
     const char* findRefusal(const Entry& entry) const;
-    void selectPage(const Entry& entry);
     void set(const Entry& entry);
     void setDevice(const Entry& entry, int number);
     void setRail(Course& course, const Entry& entry, int number);
@@ -139,7 +138,7 @@ void Writing::write(const PmFile& file)
         m_result.remarks.push_back({m_file, line, State::GOOD,
                                     std::to_string(count)
                                         + (count == 1 ? " entry is" : " entries are")
-                                        + " passed over, from here on: " + reason});
+                                        + " passed over, the first of them here: " + reason});
     }
     finish();
 }
@@ -326,9 +325,9 @@ State Forecast::worst() const
     return worst;
 }
 
-std::map<int, std::vector<std::uint8_t>> registersFor(const PmFile& file)
+std::map<int, std::set<std::uint8_t>> registersFor(const PmFile& file)
 {
-    std::map<int, std::vector<std::uint8_t>> registers;
+    std::map<int, std::set<std::uint8_t>> registers;
     for (const Entry& entry : file.entries) {
         if (entry.row == nullptr || entry.selectsPage() || !isNumber(entry)
             || entry.row->format != Format::BITS) {
@@ -340,7 +339,7 @@ std::map<int, std::vector<std::uint8_t>> registersFor(const PmFile& file)
                 isEveryChannels ? catalogue::isPage(page) : page == registerPage(entry);
             if (isMeant && catalogue::isPage(page)
                 && (accessOn(*entry.row, page) & ACCESS_READ) != 0) {
-                registers[page].push_back(entry.row->code);
+                registers[page].insert(entry.row->code);
             }
         }
     }

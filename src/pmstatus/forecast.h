@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -43,7 +44,7 @@ struct Forecast {
 };
 
 /// The registers, by page, whose present numbers a forecast of the file compares with.
-std::map<int, std::vector<std::uint8_t>> registersFor(const PmFile& file);
+std::map<int, std::set<std::uint8_t>> registersFor(const PmFile& file);
 
 /// Forecasts one file after the other. `chip` holds the limits of every channel and sensor, and
 /// what registersFor names for each of the files, as far as it can be read.

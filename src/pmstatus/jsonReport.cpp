@@ -33,14 +33,13 @@ Json textsOf(const std::vector<Complaint>& complaints)
     return texts;
 }
 
-Json supplyObject(const RailReport& report, bool givesNominal)
+Json supplyObject(const RailReport& report)
 {
     const Rail& rail = *report.rail;
-    const auto volts = [&](std::uint8_t code) { return rail.value(code) / MILLI; };
     return {{"channel", rail.page},
             {"name", nameOf(report)},
             {"volts", rail.reading() / MILLI},
-            {"nominal", givesNominal ? Json(volts(MfrChannelNominal::CODE)) : Json(nullptr)},
+            {"nominal", orNull(rail.nominal(), MILLI)},
             {"lowest", orNull(rail.lowest(), MILLI)},
             {"highest", orNull(rail.highest(), MILLI)},
             {"running", rail.isRunning()},
@@ -108,7 +107,7 @@ std::string jsonReport(const Report& report, const std::string& time)
     object["supplies"] = Json::array();
     object["sensors"] = Json::array();
     for (const RailReport& supply : report.supplies) {
-        object["supplies"].push_back(supplyObject(supply, chip.givesNominal));
+        object["supplies"].push_back(supplyObject(supply));
     }
     for (const RailReport& sensor : report.sensors) {
         object["sensors"].push_back(sensorObject(sensor));
@@ -117,7 +116,14 @@ std::string jsonReport(const Report& report, const std::string& time)
         object["atEnd"] = crossingList(report.forecast->atEnd, false);
         object["whileWritten"] = crossingList(report.forecast->whileWritten, true);
         object["sincePeaks"] = crossingList(report.forecast->sincePeaks, false);
+        object["remarks"] = Json::array();
+        for (const Remark& remark : report.forecast->remarks) {
+            object["remarks"].push_back({{"file", remark.file},
+                                         {"line", remark.line},
+                                         {"state", stateName(remark.state)},
+                                         {"text", remark.text}});
+        }
+        object["notRunning"] = report.forecast->idle;
     }
-    // Names may have bytes that are no UTF-8; they don't keep the rest from being read.
     return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

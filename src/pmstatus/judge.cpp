@@ -124,6 +124,13 @@ std::uint8_t Rail::status() const
         value(isChannel() ? StatusVout::CODE : StatusTemperature::CODE));
 }
 
+std::optional<int> Rail::nominal() const
+{
+    const auto found = registers.find(MfrChannelNominal::CODE);
+    const bool isSet = found != registers.end() && found->second > 0;
+    return isSet ? std::optional(found->second) : std::nullopt;
+}
+
 std::optional<int> Rail::lowest() const
 {
     const int peak = value(MfrVoutMin::CODE);
@@ -188,6 +195,20 @@ std::vector<Complaint> judge(const Rail& rail)
         complaints.push_back({State::FAULT, "TON_MAX fault: it did not come up in time (latched)"});
     }
     return complaints;
+}
+
+std::uint8_t knownBits(const Rail& rail)
+{
+    unsigned int known = rail.isChannel() ? TON_MAX_FAULT : 0;
+    for (const Limit& limit : limitsOf(rail)) {
+        known |= limit.bit;
+    }
+    return static_cast<std::uint8_t>(rail.status() & known);
+}
+
+std::uint8_t unknownBits(const Rail& rail)
+{
+    return static_cast<std::uint8_t>(rail.status() & ~knownBits(rail));
 }
 
 std::vector<std::string> latchedNames(const Rail& rail)

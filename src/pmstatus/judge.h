@@ -31,6 +31,8 @@ struct Rail {
     /// Peaks since they were reset, if there are any; a sensor has only a highest one.
     std::optional<int> lowest() const;
     std::optional<int> highest() const;
+    /// MFR_CHANNEL_NOMINAL, if it is set and the model gives it back.
+    std::optional<int> nominal() const;
     /// STATUS_VOUT or STATUS_TEMPERATURE.
     std::uint8_t status() const;
     /// Whether a supply has come up: it reads above 0 and not below its undervoltage fault limit.
@@ -77,6 +79,10 @@ struct Complaint {
 
 /// All complaints about a channel or sensor.
 std::vector<Complaint> judge(const Rail& rail);
+
+/// The latched bits of which a meaning is known, and those of which none is.
+std::uint8_t knownBits(const Rail& rail);
+std::uint8_t unknownBits(const Rail& rail);
 
 /// The faults and warnings that the chip has latched.
 std::vector<std::string> latchedNames(const Rail& rail);

@@ -39,11 +39,11 @@ volatile std::sig_atomic_t g_isEnding = 0;
 using Files = std::vector<std::unique_ptr<PmFile>>;
 
 /// Tells why nothing can be said, in the forms that a program reads as well.
-int tellUnknown(const Options& options, const std::string& why)
+int tellUnknown(const Options& options, const std::string& why, const std::string& time = "")
 {
     tell(why);
     if (options.form == Form::BRIEF) {
-        print("unknown: " + printable(why) + "\n");
+        print((time.empty() ? "" : time + " ") + "unknown: " + printable(why) + "\n");
     } else if (options.form == Form::PROMETHEUS) {
         print(prometheusUp(false));
     }
@@ -51,7 +51,7 @@ int tellUnknown(const Options& options, const std::string& why)
     return STATUS_UNKNOWN;
 }
 
-bool isTerminal()
+bool wantsColour()
 {
     const char* const noColour = std::getenv("NO_COLOR");
     return isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
@@ -68,7 +68,7 @@ std::string reportText(const Options& options, const Report& report, const std::
     case Form::PROMETHEUS:
         return prometheusReport(report);
     default:
-        return (time.empty() ? "" : time + "\n") + textReport(report, isTerminal())
+        return (time.empty() ? "" : time + "\n") + textReport(report, wantsColour())
                + (time.empty() ? "" : "\n");
     }
 }
@@ -93,8 +93,7 @@ bool loadFiles(Task& task, std::string& error)
             return false;
         }
         for (const auto& [page, codes] : registersFor(*task.files.back())) {
-            auto& besides = task.options.reading.besides[page];
-            besides.insert(besides.end(), codes.begin(), codes.end());
+            task.options.reading.besides[page].insert(codes.begin(), codes.end());
         }
     }
     return true;
@@ -105,7 +104,7 @@ int tellReport(const Task& task, const ChipState& chip, const std::string& time)
 {
     Report report = makeReport(chip, task.options.all);
     if (!task.files.empty()) {
-        report.files = task.options.files;
+        std::ranges::transform(task.options.files, std::back_inserter(report.files), printable);
         report.forecast = forecast(chip, task.files);
     }
     print(reportText(task.options, report, time));
@@ -122,7 +121,7 @@ void clear(const Task& task, const ChipState& shown)
         return;
     }
     const std::string lasting = latchedText(*chip);
-    tell(lasting.empty() ? "CLEAR_FAULTS was sent; no status bit of a supply or sensor is left"
+    tell(lasting.empty() ? "CLEAR_FAULTS was sent; no status bit is left"
                          : "CLEAR_FAULTS was sent; what lasts is latched again: " + lasting);
 }
 
@@ -199,8 +198,11 @@ int watch(const Task& task)
     do {
         std::string error;
         const auto chip = readSupplies(task.options.reading, error);
-        status = chip ? tellReport(task, *chip, timeText()) : tellUnknown(task.options, error);
-        interval += *task.options.watchSeconds;
+        status = chip ? tellReport(task, *chip, timeText())
+                      : tellUnknown(task.options, error, timeText());
+        // Intervals that have passed meanwhile are not made up for.
+        interval = std::max(interval + *task.options.watchSeconds,
+                            secondsNow() - *task.options.watchSeconds);
         if (std::ferror(stdout) != 0) {
             return STATUS_UNKNOWN; // whoever read it is gone
         }

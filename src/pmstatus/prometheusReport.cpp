@@ -119,14 +119,10 @@ std::string prometheusReport(const Report& report)
     const auto highestVolts = [](const Rail& rail) { return orNothing(rail.highest(), MILLI); };
     const auto running = [](const Rail& rail) { return rail.isRunning() ? 1.0 : 0.0; };
     text += metric(report.supplies, "pm_supply_volts", "Measured voltage.", volts);
-    const auto nominal = [](const Rail& rail) {
-        return rail.value(MfrChannelNominal::CODE) / MILLI;
-    };
-    if (chip.givesNominal) {
-        text += metric(report.supplies, "pm_supply_nominal_volts", "Nominal voltage.", nominal);
-    }
-    text += metric(report.supplies, "pm_supply_lowest_volts",
-                   "Lowest voltage since the peaks were reset.", lowest)
+    const auto nominal = [](const Rail& rail) { return orNothing(rail.nominal(), MILLI); };
+    text += metric(report.supplies, "pm_supply_nominal_volts", "Nominal voltage.", nominal)
+            + metric(report.supplies, "pm_supply_lowest_volts",
+                     "Lowest voltage since the peaks were reset.", lowest)
             + metric(report.supplies, "pm_supply_highest_volts",
                      "Highest voltage since the peaks were reset.", highestVolts)
             + limitMetric(report.supplies, "pm_supply_limit_volts",

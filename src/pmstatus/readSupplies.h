@@ -16,7 +16,7 @@ struct ReadingRequest {
     bool releasesByPage = false; ///< gives the lock back after each page
     std::set<int> expectedOff;   ///< pages of channels and sensors
     /// Registers to read besides, by page, as a forecast needs them.
-    std::map<int, std::vector<std::uint8_t>> besides;
+    std::map<int, std::set<std::uint8_t>> besides;
 };
 
 /// Reads all channels and sensors and the device's registers. Empty, with the reason in `error`, if

@@ -78,7 +78,7 @@ unsigned int unexplainedBits(const Report& report)
                             || anyOf(report.supplies, [](const Rail& rail) {
                                    return rail.value(StatusMfrSpecific::CODE) != 0;
                                });
-    const auto isLatched = [](const Rail& rail) { return rail.status() != 0; };
+    const auto isLatched = [](const Rail& rail) { return knownBits(rail) != 0; };
     const bool isOvervoltage =
         anyOf(report.supplies, [](const Rail& rail) { return (rail.status() & 0x80) != 0; });
     const unsigned int explained =
@@ -145,6 +145,9 @@ std::string Report::summary() const
     if (forecast) {
         return forecastSummary();
     }
+    if (supplies.empty() && sensors.empty()) {
+        return "no supply or sensor is set up in the chip (--all shows all)";
+    }
     const std::string what = counted(supplies.size(), "supply", "supplies") + " and "
                              + counted(sensors.size(), "sensor", "sensors") + ": ";
     if (state() != State::GOOD) {
@@ -200,11 +203,14 @@ Report makeReport(const ChipState& chip, bool all)
 std::string latchedText(const ChipState& chip)
 {
     std::string text;
+    const auto add = [&](const std::string& where, const std::vector<std::string>& bits) {
+        text += bits.empty() ? "" : (text.empty() ? "" : "; ") + where + ": " + joined(bits);
+    };
     for (const Rail& rail : chip.rails) {
-        for (const std::string& bit : latchedNames(rail)) {
-            text += (text.empty() ? "" : ", ") + pageName(rail.page) + ": " + bit;
-        }
+        add(pageName(rail.page), latchedNames(rail));
     }
+    add("STATUS_WORD", statusWordNames(chip.statusWord()));
+    add("STATUS_CML", statusCmlNames(static_cast<unsigned int>(chip.device.at(StatusCML::CODE))));
     return text;
 }
 

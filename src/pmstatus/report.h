@@ -40,7 +40,7 @@ private:
 /// Judges what is used, or with `all` everything that was read.
 Report makeReport(const ChipState& chip, bool all);
 
-/// The latched bits of all channels and sensors in words, empty if there are none.
+/// The latched bits of channels, sensors and device in words, empty if there are none.
 std::string latchedText(const ChipState& chip);
 
 /// The bits of STATUS_WORD in words; those of which no meaning is known by their number.

@@ -64,7 +64,7 @@ std::string peakText(std::uint8_t code, std::optional<int> peak)
     return peak ? registerText(code, *peak) : NOTHING;
 }
 
-/// "10.560 to 13.440 V"; a limit that is the factory's is a dash.
+/// "10.560 V to 13.440 V"; a limit that is the factory's is a dash.
 std::string limitsText(const Rail& rail, State state)
 {
     std::string text;
@@ -92,6 +92,13 @@ std::vector<std::string> notesOf(const RailReport& report)
     for (const Complaint& complaint : report.complaints) {
         notes.push_back(complaint.text);
     }
+    if (unknownBits(*report.rail) != 0) {
+        const std::uint8_t code =
+            report.rail->isChannel() ? StatusVout::CODE : StatusTemperature::CODE;
+        notes.push_back(catalogue::find(code)->name.text
+                        + (" has bits whose meaning is not known: "
+                           + registerText(code, unknownBits(*report.rail))));
+    }
     const auto specific = report.rail->registers.find(StatusMfrSpecific::CODE);
     if (specific != report.rail->registers.end() && specific->second != 0) {
         notes.push_back("STATUS_MFR_SPECIFIC "
@@ -101,13 +108,13 @@ std::vector<std::string> notesOf(const RailReport& report)
     return notes;
 }
 
-TableRow supplyRow(const RailReport& report, const ChipState& chip, bool inColour)
+TableRow supplyRow(const RailReport& report, bool inColour)
 {
     const Rail& rail = *report.rail;
-    const int nominal = chip.givesNominal ? rail.value(MfrChannelNominal::CODE) : 0;
+    const auto nominal = rail.nominal();
     return {{std::to_string(rail.page), boardName(rail.page),
              registerText(ReadVout::CODE, rail.reading()),
-             nominal > 0 ? percentOff(rail.reading(), nominal) : NOTHING,
+             nominal ? percentOff(rail.reading(), *nominal) : NOTHING,
              peakText(MfrVoutMin::CODE, rail.lowest()), peakText(MfrVoutPeak::CODE, rail.highest()),
              limitsText(rail, State::WARNING), limitsText(rail, State::FAULT),
              coloured(report.state(), stateName(report.state()), inColour)},
@@ -163,8 +170,10 @@ std::string crossingsText(const Report& report, const char* heading,
     std::string text;
     for (const Crossing& crossing : crossings) {
         text += "  " + std::string(stateName(crossing.state)) + ": " + report.describe(crossing);
-        if (withEntries) {
-            const std::string& file = report.files[static_cast<std::size_t>(crossing.file) - 1];
+        const std::string& file = report.files[static_cast<std::size_t>(crossing.file) - 1];
+        if (!withEntries) {
+            text += report.files.size() > 1 ? ", with " + file : "";
+        } else {
             text += ", from entry " + std::to_string(crossing.firstIndex) + " (" + file + ":"
                     + std::to_string(crossing.firstLine) + ") to "
                     + std::to_string(crossing.lastIndex) + " (" + file + ":"
@@ -179,10 +188,10 @@ std::string forecastText(const Report& report)
 {
     const Forecast& forecast = *report.forecast;
     std::string text =
-        crossingsText(report, "Beyond a limit when it is written:\n", forecast.atEnd, false)
+        crossingsText(report, "At the end:\n", forecast.atEnd, false)
         + crossingsText(report,
-                        "Beyond a limit only while it is written; may trip, if a measurement falls "
-                        "into it (every 5 ms, as siblings measure):\n",
+                        "Beyond a limit while it is written, but not at the end; may trip, if a "
+                        "measurement falls into it (every 5 ms, as known from siblings):\n",
                         forecast.whileWritten, true)
         + crossingsText(report, "Peaks that only the new limits would have noticed:\n",
                         forecast.sincePeaks, false);
@@ -209,7 +218,7 @@ std::string textReport(const Report& report, bool inColour)
                                         "warning limits", "fault limits", "state"},
                                        {}}};
         for (const RailReport& supply : report.supplies) {
-            rows.push_back(supplyRow(supply, *report.chip, inColour));
+            rows.push_back(supplyRow(supply, inColour));
         }
         text += "\n" + tableText(rows);
     }

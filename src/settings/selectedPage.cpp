@@ -106,8 +106,10 @@ bool SelectedPage::restore(ChipLock& lock, std::string& error) const
         return false;
     }
     Page selection;
+    errno = EINVAL;
     if (!catalogue::isPage(m_page) || !selection.write(m_fd, m_page)) {
-        error = formatted("the page that was selected before, %d, can't be selected again", m_page);
+        error = formatted("the page that was selected before, %d, can't be selected again: %s",
+                          m_page, std::strerror(errno));
         return false;
     }
     return true;
