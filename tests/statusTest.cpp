@@ -109,7 +109,8 @@ assert sum(name[0] == "pm_sensor_celsius" for name in metrics) == 4
     write("json", run("$PMSTATUS --json" + options, board).output);
     EXPECT_EQ("12 supplies and 5 sensors: all good\n",
               run("$PMSTATUS --all --brief", NOMINAL + std::string(" --power-cycle --sensor 1=30")).output);
-    EXPECT_EQ("no supply or sensor is set up in the chip (--all shows all)\n", run("$PMSTATUS --brief", "--board factory").output);
+    EXPECT_EQ("no supply or sensor is set up in the chip (--all shows all)\n",
+              run("$PMSTATUS --brief", "--board factory").output);
     const Outcome without = run("$PMSTATUS --json", "--model 0x57");
     EXPECT_NE(std::string::npos, without.output.find("\"nominal\":null")) << without.output;
     if (run("/usr/bin/python3 -c 'import prometheus_client'").status != 0) {
