@@ -165,6 +165,8 @@ int runOnBoard(const Options& options, std::string libraries, char** command)
         giveUp(error);
     }
     const int status = runCommand(command, libraries, session->folder);
+    // Who kills the whole run begins with the command, and has its turn until all are gone.
+    const FileLock turn = takeTurn(*session);
     report(options, *session);
     std::filesystem::remove_all(folder, ignored);
     return status;
