@@ -69,12 +69,7 @@ bool publish(int fd, const std::string& temporary, const std::string& path)
 {
     BoardState state = makeFactoryState();
     return fchmod(fd, modeOfNewFile()) == 0 && writeState(fd, state)
-           && (link(temporary.c_str(), path.c_str()) == 0
-               || errno == EEXIST
-               // Not every file system has links.
-               || renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE)
-                      == 0
-               || errno == EEXIST);
+           && (takeFreeName(temporary.c_str(), path.c_str()) || errno == EEXIST);
 }
 
 } // namespace

@@ -58,26 +58,12 @@ void inherit(int fd, const struct stat& replaced)
     fchmod(fd, replaced.st_mode & (owned ? ALL_RIGHTS : grouped ? 0777 : S_IRWXU));
 }
 
-/// Gives the file a name that nothing has yet. False with EEXIST if something has it.
-bool takeFreeName(const std::string& file, const std::string& name)
-{
-#ifdef HAVE_RENAMEAT2
-    return renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0;
-#else // the GNU C library before 2.28, and others
-    if (link(file.c_str(), name.c_str()) != 0) {
-        return false;
-    }
-    unlink(file.c_str()); // should that fail, the file has its name all the same
-    return true;
-#endif
-}
-
 /// Moves the file to its place. False with EEXIST if there is one that must be kept; on a file
 /// system that can't check and rename in one step, it checks first.
 bool place(const std::string& temporary, const std::string& path, Existing existing)
 {
     if (existing == Existing::KEEP) {
-        if (takeFreeName(temporary, path)) {
+        if (takeFreeName(temporary.c_str(), path.c_str())) {
             return true;
         }
         if (errno == EEXIST || faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
