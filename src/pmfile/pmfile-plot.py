@@ -45,8 +45,13 @@ NOTES = ("The step of times, 0.2 ms, is known from related chips only.\nslot: "
          f"chip's data sheet says when. Limits beyond {FARTHEST} % are written in small letters.")
 
 
+def printable(text):
+    """The text in one line that does nothing to a terminal, whatever a file is called."""
+    return "".join(c if c.isprintable() else "?" for c in text)
+
+
 def fail(message):
-    print(f"pmfile-plot: {message}", file=sys.stderr)
+    print(f"pmfile-plot: {printable(message)}", file=sys.stderr)
     sys.exit(2)
 
 
@@ -149,7 +154,7 @@ def draw(content, form):
         else f"channel {row}" for row, registers in channels.items()])
     version = "settings {major}.{minor}, for hardware {minimumHardware} and later".format_map(
         content["version"]) if content["version"] else "no version record"
-    name = "".join(c if c.isprintable() else "?" for c in os.path.basename(content["file"]))
+    name = printable(os.path.basename(content["file"]))
     figure.suptitle(f"{name}: {version}", x=0.02, ha="left", size=13)
     figure.text(0.02, 0.02, NOTES, size=6.5, color=GREY)
     picture = io.BytesIO()
