@@ -60,6 +60,7 @@ apt_get() {
         sleep $APT_WAIT_S
     done
 }
+
 # need PACKAGE... - installs those that are missing; if it can't, names them and exits.
 need() {
     if ! command -v dpkg >/dev/null; then
