@@ -1,4 +1,6 @@
 // pmstatus as a whole program: what it says of supplies and sensors, in each form, and when it can't say anything.
+#include <sys/sem.h>
+
 #include <filesystem>
 #include <regex>
 
@@ -169,6 +171,147 @@ TEST_F(StatusTest, WhenItCannotTell)
     EXPECT_EQ(std::string::npos, full.bus.find("S 74w 03")) << "nothing is cleared that was not shown";
     const Outcome absent = run("$PMSTATUS --prometheus", "--fault absent");
     EXPECT_EQ("# HELP pm_up Whether the power monitor could be read.\n# TYPE pm_up gauge\npm_up 0\n", absent.output);
+}
+
+/// A PM data file of these entries, in hexadecimal: size, code, data.
+std::string dataFile(const std::string& entries)
+{
+    char begin[16];
+    std::snprintf(begin, sizeof(begin), ":%02X000000", static_cast<unsigned int>(entries.size() / 2));
+    return begin + entries + "FF\n";
+}
+
+TEST_F(StatusTest, WhatAFileWouldDo)
+{
+    const std::string over = "fault: channel 3: 2.500 V is above VOUT_OV_FAULT_LIMIT 1.000 V";
+    const std::string end = "At the end:\n  ";
+    const std::string passed = " passed over, the first of them here: ";
+    // One or two files, what is set before, the status, and what stands below the tables.
+    const std::tuple<std::vector<std::string>, std::string, int, std::string> cases[] = {
+        {{"0100030240E803"}, "", 2, end + over + "\nPeaks that"},
+        {{"010003024068100240E80302406810"},
+         "",
+         2,
+         "Beyond a limit while it is written, but not at the end; may trip, if a measurement falls into it (every 5 "
+         "ms, "
+         "as known from siblings):\n  "
+             + over + ", from entry 2 (1:1) to 2 (1:1)\n\nwith 1: " + over + "\n"},
+        {{"0100030240E803", "01000302406810"}, "", 2, end + over + ", with 1\nPeaks that"},
+        {{"0100030243E803"},
+         "--supply 3=0 --power-cycle",
+         0,
+         "1 supply does not run; whether they would be too low is not judged\n\nwith 1: all good\n"},
+        {{"0100030242A009"},
+         "--supply 3=2.5",
+         1,
+         "Peaks that only the new limits would have noticed:\n  warning: channel 3: 2.500 V is above "
+         "VOUT_OV_WARN_LIMIT 2.464 V\n\nwith 1"},
+        {{"0242E803024FE803"},
+         "",
+         0,
+         "1:1: 1 entry is" + passed + "pmadmin refuses to write it on this page\n1:1: 1 entry is" + passed
+             + "the chip refuses it on the page that is selected then\n\nwith 1: all good\n"},
+        {{"01000C0240E803010003"},
+         "",
+         0,
+         "1:1: 2 entries are" + passed + "the chip does not have the page, and pmadmin refuses to write it\n\nwith"},
+        {{"0110800100030240E803"}, "", 0, "1:1: 2 entries are" + passed + "the chip is write-protected\n\nwith"},
+        {{"0110800110000100030240E803"}, "", 2, end + over},
+        {{"0100FF010140"},
+         "",
+         1,
+         "1:1: warning: OPERATION of channel 11 changes from 0x00 to 0x40 and may switch supplies at once\n\nwith"},
+        {{"0100FF02D1010002FB0200"},
+         "",
+         1,
+         "1:1: warning: MFR_MODE of device changes from 0x0020 to 0x0001 and may switch supplies at once\n"
+         "1:1: MFR_GPO_CONFIG of device changes from 0x0021 to 0x0002; what that does is not simulated\n\nwith"},
+        {{"010003022A000002400100"},
+         "",
+         2,
+         end + "fault: channel 3: a VOUT_SCALE_MONITOR of 0x0000 can't be simulated\n\nwith"},
+    };
+    for (const auto& [files, before, status, text] : cases) {
+        run("true", std::string(NOMINAL) + " --power-cycle");
+        run("$PMADMIN -a", before);
+        std::string options;
+        for (const std::string& file : files) {
+            const std::string name = std::to_string(&file - files.data() + 1);
+            write(name, dataFile(file));
+            options += " --with " + name;
+        }
+        const Outcome outcome = run("$PMSTATUS" + options, before.find("2.5") < 99 ? "--supply 3=2.45" : "");
+        EXPECT_NE(std::string::npos, outcome.output.find("\n" + text))
+            << text << "in" << outcome.output << outcome.errors;
+        EXPECT_EQ(status, outcome.status) << text;
+    }
+}
+
+TEST_F(StatusTest, OneVisitOnTheBus)
+{
+    run("$BUS_USER page 7");
+    const Outcome outcome = run("$PMSTATUS", "--supply 3=2.9 --fault stuck=7A@3:FF=00");
+    const auto twice = [](const std::string& line) { return "S 74w " + line + " P\nS 74w " + line + " P\n"; };
+    const std::string begin = "S 74w 00 Sr 74r 07 P\nS 74w 00 FF P\n";
+    EXPECT_EQ(begin, outcome.bus.substr(0, begin.size()));
+    const std::size_t at = outcome.bus.find("S 74w 00 03 P\n");
+    EXPECT_EQ("S 74w 00 03 P\nS 74w 00 Sr 74r 03 P\n" + twice("2A Sr 74r 00 40") + twice("40 Sr 74r F0 0A")
+                  + twice("42 Sr 74r 8C 0A") + twice("43 Sr 74r FC 08") + twice("44 Sr 74r 98 08")
+                  + twice("EA Sr 74r C4 09")
+                  + "S 74w 8B Sr 74r 54 0B P\nS 74w D4 Sr 74r 54 0B P\nS 74w D7 Sr 74r C4 09 P\nS 74w 7A Sr 74r 00 P\n"
+                    "S 74w 80 Sr 74r 00 P\nS 74w 8B Sr 74r 54 0B P\nS 74w 00 Sr 74r 03 P\n",
+              outcome.bus.substr(at, outcome.bus.find("S 74w 00 04 P\n") - at));
+    EXPECT_EQ("S 74w 00 07 P\n", outcome.bus.substr(outcome.bus.size() - 14));
+}
+
+TEST_F(StatusTest, WhatIsClearedAndWhatStays)
+{
+    const std::string good = "CLEAR_FAULTS was sent; no status bit is left";
+    const std::string stays = "CLEAR_FAULTS was sent; what lasts is latched again: channel 3: overvoltage warning; "
+                              "STATUS_WORD: output voltage";
+    const std::string bus = run("$PMSTATUS").bus;
+    const std::string later = std::to_string(std::count(bus.begin(), bus.end(), '\n') + 10);
+    const std::tuple<const char*, std::string, int, std::string> cases[] = {
+        {"--supply 3=2.75", "--supply 3=2.5", 1, good},
+        {"--supply 3=2.75", "", 1, stays},
+        {"", "--supply 3=2.75 --fault " + later + "-:supply=4:9", 1,
+         "the status has changed since it was shown; nothing was cleared"},
+    };
+    for (const auto& [before, now, status, message] : cases) {
+        run("$PMADMIN -a", before);
+        const Outcome outcome = run("$PMSTATUS --clear --brief", now);
+        EXPECT_EQ(status, outcome.status) << message;
+        EXPECT_EQ("pmstatus: " + message + "\n", outcome.errors);
+        EXPECT_EQ(0U,
+                  outcome.output.find("12 supplies and 5 sensors: warning: channel 3: overvoltage warning (latched"));
+    }
+}
+
+TEST_F(StatusTest, BesideOthers)
+{
+    semctl(lockSet(), 0, SETVAL, 0);
+    const Outcome locked = run("$PMSTATUS --json");
+    EXPECT_EQ(3, locked.status);
+    EXPECT_EQ("", locked.output + locked.bus);
+    EXPECT_TRUE(std::regex_match(locked.errors, std::regex("pmstatus: process [0-9]+ .* has the lock .*\n")))
+        << locked.errors;
+    semctl(lockSet(), 0, SETVAL, 1);
+
+    run("$BUS_USER page 7");
+    const Outcome robbed = run("sh -c '$VIRTUAL_BOARD --bus-log all --time-scale 100 --fault code=43@3*1:timeout "
+                               "sh -c \"echo \\$\\$ >pid; exec $PMSTATUS\" & "
+                               "until grep -q ETIMEDOUT all 2>/dev/null; do :; done; kill -STOP $(cat pid); "
+                               "$PMADMIN -a >/dev/null; wc -l <all >before; kill -CONT $(cat pid); wait $!; echo $?; "
+                               "tail -n +$(($(cat before) + 1)) all | grep \"w 00 .. P\"'");
+    EXPECT_EQ("3\n", robbed.output) << "it writes nothing more";
+    EXPECT_NE(std::string::npos, robbed.errors.find(" took the lock of the power monitor over\n")) << robbed.errors;
+
+    const Outcome watched =
+        run("sh -c '$PMSTATUS --watch 1 --json & sleep 2; kill -TERM $!; wait $!'", "--time-scale 1");
+    EXPECT_EQ(0, watched.status) << watched.errors;
+    EXPECT_EQ(0U, watched.output.find("{\"time\":\"20")) << watched.output;
+    EXPECT_LE(2, std::count(watched.output.begin(), watched.output.end(), '\n'));
+    EXPECT_EQ(3, run("sh -c '$PMSTATUS --watch 9 >/dev/full'").status) << "ends when nobody can read it";
 }
 
 } // namespace

@@ -99,11 +99,13 @@ const char* Writing::findRefusal(const Entry& entry) const
     if ((accessOn(*entry.row, m_rightsPage) & ACCESS_WRITE) == 0) {
         return "pmadmin refuses to write it on this page";
     }
-    if ((accessOn(*entry.row, m_chipPage) & ACCESS_WRITE) == 0) {
-        return "the chip refuses it on the page that is selected then";
-    }
     const auto level = static_cast<std::uint8_t>(m_device.at(WriteProtect::CODE));
-    return catalogue::isProtected(entry.row->code, level) ? "the chip is write-protected" : nullptr;
+    if (catalogue::isProtected(entry.row->code, level)) {
+        return "the chip is write-protected";
+    }
+    return (accessOn(*entry.row, m_chipPage) & ACCESS_WRITE) != 0
+               ? nullptr
+               : "the chip refuses it on the page that is selected then";
 }
 
 // A new run of pmadmin selects page 255, and takes page 0's rights for what stands before the first

@@ -36,7 +36,11 @@ using Work = std::function<bool(const ProvedChip& chip, std::string& error)>;
 /// first thing that fails is the reason in `error`.
 bool useChip(int bus, const Work& work, std::string& error)
 {
-    ChipLock lock([](const std::string& what) { tell(what); });
+    ChipLock lock([](const std::string& what) {
+        if (isatty(STDERR_FILENO) == 1) { // programs are told one line, why it failed
+            tell(what);
+        }
+    });
     if (!lock.isHeld()) {
         error = lock.error();
         return false;
