@@ -383,7 +383,8 @@ TEST_F(PmfileTest, OrdersThatCount)
     };
     for (const auto& [before, after, parting] : cases) {
         const std::string old = write("old", fileOf(before));
-        const std::string text = outcome([&] { return diff(old, write("new", fileOf(after)), false); });
+        const std::string changed = write("new", fileOf(after));
+        const std::string text = outcome([&] { return diff(old, changed, false); });
         EXPECT_EQ(parting.empty() ? "0" : "1> order: " + parting + "\n",
                   text[7] + text.substr(std::min(text.find("> "), text.size())))
             << text;
