@@ -99,6 +99,26 @@ kernel() {
     is 'who has the address' "pmfile: the address 0x74 of /dev/i2c-0 is taken by the kernel driver dummy (as root, \
 \`echo 0-0074 >/sys/bus/i2c/devices/0-0074/driver/unbind\` releases it); nothing was written" \
         "$(with_driver pmfile read 2>&1)"
+
+    # What the chip model measures, in mV and 0.01 degrees: as pmstatus shows it, and as i2c-tools do.
+    pmstatus --all --json >status.json
+    is 'voltages' "$(read_pages 0x8b 0 1 2 3 4 5 6 7 8 9 10 11)" "$(values volts 1000)"
+    is 'temperatures' "$(read_pages 0x8d 16 17)" "$(values celsius 100 | tail -n 2)"
+}
+
+# read_pages CODE PAGE... - the numbers in a register of some pages.
+read_pages() {
+    code=$1
+    shift
+    for page; do
+        $tools/i2cset -y 0 0x74 0x00 "$page"
+        echo $(($($tools/i2cget -y 0 0x74 "$code" w)))
+    done
+}
+
+# values KEY STEPS - the numbers of a key in what pmstatus printed, so many steps to the unit.
+values() {
+    grep -o "\"$1\":[^,]*" status.json | awk -F : -v steps="$2" '{ printf "%d\n", $2 * steps + .5 }'
 }
 
 virtual() {
