@@ -28,5 +28,6 @@ private:
     [[maybe_unused]] void* m_reserved[511];
 };
 
-/// The process's trace object, or null while there is none.
+/// The process's trace object, or null while there is none. log.h declares it, too, for programs
+/// that have the board's own header. NOLINTNEXTLINE(readability-redundant-declaration)
 extern TraceObject* g_traceObject;

@@ -20,7 +20,7 @@ namespace {
 
 constexpr long NS_PER_S = 1000000000;
 constexpr unsigned int US_PER_S = 1000000;
-constexpr unsigned int NS_PER_US = 1000;
+constexpr long NS_PER_US = 1000;
 constexpr double LONGEST_S = 2000000000; // fits a 32-bit time_t; "for ever" is more
 
 double toSeconds(const timespec& time)
@@ -119,7 +119,7 @@ INTERPOSED int usleep(useconds_t microseconds)
 {
     timespec time = {};
     time.tv_sec = static_cast<time_t>(microseconds / US_PER_S);
-    time.tv_nsec = static_cast<long>(microseconds % US_PER_S * NS_PER_US);
+    time.tv_nsec = static_cast<long>(microseconds % US_PER_S) * NS_PER_US;
     return nanosleep(&time, nullptr);
 }
 

@@ -3,6 +3,7 @@
 
 #include "commandCatalogue.h"
 #include "report.h"
+#include "text.h"
 #include "values.h"
 
 namespace {
@@ -174,10 +175,9 @@ std::string crossingsText(const Report& report, const char* heading,
         if (!withEntries) {
             text += report.files.size() > 1 ? ", with " + file : "";
         } else {
-            text += ", from entry " + std::to_string(crossing.firstIndex) + " (" + file + ":"
-                    + std::to_string(crossing.firstLine) + ") to "
-                    + std::to_string(crossing.lastIndex) + " (" + file + ":"
-                    + std::to_string(crossing.lastLine) + ")";
+            text += formatted(", from entry %d (%s:%u) to %d (%s:%u)", crossing.firstIndex,
+                              file.c_str(), crossing.firstLine, crossing.lastIndex, file.c_str(),
+                              crossing.lastLine);
         }
         text += "\n";
     }

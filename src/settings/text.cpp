@@ -74,6 +74,7 @@ std::optional<unsigned int> takeNumber(std::string_view text, unsigned int lowes
     return isNumber && number >= lowest && number <= highest ? std::optional(number) : std::nullopt;
 }
 
+// So that the compiler checks the format. NOLINTNEXTLINE(cert-dcl50-cpp)
 std::string formatted(const char* format, ...)
 {
     va_list arguments;
