@@ -308,6 +308,34 @@ TEST_F(PmfileTest, EachComplaintByItsName)
     EXPECT_FALSE(areComplaints({"address", "adress"}));
 }
 
+// Findings come in the order of lines; those that need whole records or entries wait until there are such.
+TEST_F(PmfileTest, CheckFromTheFirstLineToTheLast)
+{
+    const std::string records = fileOf("0105AA 024F0010 010003 0105BB 02430000 02421400 0142");
+    const std::string cut = write("cut.hex", ";12\n" + records);
+    const std::string broken = write("broken.hex", std::string(records).replace(12, 1, "x"));
+    // Limits 0.033 and 0.032 V from 3.301 V, one that the full scale may just reach, as its ratio is rounded, and one
+    // beside a nominal voltage that is not set.
+    const std::string limits =
+        write("limits.hex", fileOf("010003 02EAE50C 0243C40C 0242050D 010004 02EA000B 022A0040 02420010"
+                                   "010005 02EA0000 0243E803"
+                                   + VERSION));
+    EXPECT_EQ(R"(status 2
+> cut.hex:1: error: the line is too short for a record and is ignored (stray-line)
+> cut.hex:2: error: no register has the command code 05: the entry is left out (unknown-command)
+> cut.hex:2: error: no register has the command code 05: the entry is left out (unknown-command)
+> cut.hex:2: error: OT_FAULT_LIMIT can't be written before the first page (access)
+> cut.hex:2: warning: there are entries before the first PAGE: nothing selects their page (before-page)
+> cut.hex:3: error: the entry at byte 21 (command 42) runs past the end of the data (broken-entry)
+> broken.hex:1: error: the line holds something other than hexadecimal digits (broken-record)
+> limits.hex:1: warning: VOUT_OV_WARN_LIMIT of channel 3 (3.333 V) is nearer than 1 % to the nominal voltage (3.301 V) and trips on noise: write 3.334 V to 4.951 V (limit-width)
+> limits.hex:3: warning: MFR_CHANNEL_NOMINAL of channel 5 is 0 V, though the channel is used (no-nominal)
+)",
+              outcome([&] {
+                  return check({cut, broken, limits}, {"partial"});
+              }));
+}
+
 // Any damage to a sound file is noticed.
 TEST_F(PmfileTest, DamagesAreNoticed)
 {
@@ -426,6 +454,37 @@ TEST_F(PmfileTest, Show)
               "> \n> Times count in steps of 0.2 ms, which is known from related chips only.\n"
               "> \n> 17 entries in 6 records, 72 bytes: 1 channel and 2 sensors, 1 of them unused; 14 written, 3 not\n",
               outcome([&] { return show(file, false); }));
+}
+
+// Its name has quotes, controls, and what is no UTF-8: an overlong form, half of a UTF-16 pair, a code that is too
+// high, and a character that is cut off.
+TEST_F(PmfileTest, ShowAsJson)
+{
+    const std::string file = write("\"\\\1\x7F\u00E9\u0085\u2029\xC0\x80\xED\xA0\x80\xF4\x90\x80\x80\xE2\x82",
+                                   fileOf("02D10000 01000D 024FFF7F 0251FF7F 02F00000 0105AA 010003 0240FFFF"
+                                          "0100FF 010216"
+                                          + VERSION.substr(6)));
+    boardNames = {{3, "CORE"}};
+    EXPECT_EQ(R"(status 0
+> {"file": "\"\\\u0001\u007fé\u0085\u2029\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd\ufffd",
+>  "version": {"major": 2, "minor": 1, "minimumHardware": 3},
+>  "unusedPages": [13],
+>  "names": [{"page": 3, "place": "channel 3", "name": "CORE"}],
+>  "entries": [
+>   {"line": 1, "index": 0, "page": null, "place": "before the first page", "code": 209, "name": "MFR_MODE", "bytes": "00 00", "value": "0x0000", "number": null, "marks": ["acts at once"]},
+>   {"line": 1, "index": 1, "page": 13, "place": "sensor 0", "code": 0, "name": "PAGE", "bytes": "0D", "value": "0x0D", "number": null, "marks": []},
+>   {"line": 1, "index": 2, "page": 13, "place": "sensor 0", "code": 79, "name": "OT_FAULT_LIMIT", "bytes": "FF 7F", "value": "327.67 °C", "number": 327.67, "marks": []},
+>   {"line": 1, "index": 3, "page": 13, "place": "sensor 0", "code": 81, "name": "OT_WARN_LIMIT", "bytes": "FF 7F", "value": "327.67 °C", "number": 327.67, "marks": []},
+>   {"line": 1, "index": 4, "page": 13, "place": "sensor 0", "code": 240, "name": "MFR_TEMP_SENSOR_CONFIG", "bytes": "00 00", "value": "0x0000", "number": null, "marks": []},
+>   {"line": 2, "index": null, "page": 13, "place": "sensor 0", "code": 5, "name": null, "bytes": "AA", "value": null, "number": null, "marks": ["unknown, left out"]},
+>   {"line": 2, "index": 5, "page": 3, "place": "channel 3", "code": 0, "name": "PAGE", "bytes": "03", "value": "0x03", "number": null, "marks": []},
+>   {"line": 2, "index": 6, "page": 3, "place": "channel 3", "code": 64, "name": "VOUT_OV_FAULT_LIMIT", "bytes": "FF FF", "value": "0xFFFF", "number": null, "marks": []},
+>   {"line": 2, "index": 7, "page": 255, "place": "device", "code": 0, "name": "PAGE", "bytes": "FF", "value": "0xFF", "number": null, "marks": []},
+>   {"line": 3, "index": 8, "page": 255, "place": "device", "code": 2, "name": "ON_OFF_CONFIG", "bytes": "16", "value": "0x16", "number": null, "marks": ["acts at once"]},
+>   {"line": 3, "index": 9, "page": 255, "place": "device", "code": 157, "name": "MFR_DATE", "bytes": "01 02 03 00 00 00 00 00", "value": "2.1 hw 3", "number": null, "marks": []}]}
+)",
+              outcome([&] { return show(file, true); }));
+    boardNames.clear();
 }
 
 TEST_F(PmfileTest, ReadsUntilTwoReadingsAgree)
