@@ -75,15 +75,18 @@ void requests()
     std::printf("%x %x %x ", data.block[0], data.block[1], data.block[32]);
 }
 
-// A sleep until a time that is over, one until a time to come, and one that a signal interrupts: most of it is left.
+// Sleeps until a time that is over and until one to come, which no signal interrupts for 10 s, and one that a signal
+// interrupts: most of it is left.
 void sleeps()
 {
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    std::printf("%d ", clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr));
-    time.tv_sec += 100;
-    std::printf("%d ", clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr));
     std::signal(SIGALRM, [](int) {});
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    for (int i = 0; i < 2; ++i) {
+        alarm(10);
+        std::printf("%d ", clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &time, nullptr));
+        time.tv_sec += 100;
+    }
     ualarm(100000, 0);
     time = {2000, 0};
     std::printf("%d ", clock_nanosleep(CLOCK_MONOTONIC, 0, &time, &time));
