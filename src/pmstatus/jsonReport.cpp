@@ -24,10 +24,10 @@ Json orNull(std::optional<int> number, double steps)
     return number ? Json(*number / steps) : Json(nullptr);
 }
 
-Json textsOf(const std::vector<Complaint>& complaints)
+Json textsOf(const std::vector<RailComplaint>& complaints)
 {
     Json texts = Json::array();
-    for (const Complaint& complaint : complaints) {
+    for (const RailComplaint& complaint : complaints) {
         texts.push_back(complaint.text);
     }
     return texts;
@@ -91,7 +91,7 @@ Json crossingList(const std::vector<Crossing>& crossings, bool withEntries)
 
 } // namespace
 
-std::string jsonReport(const Report& report, const std::string& time)
+std::string jsonReport(const StatusReport& report, const std::string& time)
 {
     const ChipState& chip = *report.chip;
     Json object = Json::object();

@@ -64,7 +64,7 @@ bool isImplied(const Rail& rail, const Limit& limit)
 }
 
 /// The complaint about a limit whose bit is latched.
-Complaint latchedComplaint(const Rail& rail, const Limit& limit)
+RailComplaint latchedComplaint(const Rail& rail, const Limit& limit)
 {
     std::string how = "latched";
     if (isPresent(rail, limit)) {
@@ -81,7 +81,7 @@ Complaint latchedComplaint(const Rail& rail, const Limit& limit)
 }
 
 /// The complaint about a reading beyond a limit whose bit is not latched.
-Complaint presentComplaint(const Rail& rail, const Limit& limit)
+RailComplaint presentComplaint(const Rail& rail, const Limit& limit)
 {
     // The chip watches undervoltage only once a supply has come up (data sheet of a sibling).
     const bool isDown = limit.code == VoutUVFaultLimit::CODE;
@@ -127,8 +127,8 @@ std::uint8_t Rail::status() const
 std::optional<int> Rail::nominal() const
 {
     const auto found = registers.find(MfrChannelNominal::CODE);
-    const bool isSet = found != registers.end() && found->second > 0;
-    return isSet ? std::optional(found->second) : std::nullopt;
+    const bool isKnown = found != registers.end() && found->second > 0;
+    return isKnown ? std::optional(found->second) : std::nullopt;
 }
 
 std::optional<int> Rail::lowest() const
@@ -178,9 +178,9 @@ bool isTemperature(int reading)
     return reading != FAULTY_SENSOR && reading != DISABLED_SENSOR;
 }
 
-std::vector<Complaint> judge(const Rail& rail)
+std::vector<RailComplaint> judge(const Rail& rail)
 {
-    std::vector<Complaint> complaints;
+    std::vector<RailComplaint> complaints;
     if (!rail.isChannel() && rail.reading() == FAULTY_SENSOR && !rail.isExpectedOff) {
         complaints.push_back({State::WARNING, "faulty sensor (present)"});
     }
@@ -225,10 +225,10 @@ std::vector<std::string> latchedNames(const Rail& rail)
     return names;
 }
 
-State worstOf(const std::vector<Complaint>& complaints)
+State worstOf(const std::vector<RailComplaint>& complaints)
 {
     State worst = State::GOOD;
-    for (const Complaint& complaint : complaints) {
+    for (const RailComplaint& complaint : complaints) {
         worst = std::max(worst, complaint.state);
     }
     return worst;

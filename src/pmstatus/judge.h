@@ -72,13 +72,13 @@ bool isTemperature(int reading);
 inline constexpr int FAULTY_SENSOR = 0x7FFF;
 inline constexpr int DISABLED_SENSOR = 0x0000;
 
-struct Complaint {
+struct RailComplaint {
     State state;
     std::string text;
 };
 
 /// All complaints about a channel or sensor.
-std::vector<Complaint> judge(const Rail& rail);
+std::vector<RailComplaint> judge(const Rail& rail);
 
 /// The latched bits of which a meaning is known, and those of which none is.
 std::uint8_t knownBits(const Rail& rail);
@@ -88,4 +88,4 @@ std::uint8_t unknownBits(const Rail& rail);
 std::vector<std::string> latchedNames(const Rail& rail);
 
 /// The state of the worst complaint; GOOD if there is none.
-State worstOf(const std::vector<Complaint>& complaints);
+State worstOf(const std::vector<RailComplaint>& complaints);

@@ -58,7 +58,7 @@ bool wantsColour()
 }
 
 /// The report in the form that was asked for, with a time that is not empty when it is repeated.
-std::string reportText(const Options& options, const Report& report, const std::string& time)
+std::string reportText(const Options& options, const StatusReport& report, const std::string& time)
 {
     switch (options.form) {
     case Form::BRIEF:
@@ -102,7 +102,7 @@ bool loadFiles(Task& task, std::string& error)
 /// Prints a report of what was read. Returns the exit status.
 int tellReport(const Task& task, const ChipState& chip, const std::string& time)
 {
-    Report report = makeReport(chip, task.options.all);
+    StatusReport report = makeReport(chip, task.options.all);
     if (!task.files.empty()) {
         std::ranges::transform(task.options.files, std::back_inserter(report.files), printable);
         report.forecast = forecast(chip, task.files);

@@ -101,7 +101,7 @@ std::string prometheusUp(bool isUp)
            + (isUp ? "pm_up 1\n" : "pm_up 0\n");
 }
 
-std::string prometheusReport(const Report& report)
+std::string prometheusReport(const StatusReport& report)
 {
     const ChipState& chip = *report.chip;
     char model[8];

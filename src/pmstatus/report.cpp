@@ -59,9 +59,10 @@ std::string counted(std::size_t number, const char* one, const char* several)
 /// A sensor or channel is used if a setting is not the factory's, or if a fault is latched.
 bool isShown(const Rail& rail)
 {
-    return rail.isConfigured || std::ranges::any_of(judge(rail), [](const Complaint& complaint) {
-               return complaint.state == State::FAULT;
-           });
+    return rail.isConfigured
+           || std::ranges::any_of(judge(rail), [](const RailComplaint& complaint) {
+                  return complaint.state == State::FAULT;
+              });
 }
 
 /// Whether anything in the list satisfies the condition.
@@ -72,7 +73,7 @@ bool anyOf(const std::vector<RailReport>& rails, bool (*holds)(const Rail& rail)
 }
 
 /// The bits of STATUS_WORD for which nothing that is shown stands.
-unsigned int unexplainedBits(const Report& report)
+unsigned int unexplainedBits(const StatusReport& report)
 {
     const bool isSpecific = report.chip->device.at(StatusMfrSpecific::CODE) != 0
                             || anyOf(report.supplies, [](const Rail& rail) {
@@ -90,14 +91,14 @@ unsigned int unexplainedBits(const Report& report)
 
 /// "fault: channel 3 CORE_2V5: overvoltage fault (...), and 2 more complaints": the first of the
 /// worst ones.
-std::string worstComplaint(const Report& report)
+std::string worstComplaint(const StatusReport& report)
 {
     const State worst = report.state();
     std::string text;
     std::size_t others = 0;
     for (const auto* list : {&report.supplies, &report.sensors}) {
         for (const RailReport& rail : *list) {
-            for (const Complaint& complaint : rail.complaints) {
+            for (const RailComplaint& complaint : rail.complaints) {
                 if (text.empty() && complaint.state == worst) {
                     text = stateName(worst) + (": " + pageName(rail.rail->page)) + ": "
                            + complaint.text;
@@ -113,7 +114,7 @@ std::string worstComplaint(const Report& report)
 
 } // namespace
 
-State Report::state() const
+State StatusReport::state() const
 {
     if (forecast) {
         return forecast->worst();
@@ -127,7 +128,7 @@ State Report::state() const
     return worst;
 }
 
-std::string Report::describe(const Crossing& crossing) const
+std::string StatusReport::describe(const Crossing& crossing) const
 {
     const catalogue::Row& limit = *catalogue::find(crossing.limit);
     const std::string subject = pageName(crossing.page) + ": ";
@@ -140,7 +141,7 @@ std::string Report::describe(const Crossing& crossing) const
            + registerText(crossing.limit, crossing.bound);
 }
 
-std::string Report::summary() const
+std::string StatusReport::summary() const
 {
     if (forecast) {
         return forecastSummary();
@@ -160,7 +161,7 @@ std::string Report::summary() const
                   : "good, but STATUS_WORD says: " + joined(statusWordNames(unexplained)));
 }
 
-std::string Report::forecastSummary() const
+std::string StatusReport::forecastSummary() const
 {
     std::string what;
     for (const std::string& file : files) {
@@ -188,9 +189,9 @@ std::string Report::forecastSummary() const
            + (found.size() == 1 ? "" : ", and " + std::to_string(found.size() - 1) + " more");
 }
 
-Report makeReport(const ChipState& chip, bool all)
+StatusReport makeReport(const ChipState& chip, bool all)
 {
-    Report report{&chip, {}, {}, {}, std::nullopt};
+    StatusReport report{&chip, {}, {}, {}, std::nullopt};
     for (const Rail& rail : chip.rails) {
         if (all || isShown(rail)) {
             auto& list = rail.isChannel() ? report.supplies : report.sensors;

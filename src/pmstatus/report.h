@@ -12,12 +12,12 @@
 /// What is said of a channel or a sensor.
 struct RailReport {
     const Rail* rail;
-    std::vector<Complaint> complaints;
+    std::vector<RailComplaint> complaints;
 
     State state() const { return worstOf(complaints); }
 };
 
-struct Report {
+struct StatusReport {
     const ChipState* chip;
     std::vector<RailReport> supplies;
     std::vector<RailReport> sensors;
@@ -38,7 +38,7 @@ private:
 };
 
 /// Judges what is used, or with `all` everything that was read.
-Report makeReport(const ChipState& chip, bool all);
+StatusReport makeReport(const ChipState& chip, bool all);
 
 /// The latched bits of channels, sensors and device in words, empty if there are none.
 std::string latchedText(const ChipState& chip);
@@ -50,13 +50,13 @@ std::vector<std::string> statusWordNames(unsigned int word);
 std::vector<std::string> statusCmlNames(unsigned int byte);
 
 /// For people; in colour if it goes to a terminal.
-std::string textReport(const Report& report, bool inColour);
+std::string textReport(const StatusReport& report, bool inColour);
 
 /// One JSON object in one line, without a line end; it begins with the time if that is given.
-std::string jsonReport(const Report& report, const std::string& time);
+std::string jsonReport(const StatusReport& report, const std::string& time);
 
 /// The metric that says whether the chip could be read; alone, if it could not.
 std::string prometheusUp(bool isUp);
 
 /// The text format of Prometheus, for node_exporter's textfile collector.
-std::string prometheusReport(const Report& report);
+std::string prometheusReport(const StatusReport& report);

@@ -90,7 +90,7 @@ std::string percentOff(int number, int nominal)
 std::vector<std::string> notesOf(const RailReport& report)
 {
     std::vector<std::string> notes;
-    for (const Complaint& complaint : report.complaints) {
+    for (const RailComplaint& complaint : report.complaints) {
         notes.push_back(complaint.text);
     }
     if (unknownBits(*report.rail) != 0) {
@@ -165,7 +165,7 @@ std::string deviceText(const ChipState& chip)
 }
 
 /// A heading and a line for each; nothing where there is none.
-std::string crossingsText(const Report& report, const char* heading,
+std::string crossingsText(const StatusReport& report, const char* heading,
                           const std::vector<Crossing>& crossings, bool withEntries)
 {
     std::string text;
@@ -184,25 +184,24 @@ std::string crossingsText(const Report& report, const char* heading,
     return text.empty() ? "" : heading + text;
 }
 
-std::string forecastText(const Report& report)
+std::string forecastText(const StatusReport& report)
 {
-    const Forecast& forecast = *report.forecast;
+    const Forecast& found = *report.forecast;
     std::string text =
-        crossingsText(report, "At the end:\n", forecast.atEnd, false)
+        crossingsText(report, "At the end:\n", found.atEnd, false)
         + crossingsText(report,
                         "Beyond a limit while it is written, but not at the end; may trip, if a "
                         "measurement falls into it (every 5 ms, as known from siblings):\n",
-                        forecast.whileWritten, true)
+                        found.whileWritten, true)
         + crossingsText(report, "Peaks that only the new limits would have noticed:\n",
-                        forecast.sincePeaks, false);
-    for (const Remark& remark : forecast.remarks) {
+                        found.sincePeaks, false);
+    for (const Remark& remark : found.remarks) {
         const std::string& file = report.files[static_cast<std::size_t>(remark.file) - 1];
         text += file + ":" + std::to_string(remark.line) + ": "
                 + (remark.state == State::WARNING ? "warning: " : "") + remark.text + "\n";
     }
-    if (forecast.idle > 0) {
-        text += std::to_string(forecast.idle)
-                + (forecast.idle == 1 ? " supply does" : " supplies do")
+    if (found.idle > 0) {
+        text += std::to_string(found.idle) + (found.idle == 1 ? " supply does" : " supplies do")
                 + " not run; whether they would be too low is not judged\n";
     }
     return text;
@@ -210,7 +209,7 @@ std::string forecastText(const Report& report)
 
 } // namespace
 
-std::string textReport(const Report& report, bool inColour)
+std::string textReport(const StatusReport& report, bool inColour)
 {
     std::string text = deviceText(*report.chip);
     if (!report.supplies.empty()) {
