@@ -147,9 +147,13 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"MFR_SERIAL A01", "MFR_SERIAL 'A01': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
         {"MFR_SERIAL \"123456789\"",
          "MFR_SERIAL '\"123456789\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
+        {"MFR_SERIAL \"é\"", "MFR_SERIAL '\"é\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
         {"MFR_SERIAL 0x12", "MFR_SERIAL '0x12': write 8 bytes, 16 hexadecimal digits after 0x"},
         {"MFR_DATE 2.256 hw 3",
          "MFR_DATE '2.256 hw 3': write the version and the minimum hardware version, each number "
+         "up to 255, as in 2.5 hw 3"},
+        {"MFR_DATE 2.5 hw 3 0xFF",
+         "MFR_DATE '2.5 hw 3 0xFF': write the version and the minimum hardware version, each number "
          "up to 255, as in 2.5 hw 3"},
         {"CLEAR_FAULTS 1", "CLEAR_FAULTS '1': write no value: it has no data"},
         {"raw 4", "write the command code and up to 255 data bytes, two hexadecimal digits each, as in raw 42 28 32"},
@@ -182,6 +186,16 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
               "! pmfile: made.hex is left as it was\n",
               outcome([&] { return make(write("list", most + "TON_DELAY 1 ms\n"), made, {"all"}); }));
     EXPECT_EQ("status 0\n", outcome([&] { return make(write("list", most), made, {"all"}); }));
+    const std::string data = std::regex_replace(std::string(255, '.'), std::regex("."), "00");
+    EXPECT_EQ("status 0\n", outcome([&] { return make(write("list", "raw 05" + data), made, {"all"}); }));
+    EXPECT_EQ(
+        "status 2\n! pmfile: list:1: write the command code and up to 255 data bytes, two hexadecimal digits each, "
+        "as in raw 42 28 32\n! pmfile: made.hex is left as it was\n",
+        outcome([&] { return make(write("list", "raw 05" + data + "00"), made, {"all"}); }));
+    EXPECT_NE(std::string::npos, outcome([&] {
+                                     return make(write("list", "\n\n\n[channel 0]\nTON_DELAY 1 ms\n\n"), made,
+                                                 {"partial"});
+                                 }).find("list:5: warning: there is no version record"));
     EXPECT_EQ("status 2\n! pmfile: list: is the input, which would be lost\n"
               "! pmfile: list is left as it was\n",
               outcome([&] { return make(operation, operation, {"all"}); }));
