@@ -34,6 +34,10 @@ TEST_F(ReadTest, EverySettingOnceInTheOrderOfAList)
         "", run("sh -c '$PMFILE read --like $EXAMPLES/small.hex | $PMFILE source - >like; "
                 "$PMFILE source $EXAMPLES/small.hex | cut -d \" \" -f 1 >small; cut -d \" \" -f 1 like | diff - small'")
                 .output);
+    write("twice.hex", ":0E00000001000302D1000001000402D10000FF\n");
+    const std::string once = run("sh -c '$PMFILE read --like twice.hex | $PMFILE source -'").output;
+    EXPECT_LT(once.find("MFR_MODE"), once.size()) << once;
+    EXPECT_EQ(once.find("MFR_MODE"), once.rfind("MFR_MODE")) << "what is common to the device";
     EXPECT_EQ("2pmfile: good.hex: already exists; use --force to replace it\n",
               std::to_string(run("$PMFILE read -o good.hex").status) + run("$PMFILE read -o good.hex").errors);
     EXPECT_EQ(0, run("$PMFILE read --force --no-identity -o good.hex").status);
@@ -173,6 +177,12 @@ TEST_F(ReadTest, WhereTheOutputGoes)
         {"sh -c 'cd $EXAMPLES; for name in board-a small; do $PMFILE make --allow partial $name.settings | cmp - "
          "$name.hex || exit; done'",
          0, ""},
+        {"sh -c '$PMFILE make - -o list <list'", 2,
+         "list: is the input, which would be lost\npmfile: list is left as it was"},
+        {"sh -c 'umask 027; $PMFILE make list --allow identity -o fresh; [ $(stat -c %a fresh) = 640 ]'", 0, ""},
+        {"sh -c 'ulimit -f 1; $PMFILE make list --allow identity -o large; status=$?; ls large* >&2 2>/dev/null; exit "
+         "$status'",
+         2, "large: cannot be written: File too large\npmfile: large was not made"},
         {"sh -c 'chmod 640 good.hex; $PMFILE make --allow identity list -o good.hex; [ $(stat -c %a good.hex) = 640 ] "
          "&& ! ls good.hex.*'",
          0, ""},
