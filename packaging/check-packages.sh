@@ -85,7 +85,7 @@ in_root '
 
     version=$(virtual-board --version | cut -d " " -f 2)
     for page in man8/pmadmin.8 man1/pmfile.1 man1/pmfile-plot.1 man1/pmstatus.1 man1/virtual-board.1; do
-        expect 0 zgrep "version $version" /usr/share/man/$page.gz
+        expect 0 zgrep "pmadmin $version" /usr/share/man/$page.gz
     done
     for program in pmadmin pmfile pmfile-plot pmstatus virtual-board; do
         expect 0 bash -c ". /usr/share/bash-completion/completions/$program; complete -p $program"

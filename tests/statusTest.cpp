@@ -18,6 +18,16 @@ protected:
         EXPECT_EQ(0, run("$PMADMIN -u $EXAMPLES/board-a.hex").status);
         EXPECT_EQ(0, run("$PMSTATUS", NOMINAL).status);
     }
+
+    void setLock(int value) const
+    {
+        // Whole: where unions travel in memory, a bare int would be taken for an address.
+        union {
+            int value;
+            void* buffer;
+        } argument{value};
+        EXPECT_EQ(0, semctl(lockSet(), 0, SETVAL, argument));
+    }
 };
 
 TEST_F(StatusTest, StatesAndComplaints)
@@ -289,13 +299,13 @@ TEST_F(StatusTest, WhatIsClearedAndWhatStays)
 
 TEST_F(StatusTest, BesideOthers)
 {
-    semctl(lockSet(), 0, SETVAL, 0);
+    setLock(0);
     const Outcome locked = run("$PMSTATUS --json");
     EXPECT_EQ(3, locked.status);
     EXPECT_EQ("", locked.output + locked.bus);
     EXPECT_TRUE(std::regex_match(locked.errors, std::regex("pmstatus: process [0-9]+ .* has the lock .*\n")))
         << locked.errors;
-    semctl(lockSet(), 0, SETVAL, 1);
+    setLock(1);
 
     run("$BUS_USER page 7");
     const Outcome robbed = run("sh -c '$VIRTUAL_BOARD --bus-log all --time-scale 100 --fault code=43@3*1:timeout "
