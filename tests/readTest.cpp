@@ -180,8 +180,9 @@ TEST_F(ReadTest, WhereTheOutputGoes)
         {"sh -c '$PMFILE make - -o list <list'", 2,
          "list: is the input, which would be lost\npmfile: list is left as it was"},
         {"sh -c 'umask 027; $PMFILE make list --allow identity -o fresh; [ $(stat -c %a fresh) = 640 ]'", 0, ""},
-        {"sh -c 'ulimit -f 1; $PMFILE make list --allow identity -o large; status=$?; ls large* >&2 2>/dev/null; exit "
-         "$status'",
+        // Counts of a build that measures coverage are files as well, which find no room.
+        {"sh -c 'export GCOV_PREFIX=$PWD GCOV_ERROR_FILE=/dev/null; ulimit -f 1; $PMFILE make list --allow identity "
+         "-o large; status=$?; ls large* >&2 2>/dev/null; exit $status'",
          2, "large: cannot be written: File too large\npmfile: large was not made"},
         {"sh -c 'chmod 640 good.hex; $PMFILE make --allow identity list -o good.hex; [ $(stat -c %a good.hex) = 640 ] "
          "&& ! ls good.hex.*'",
