@@ -137,6 +137,10 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"TON_DELAY 5.2000000000 ms", ""},
         {"VOUT_SCALE_MONITOR 1.1", "VOUT_SCALE_MONITOR '1.1': write a ratio above 0 and up to 1, as in 0.125"},
         {"VOUT_SCALE_MONITOR 0.12345678901234567890", ""},
+        {"VOUT_SCALE_MONITOR 0.00001", "VOUT_SCALE_MONITOR '0.00001': write a ratio above 0 and up to 1, as in 0.125"},
+        {"VOUT_SCALE_MONITOR 0,5 V", "VOUT_SCALE_MONITOR '0,5 V': write a point in place of the comma"},
+        {"VOUT_OV_WARN_LIMIT inf V", "VOUT_OV_WARN_LIMIT 'inf V': write a number and its unit, as in 2.200 V"},
+        {"OT_WARN_LIMIT -328 °C", "OT_WARN_LIMIT '-328 °C': it has steps of 0.01 °C, from -327.68 °C to 327.67 °C"},
         {"MFR_MODE 0x10000", "MFR_MODE '0x10000': write 0x0000 to 0xFFFF"},
         {"MFR_PSEN_CONFIG 0x1G", "MFR_PSEN_CONFIG '0x1G': write 0x00 to 0xFF"},
         {"MFR_SEQ_TIMESLOT 256", "MFR_SEQ_TIMESLOT '256': write a number from 0 to 255, or in hexadecimal after 0x"},
@@ -147,6 +151,8 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"MFR_SERIAL A01", "MFR_SERIAL 'A01': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
         {"MFR_SERIAL \"123456789\"",
          "MFR_SERIAL '\"123456789\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
+        {"MFR_SERIAL \"", "MFR_SERIAL '\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
+        {"MFR_SERIAL \"a\"b\"", "MFR_SERIAL '\"a\"b\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
         {"MFR_SERIAL \"é\"", "MFR_SERIAL '\"é\"': write up to 8 ASCII characters in quotes, as in \"RACK A01\""},
         {"MFR_SERIAL 0x12", "MFR_SERIAL '0x12': write 8 bytes, 16 hexadecimal digits after 0x"},
         {"MFR_DATE 2.256 hw 3",
@@ -155,6 +161,8 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"MFR_DATE 2.5 hw 3 0xFF",
          "MFR_DATE '2.5 hw 3 0xFF': write the version and the minimum hardware version, each number "
          "up to 255, as in 2.5 hw 3"},
+        {"MFR_DATE 2,5 hw 3", "MFR_DATE '2,5 hw 3': write the version and the minimum hardware version, each number "
+                              "up to 255, as in 2.5 hw 3"},
         {"CLEAR_FAULTS 1", "CLEAR_FAULTS '1': write no value: it has no data"},
         {"raw 4", "write the command code and up to 255 data bytes, two hexadecimal digits each, as in raw 42 28 32"},
     };

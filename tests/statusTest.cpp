@@ -59,6 +59,8 @@ TEST_F(StatusTest, StatesAndComplaints)
         {"", "--fault stuck=79:FFFF=4800", "", 0, "good, but STATUS_WORD says: bit 14, power good negated"},
         {"", "--fault stuck=7A@3:FF=04", "", 2,
          "fault: channel 3: TON_MAX fault: it did not come up in time (latched)"},
+        {"", "--fault code=8B@3*1:supply=3:2.75 --fault stuck=7A@3:FF=00", "", 0,
+         "good, but STATUS_WORD says: output voltage"},
         {"--supply 3=none", "--fault stuck=8B@3:FFFF=0AF1", "", 2,
          "fault: channel 3: overvoltage fault (present; 2.801 V is above 2.800 V)"},
     };
@@ -162,6 +164,8 @@ TEST_F(StatusTest, WhenItCannotTell)
         {"--with x --with x --with x", "", "--with can be given twice at most" + help},
         {"--of", "", "option '--of' needs a value" + help},
         {"--none", "", "there is no option '--none'" + help},
+        {"--brief=x", "", "option '--brief' takes no value" + help},
+        {"-xy --of", "", "there is no option '-x'" + help},
         {"x", "", "expected options alone, not 'x'" + help},
     };
     const int page = 7;
@@ -236,6 +240,12 @@ TEST_F(StatusTest, WhatAFileWouldDo)
          1,
          "1:1: warning: MFR_MODE of device changes from 0x0020 to 0x0001 and may switch supplies at once\n"
          "1:1: MFR_GPO_CONFIG of device changes from 0x0021 to 0x0002; what that does is not simulated\n\nwith"},
+        {{"01000301D21F0011019901"},
+         "",
+         1,
+         "1:1: warning: MFR_PSEN_CONFIG of channel 3 changes from 0x10 to 0x1F and may switch supplies at once\n"
+         "1:1: 1 entry is"
+             + passed + "pmadmin refuses to write it on this page\n\nwith"},
         {{"010003022A000002400100"},
          "",
          2,
@@ -254,6 +264,71 @@ TEST_F(StatusTest, WhatAFileWouldDo)
         EXPECT_NE(std::string::npos, outcome.output.find("\n" + text))
             << text << "in" << outcome.output << outcome.errors;
         EXPECT_EQ(status, outcome.status) << text;
+    }
+}
+
+TEST_F(StatusTest, WhatAFileWouldDoAsJson)
+{
+    write("1", dataFile("0100030242C4090243C5090100FF02D10100"));
+    const std::string output = run("$PMSTATUS --json --with 1").output;
+    EXPECT_EQ(
+        R"("atEnd":[{"channel":3,"limit":"VOUT_UV_WARN_LIMIT","value":2.5,"bound":2.501,"state":"warning","file":1}])"
+        R"(,"whileWritten":[],"sincePeaks":[{"channel":3,"limit":"VOUT_UV_WARN_LIMIT","value":2.5,"bound":2.501,)"
+        R"("state":"warning","file":1}],"remarks":[{"file":1,"line":1,"state":"warning","text":"MFR_MODE of )"
+        R"(device changes from 0x0020 to 0x0001 and may switch supplies at once"}],"notRunning":0})"
+        "\n",
+        output.substr(std::min(output.size(), output.find("\"atEnd\""))));
+}
+
+// On a terminal, of a chip with bits that nobody knows.
+TEST_F(BoardRun, StatusInColour)
+{
+    run("$PMADMIN -u $EXAMPLES/small.hex");
+    const std::string odd = "--fault stuck=7A@1:FF=01 --fault stuck=80@1:FF=12 --fault stuck=10:FF=40 --fault "
+                            "stuck=7D@13:FF=03 --sensor 0=disabled --supply 0=12.85 --supply 1=0";
+    const Outcome shown = run("script -qec '$PMSTATUS --off 1' /dev/null", odd);
+    EXPECT_EQ("MAX34460, model 0x5A, settings 1.0\n"
+              "STATUS_WORD 0x8000 (output voltage)\n"
+              "STATUS_CML 0x00\n"
+              "STATUS_MFR_SPECIFIC 0x00\n"
+              "WRITE_PROTECT 0x40: the chip ignores writes to its settings\n\n"
+              "channel         now  off nominal    lowest   highest        warning limits  fault limits  state\n"
+              "      0    12.850 V            -  12.850 V  12.850 V  11.160 V to 12.840 V        - to -  "
+              "\x1B[33mwarning\x1B[0m\n"
+              "      overvoltage warning (latched and present; 12.850 V is above 12.840 V)\n"
+              "      1     0.000 V            -   0.000 V         -    4.650 V to 5.350 V        - to -  "
+              "\x1B[32mgood\x1B[0m\n"
+              "      STATUS_VOUT has bits whose meaning is not known: 0x01\n"
+              "      STATUS_MFR_SPECIFIC 0x12, whose bits are not known for this chip\n\n"
+              "sensor                    now  highest  warning limit  fault limit  state\n"
+              "     0    0.00 °C or disabled        -          80 °C            -  \x1B[32mgood\x1B[0m\n"
+              "      STATUS_TEMPERATURE has bits whose meaning is not known: 0x03\n\n"
+              "\x1B[33m2 supplies and 1 sensor: warning: channel 0: overvoltage warning (latched and present; 12.850 V "
+              "is above 12.840 V)\x1B[0m\n",
+              std::regex_replace(shown.output, std::regex("\r"), ""));
+    EXPECT_EQ(1, run("sh -c 'NO_COLOR=1 script -qec \"$PMSTATUS\" /dev/null | grep -c \x1B'", odd).status);
+}
+
+// Until the report is out, nothing can be said; from then on it stays true.
+TEST_F(BoardRun, EachTransferOfPmstatusThatFailsIsTold)
+{
+    run("$PMADMIN -u $EXAMPLES/small.hex");
+    const auto count = [](const std::string& bus) { return std::count(bus.begin(), bus.end(), '\n'); };
+    const auto shown = count(run("$PMSTATUS").bus);
+    const auto all = count(run("$PMSTATUS --clear").bus);
+    for (int n = 1; n <= all; n += SLOW ? 37 : 3) {
+        const std::string rule = std::to_string(n) + "-" + std::to_string(n + 2) + ":nack";
+        const Outcome outcome = run("$PMSTATUS --clear --brief", "--fault " + rule);
+        const bool isShown = n > shown;
+        EXPECT_EQ(isShown ? 0 : 3, outcome.status) << rule;
+        EXPECT_EQ(isShown ? 0U : std::string::npos, outcome.output.find("2 supplies and 1 sensor: all good\n")) << rule;
+        const bool isSent = outcome.bus.find("S 74w 03 P\n") != std::string::npos;
+        EXPECT_EQ(0U, outcome.errors.find(isSent    ? "pmstatus: CLEAR_FAULTS was sent, but"
+                                          : isShown ? "pmstatus: nothing was cleared: "
+                                                    : "pmstatus: "))
+            << rule << outcome.errors;
+        EXPECT_EQ(outcome.errors.size() - 1, outcome.errors.find('\n')) << rule;
+        EXPECT_EQ(1, lockValue()) << rule;
     }
 }
 
@@ -285,7 +360,7 @@ TEST_F(StatusTest, WhatIsClearedAndWhatStays)
         {"--supply 3=2.75", "--supply 3=2.5", 1, good},
         {"--supply 3=2.75", "", 1, stays},
         {"", "--supply 3=2.75 --fault " + later + "-:supply=4:9", 1,
-         "the status has changed since it was shown; nothing was cleared"},
+         "nothing was cleared: the status has changed since it was shown"},
     };
     for (const auto& [before, now, status, message] : cases) {
         run("$PMADMIN -a", before);

@@ -2,7 +2,8 @@
 
 #include <getopt.h>
 
-#include <cstring>
+#include <climits>
+#include <string>
 #include <string_view>
 
 #include "pages.h"
@@ -41,19 +42,20 @@ namespace {
 constexpr std::size_t MOST_FILES = 2;
 constexpr unsigned int LONGEST_INTERVAL_S = 86400;
 
-enum Letter {
-    ALL = 'a',
-    OFF = 'o',
-    BUS = 'b',
-    NAMES = 'n',
-    WITH = 'w',
-    BRIEF = 'l',
-    JSON = 'j',
-    PROMETHEUS = 'p',
-    WATCH = 's',
-    CLEAR = 'c',
-    HELP_TEXT = 'h',
-    VERSION = 'v',
+/// What getopt_long returns; no option has a letter.
+enum Option {
+    ALL = UCHAR_MAX + 1,
+    OFF,
+    BUS,
+    NAMES,
+    WITH,
+    BRIEF,
+    JSON,
+    PROMETHEUS,
+    WATCH,
+    CLEAR,
+    HELP_TEXT,
+    VERSION,
 };
 
 constexpr option LONG_OPTIONS[] = {{"all", no_argument, nullptr, ALL},
@@ -99,9 +101,9 @@ std::string takeForm(Options& options, Form form)
     return isOther ? "only one of --brief, --json and --prometheus can be given" : "";
 }
 
-std::string takeOption(int letter, Options& options)
+std::string takeOption(int given, Options& options)
 {
-    switch (letter) {
+    switch (given) {
     case ALL:
         options.all = true;
         return "";
@@ -139,11 +141,15 @@ std::string takeOption(int letter, Options& options)
     }
 }
 
-/// The option that getopt_long did not understand: a long one, or a letter of several.
-std::string unknownOption(const char* argument)
+/// What is wrong with what getopt_long did not understand: an option with a value that it does not
+/// take, a letter, or an option that there is not, which is the argument before the next one.
+std::string refuseOption(const std::string& argument)
 {
-    const bool isLong = std::strncmp(argument, "--", 2) == 0;
-    return isLong || optopt == 0 ? argument : std::string{'-', static_cast<char>(optopt)};
+    if (optopt >= ALL) {
+        return std::string("option '--") + LONG_OPTIONS[optopt - ALL].name + "' takes no value";
+    }
+    return "there is no option '"
+           + (optopt == 0 ? argument : std::string{'-', static_cast<char>(optopt)}) + "'";
 }
 
 /// What is wrong with options that are right one by one.
@@ -162,14 +168,14 @@ std::string takeOptions(int argc, char** argv, Options& options)
 {
     opterr = 0;
     std::string error;
-    for (int letter = 0; (letter = getopt_long(argc, argv, ":", LONG_OPTIONS, nullptr)) != -1;) {
+    for (int given = 0; (given = getopt_long(argc, argv, ":", LONG_OPTIONS, nullptr)) != -1;) {
         std::string wrong;
-        if (letter == ':') {
+        if (given == ':') {
             wrong = std::string("option '") + argv[optind - 1] + "' needs a value";
-        } else if (letter == '?') {
-            wrong = std::string("there is no option '") + unknownOption(argv[optind - 1]) + "'";
+        } else if (given == '?') {
+            wrong = refuseOption(argv[optind - 1]);
         } else {
-            wrong = takeOption(letter, options);
+            wrong = takeOption(given, options);
         }
         error = error.empty() ? wrong : error; // the form of what is told is that of all options
     }

@@ -8,14 +8,15 @@ namespace {
 constexpr double MILLI = 1000;
 constexpr double CENTI = 100;
 
-/// A label's value, quoted.
+/// A label's value, quoted; names hold no line ends, the third character with an escape.
 std::string labelValue(const std::string& text)
 {
     std::string escaped = "\"";
     for (const char c : text) {
-        escaped += c == '\n'               ? "\\n"
-                   : c == '\\' || c == '"' ? std::string{'\\', c}
-                                           : std::string{c};
+        if (c == '\\' || c == '"') {
+            escaped += '\\';
+        }
+        escaped += c;
     }
     return escaped + "\"";
 }
@@ -30,6 +31,12 @@ std::string numberText(double number)
 std::string family(const char* name, const char* help)
 {
     return std::string("# HELP ") + name + " " + help + "\n# TYPE " + name + " gauge\n";
+}
+
+/// The lines of a metric behind its family; a metric without lines is left out.
+std::string withFamily(const char* name, const char* help, const std::string& lines)
+{
+    return lines.empty() ? "" : family(name, help) + lines;
 }
 
 std::string labelsOf(const RailReport& report)
@@ -52,7 +59,7 @@ std::string metric(const std::vector<RailReport>& rails, const char* name, const
             lines += name + ("{" + labelsOf(report)) + "} " + numberText(*number) + "\n";
         }
     }
-    return lines.empty() ? "" : family(name, help) + lines;
+    return withFamily(name, help, lines);
 }
 
 std::string limitMetric(const std::vector<RailReport>& rails, const char* name, const char* help,
@@ -67,7 +74,7 @@ std::string limitMetric(const std::vector<RailReport>& rails, const char* name, 
             }
         }
     }
-    return lines.empty() ? "" : family(name, help) + lines;
+    return withFamily(name, help, lines);
 }
 
 std::string stateMetric(const std::vector<RailReport>& rails, const char* name, const char* help)
@@ -77,7 +84,7 @@ std::string stateMetric(const std::vector<RailReport>& rails, const char* name, 
         lines += name + ("{" + labelsOf(report)) + "} "
                  + std::to_string(static_cast<int>(report.state())) + "\n";
     }
-    return lines.empty() ? "" : family(name, help) + lines;
+    return withFamily(name, help, lines);
 }
 
 /// A number of `steps` to the unit.

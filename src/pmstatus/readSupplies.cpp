@@ -285,18 +285,23 @@ std::optional<ChipState> clearStatus(const ReadingRequest& request, const ChipSt
                                      std::string& error)
 {
     ChipState now = shown;
+    bool isSent = false;
     const auto clear = [&](const ProvedChip& chip, std::string& reason) {
         if (!readStatus(chip, now, reason)) {
             return false;
         }
         if (!isStatusEqual(now, shown)) {
-            reason = "the status has changed since it was shown; nothing was cleared";
+            reason = "the status has changed since it was shown";
             return false;
         }
-        return chip.visit(
-                   Command::ALL_PAGES, [&](std::string& cause) { return chip.clearFaults(cause); },
-                   reason)
-               && readStatus(chip, now, reason);
+        const auto send = [&](std::string& cause) { return isSent = chip.clearFaults(cause); };
+        return chip.visit(Command::ALL_PAGES, send, reason) && readStatus(chip, now, reason);
     };
-    return useChip(request.bus, clear, error) ? std::optional(std::move(now)) : std::nullopt;
+    if (useChip(request.bus, clear, error)) {
+        return now;
+    }
+    error = (isSent ? "CLEAR_FAULTS was sent, but what is latched again is not known: "
+                    : "nothing was cleared: ")
+            + error;
+    return std::nullopt;
 }
