@@ -29,8 +29,8 @@ protected:
     BoardRun();
     ~BoardRun() override;
 
-    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN, $PMFILE, $PMSTATUS and $BUS_USER
-    /// stand for the programs, $VIRTUAL_BOARD for another launcher on it, $EXAMPLES for the folder of the example
+    /// Runs a shell command line on the board, with sleeps skipped. $PMADMIN, $PMFILE, $PMSTATUS, $PMUPGRADE
+    /// and $BUS_USER stand for the programs, which PATH leads to as well, $VIRTUAL_BOARD for another launcher on it, $EXAMPLES for the folder of the example
     /// files; `build` is the build's.
     Outcome run(const std::string& command, const std::string& boardOptions = "") const;
 

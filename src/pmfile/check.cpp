@@ -57,7 +57,7 @@ std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed, 
     return findings;
 }
 
-bool areComplaints(const Allowed& allowed)
+bool areComplaints(const std::string& option, const Allowed& given)
 {
     const std::vector<Complaint> complaints = listComplaints();
     const auto isComplaint = [&](const std::string& name) {
@@ -65,16 +65,31 @@ bool areComplaints(const Allowed& allowed)
                || std::any_of(complaints.begin(), complaints.end(),
                               [&](const Complaint& one) { return one.name == name; });
     };
-    const auto wrong = std::find_if_not(allowed.begin(), allowed.end(), isComplaint);
-    if (wrong == allowed.end()) {
+    const auto wrong = std::find_if_not(given.begin(), given.end(), isComplaint);
+    if (wrong == given.end()) {
         return true;
     }
     std::string names;
     for (const Complaint& complaint : complaints) {
         names.append(complaint.name).append(", ");
     }
-    tell("--allow '" + *wrong + "': expected one of " + names + "or all");
+    tell("--" + option + " '" + *wrong + "': expected one of " + names + "or all");
     return false;
+}
+
+Allowed without(const Allowed& allowed, const Allowed& denied)
+{
+    Allowed names;
+    const bool isAll = std::ranges::find(allowed, "all") != allowed.end();
+    for (const Complaint& complaint : listComplaints()) {
+        const auto has = [&](const Allowed& some) {
+            return std::ranges::find(some, complaint.name) != some.end();
+        };
+        if ((isAll || has(allowed)) && !has(denied)) {
+            names.emplace_back(complaint.name);
+        }
+    }
+    return names;
 }
 
 int check(const std::vector<std::string>& paths, const Allowed& allowed)

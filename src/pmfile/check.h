@@ -27,8 +27,11 @@ struct Finding {
 std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed,
                                     bool isComplete = true);
 
-/// False, with a message, if a name is not that of a complaint.
-bool areComplaints(const Allowed& allowed);
+/// False, with a message, if a name that was given to the option is not that of a complaint.
+bool areComplaints(const std::string& option, const Allowed& names);
+
+/// The names that are allowed without those that are not, whatever else is.
+Allowed without(const Allowed& allowed, const Allowed& denied);
 
 /// The command: STATUS_GOOD without findings, STATUS_DIFFERENT if all are warnings.
 int check(const std::vector<std::string>& paths, const Allowed& allowed);

@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr const char* RAW = "raw";
-
 /// They look like a blank; word processors and web pages use the wide and the narrow one.
 constexpr std::string_view NO_BREAK_SPACES[] = {"\u00A0", "\u202F"};
 

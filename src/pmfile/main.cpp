@@ -29,7 +29,7 @@ constexpr int TRACE_LEVEL = 4; // errors and warnings
 
 constexpr const char* HELP =
     R"(Usage: pmfile show [--json] [--names LIST] FILE
-       pmfile check [--allow NAME]... [--names LIST] FILE...
+       pmfile check [--allow NAME]... [--deny NAME]... [--names LIST] FILE...
        pmfile diff [--settings] [--names LIST] OLD NEW
        pmfile source FILE
        pmfile make [--allow NAME]... LIST [-o FILE]
@@ -47,6 +47,7 @@ Works with PM data files, the settings of a MAX34460 power monitor.
 
   --json           print JSON, for programs
   --allow NAME     don't report this problem; all: none at all (repeatable)
+  --deny NAME      report this problem, even with --allow all (repeatable)
   --names LIST     show the names that the sections of this list have
   --settings       compare what the chip keeps in flash, and nothing else
   --bus N          read the chip on /dev/i2c-N (default: 0)
@@ -65,6 +66,7 @@ struct Arguments {
     bool json = false;
     bool settings = false;
     Allowed allowed;
+    Allowed denied;
     std::optional<std::string> namesPath;
     std::string bus = "0"; ///< as it was given
     ReadOptions read;
@@ -75,6 +77,7 @@ struct Arguments {
 enum Option {
     JSON = 'j',
     ALLOW = 'a',
+    DENY = 'd',
     SETTINGS = 's',
     NAMES = 'N',
     BUS = 'b',
@@ -86,6 +89,7 @@ enum Option {
 
 constexpr option OPTIONS[] = {{"json", no_argument, nullptr, JSON},
                               {"allow", required_argument, nullptr, ALLOW},
+                              {"deny", required_argument, nullptr, DENY},
                               {"settings", no_argument, nullptr, SETTINGS},
                               {"names", required_argument, nullptr, NAMES},
                               {"bus", required_argument, nullptr, BUS},
@@ -102,8 +106,10 @@ constexpr struct Subcommand {
     int (*run)(const Arguments& arguments);
 } COMMANDS[] = {
     {"show", "jN", 1, 1, [](const Arguments& given) { return show(given.files[0], given.json); }},
-    {"check", "aN", 1, SIZE_MAX,
-     [](const Arguments& given) { return check(given.files, given.allowed); }},
+    {"check", "adN", 1, SIZE_MAX,
+     [](const Arguments& given) {
+         return check(given.files, without(given.allowed, given.denied));
+     }},
     {"diff", "sN", 2, 2,
      [](const Arguments& given) { return diff(given.files[0], given.files[1], given.settings); }},
     {"source", "", 1, 1, [](const Arguments& given) { return source(given.files[0]); }},
@@ -142,6 +148,9 @@ void takeOption(int letter, Arguments& arguments)
         break;
     case ALLOW:
         arguments.allowed.emplace_back(optarg);
+        break;
+    case DENY:
+        arguments.denied.emplace_back(optarg);
         break;
     case SETTINGS:
         arguments.settings = true;
@@ -202,7 +211,7 @@ bool takeArguments(const Subcommand& command, int argc, char** argv, Arguments& 
         tell(error);
         return false;
     }
-    return areComplaints(arguments.allowed);
+    return areComplaints("allow", arguments.allowed) && areComplaints("deny", arguments.denied);
 }
 
 int run(int argc, char** argv)

@@ -99,6 +99,7 @@ std::string jsonReport(const StatusReport& report, const std::string& time)
         object["time"] = time;
     }
     object["settings"] = chip.settingsVersion;
+    object["model"] = chip.model;
     object["state"] = stateName(report.state());
     object["statusWord"] = chip.statusWord();
     object["statusCml"] = chip.device.at(StatusCML::CODE);

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <iterator>
 
+#include "pmDataFile.h"
 #include "text.h"
 
 namespace {
@@ -27,6 +28,17 @@ std::string_view withoutByteOrderMark(std::string_view text)
 {
     text.remove_prefix(text.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
     return text;
+}
+
+bool isList(std::string_view text)
+{
+    for (pmDataFile::Lines lines(withoutByteOrderMark(text)); lines.next();) {
+        std::string_view line = trimmed(withoutComment(lines.line()));
+        if (!line.empty()) {
+            return line.front() == '[' || takeWord(line) == RAW;
+        }
+    }
+    return false;
 }
 
 std::string_view takeWord(std::string_view& text)

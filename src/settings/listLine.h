@@ -11,6 +11,13 @@
 /// The text of a list without the mark with which some editors begin a file.
 std::string_view withoutByteOrderMark(std::string_view text);
 
+/// Whether a text is a list: its first line that is neither blank nor a comment is a section or a
+/// raw entry. Everything else is a PM data file, though perhaps a damaged one.
+bool isList(std::string_view text);
+
+/// The word with which the line of an entry in hexadecimal begins.
+inline constexpr const char* RAW = "raw";
+
 /// Removes the first word from `text` and returns it. Empty if there is none.
 std::string_view takeWord(std::string_view& text);
 

@@ -193,19 +193,22 @@ bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, E
     return true;
 }
 
+bool writeFile(const std::string& path, const std::string& text, Existing existing)
+{
+    struct stat status = {};
+    const bool exists = stat(path.c_str(), &status) == 0;
+    return exists && !S_ISREG(status.st_mode)
+               ? writeDirectly(path, text)
+               : writeWhole(resolve(path), exists ? &status : nullptr, text, existing);
+}
+
 int writeOutput(const std::string& path, const std::string& text, Existing existing)
 {
     if (isStandardOutput(path)) {
         print(text);
         return finishOutput(STATUS_GOOD);
     }
-    struct stat status = {};
-    const bool exists = stat(path.c_str(), &status) == 0;
-    const bool written =
-        exists && !S_ISREG(status.st_mode)
-            ? writeDirectly(path, text)
-            : writeWhole(resolve(path), exists ? &status : nullptr, text, existing);
-    if (written) {
+    if (writeFile(path, text, existing)) {
         return STATUS_GOOD;
     }
     if (errno == EEXIST) {

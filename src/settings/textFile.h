@@ -1,4 +1,5 @@
-// Text files, read whole, and written whole or not at all. Used by all of pmfile's commands.
+// Text files, read whole, and written whole or not at all. Used by all of pmfile's commands, and by
+// pmupgrade.
 #pragma once
 
 #include <string>
@@ -16,9 +17,11 @@ enum class Existing { REPLACE, KEEP };
 /// message, if not.
 bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, Existing existing);
 
-/// Writes `text` to the file, whole or not at all, or to standard output; to a device or pipe
-/// directly. Returns STATUS_GOOD or, with a message, STATUS_TROUBLE, also if a file that must be
-/// kept has appeared there.
+/// Writes `text` to the file, whole or not at all, and syncs it; to a device or pipe directly. False,
+/// with errno set, if that fails: EEXIST if a file that must be kept is there.
+bool writeFile(const std::string& path, const std::string& text, Existing existing);
+
+/// The same, or to standard output. Returns STATUS_GOOD or, with a message, STATUS_TROUBLE.
 int writeOutput(const std::string& path, const std::string& text, Existing existing);
 
 /// Reports, after an error, that the output file was not made or is unchanged.

@@ -1,0 +1,8 @@
+// One run at a time on a board, whatever folder it keeps its files in.
+#pragma once
+
+#include <string>
+
+/// Takes the lock, which ends with the last process of the run: what it starts inherits it, so that
+/// nobody begins while a child of a killed run still writes. False, with the reason in `error`.
+bool takeRunLock(std::string& error);
