@@ -5,12 +5,12 @@ _pmfile() {
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
         words='show check diff source make read --help --version'
-    elif [[ $previous == --allow ]]; then
+    elif [[ $previous == --allow || $previous == --deny ]]; then
         words=$(pmfile check --allow '' - </dev/null 2>&1 | sed -n 's/.*expected one of //; s/,//g; s/ or / /p')
     elif [[ $current == -* ]]; then
         case ${COMP_WORDS[1]} in
         show) words='--json --names' ;;
-        check) words='--allow --names' ;;
+        check) words='--allow --deny --names' ;;
         diff) words='--settings --names' ;;
         make) words='--allow -o' ;;
         read) words='--bus --like --no-identity --force -o' ;;

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -37,7 +36,9 @@ Processes listProcesses()
             continue;
         }
         std::ifstream file(entry.path() / "stat");
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        // Unlike an iterator, getline does not throw where the process ends meanwhile (ESRCH).
+        std::string text;
+        std::getline(file, text, '\0');
         // Behind the command's name, which may hold anything, come the state and the parent.
         std::istringstream rest(text.substr(std::min(text.rfind(')'), text.size() - 1) + 1));
         char state = 'X';
