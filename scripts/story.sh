@@ -16,7 +16,7 @@ prepare() {
         virtual-board --board $board --time-scale 0 pmadmin -a >/dev/null # frees a killed run's lock
         virtual-board --board $board --remove
     done
-    rm -f ./*
+    rm -rf ./*
     cp "$project/examples/board-a.hex" .
     virtual-board --time-scale 0 pmadmin -u board-a.hex >/dev/null
     virtual-board --supply all=nominal true

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Manual pages and completions have the options of the usage texts, pmadmin(8) the registers of the catalogue, and
-# pmfile(1) the complaints of pmfile. Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT PMSTATUS,
+# pmfile(1) the complaints of pmfile. Usage: optionLists.sh PMADMIN VIRTUAL_BOARD PMFILE PMFILE_PLOT PMSTATUS
+# PMUPGRADE,
 # which run under $EMULATOR if that is set, except PMFILE_PLOT, a script.
 # shellcheck disable=SC2086 # an emulator may have arguments
 unset CDPATH
@@ -37,6 +38,7 @@ lists virtual-board _virtual_board "$(${EMULATOR-} "$2" --help | words '^  --[a-
 lists pmfile _pmfile "$(${EMULATOR-} "$3" --help | words '^  --?[a-z-]+')" - 'show -' 'check -' 'diff -' 'make -' 'read -'
 lists pmfile-plot _pmfile_plot "$("$4" --help | words '^  --?[a-z]+')" -
 lists pmstatus _pmstatus "$(${EMULATOR-} "$5" --help | words '^  --[a-z]+')" --
+lists pmupgrade _pmupgrade "$(${EMULATOR-} "$6" --help | words '^  --[a-z-]+')" --
 
 complaints=$(${EMULATOR-} "$3" check --allow '' x 2>&1 | sed 's/.*one of //; s/, or all//; s/, /\n/g')
 equal "pmfile.1's complaints" "$complaints" "$(sed -n '/^The complaints are/,/^\.El/s/^\.It Cm //p' pmfile.1)"

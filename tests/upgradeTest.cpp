@@ -111,7 +111,7 @@ TEST_F(UpgradeTest, WhatItDoesAndRefuses)
     const std::tuple<const char*, std::string, int, Holds, Holds, std::string> cases[] = {
         {"", up + "new.hex", 0, NEW, NEW, "settings 1.1, in its working registers and in flash. To return to settings"},
         {"", up + "new.settings", 0, NEW, NEW, "The chip holds the file"},
-        {"", up + "--dry-run new.hex", 0, OLD, OLD, "Dry run: nothing was written. To upgrade: pmupgrade --keep /"},
+        {"", up + "--dry-run new.hex", 0, OLD, OLD, "Dry run: nothing was written. To upgrade: pmupgrade --keep k new.hex\n"},
         {"", up + "old.hex", 0, OLD, OLD, nothing + " Flash can't be read; to store them: pmadmin -e old.hex\n"},
         {"", "sh -c '" + up + "new.hex && " + up + "new.hex'", 0, NEW, NEW, nothing + "\n"},
         {"", "sh -c 'cat new.hex | " + up + "/dev/stdin'", 0, NEW, NEW, "The chip holds the file"},
@@ -148,7 +148,7 @@ TEST_F(UpgradeTest, WhatItDoesAndRefuses)
         {"", "$PMUPGRADE --keep k --return", 1, OLD, OLD, "Refused: no upgrade was made from"},
         {"", "$PMUPGRADE --return --anyway", 1, OLD, OLD, "--return can't be given with"},
         {"", "$PMUPGRADE", 1, OLD, OLD, "no file is given (see pmupgrade --help)"},
-        {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return'", 1, NEW, NEW, "--return 0001-"},
+        {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return'", 1, NEW, NEW, ": pmupgrade --keep k --return 1. "},
         {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return 1'", 0, OLD, OLD,
          "The chip holds the settings "},
         {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return 1 --dry-run'", 0, NEW, NEW, "Dry run: "},

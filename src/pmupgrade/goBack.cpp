@@ -104,7 +104,8 @@ std::string Return::confirm() const
         return "";
     }
     if (isatty(STDIN_FILENO) != 1) {
-        return "name the run to return from: " + run.own({"--return", upgrade.folder});
+        return "name the run to return from: "
+               + run.own({"--return", std::to_string(numberOfRun(upgrade.folder))});
     }
     std::printf("Return to settings %s of %s? Type yes: ", upgrade.backupVersion.c_str(),
                 upgrade.date.c_str());
@@ -196,8 +197,9 @@ Outcome Return::go()
         return refuse(error);
     }
     if (run.options.isDryRun) {
-        return {End::DONE, "Dry run: nothing was written. To return: "
-                               + run.own({"--return", upgrade.folder})};
+        return {End::DONE,
+                "Dry run: nothing was written. To return: "
+                    + run.own({"--return", std::to_string(numberOfRun(upgrade.folder))})};
     }
     return writeAll();
 }

@@ -95,6 +95,7 @@ std::string Run::open()
         return error;
     }
     keep = *opened;
+    m_keepWord = options.keep;
     // What is under way counts wherever it was begun.
     for (const std::string& other : {keep, std::string(DEFAULT_KEEP)}) {
         const Found found = findNote(other, note, error);
@@ -103,6 +104,7 @@ std::string Run::open()
         }
         if (found == Found::RECORD) {
             hasNote = true;
+            m_keepWord = other == keep ? m_keepWord : other;
             keep = other;
             report.tell("A run is not at its end: " + notePath() + ", of " + printable(note.date));
             break;
@@ -183,11 +185,16 @@ void Run::tellNotReturned(bool hasStored)
 std::string Run::own(const Words& words) const
 {
     Words command = {"pmupgrade"};
-    if (keep != DEFAULT_KEEP) {
-        command.insert(command.end(), {"--keep", keep});
+    if (m_keepWord != DEFAULT_KEEP) {
+        command.insert(command.end(), {"--keep", m_keepWord});
     }
     command.insert(command.end(), words.begin(), words.end());
     return typed(command);
+}
+
+std::string Run::runWord() const
+{
+    return std::to_string(numberOfRun(name));
 }
 
 std::string Run::fileWord() const

@@ -55,6 +55,8 @@ public:
     std::string own(const Words& words) const;
     /// FILE as a word of such a command; its copy, if it can't be read a second time.
     std::string fileWord() const;
+    /// The run's number, by which --return knows it.
+    std::string runWord() const;
 
     /// Runs a program until it ends with 0, up to so many times.
     Ended repeat(const std::string& title, const Words& command, int times,
@@ -102,6 +104,7 @@ private:
     std::string reportText(const Outcome& outcome) const;
 
     std::string m_fileWord;
+    std::string m_keepWord;
 };
 
 /// What is worse than before, in words; the rails that are `spared` judge nothing.

@@ -38,13 +38,6 @@ std::vector<std::string> namesIn(const std::string& folder)
     return names;
 }
 
-/// The number with which the name of a run's folder begins; 0 if it is none.
-unsigned int numberOfRun(const std::string& name)
-{
-    const std::size_t end = name.find('-');
-    return end == std::string::npos ? 0 : takeNumber(name.substr(0, end), 1, MOST_RUNS).value_or(0);
-}
-
 std::string folderOf(const std::string& path)
 {
     const std::size_t end = path.rfind('/');
@@ -52,6 +45,12 @@ std::string folderOf(const std::string& path)
 }
 
 } // namespace
+
+unsigned int numberOfRun(const std::string& name)
+{
+    const std::size_t end = name.find('-');
+    return end == std::string::npos ? 0 : takeNumber(name.substr(0, end), 1, MOST_RUNS).value_or(0);
+}
 
 std::optional<std::string> openKeep(const std::string& folder, std::string& error)
 {

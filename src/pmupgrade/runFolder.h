@@ -18,6 +18,9 @@ std::optional<std::string> makeRunFolder(const std::string& keep, std::string& d
 /// The names of the runs, the last first.
 std::vector<std::string> listRuns(const std::string& keep);
 
+/// The number with which the name of a run's folder begins; 0 if it is none.
+unsigned int numberOfRun(const std::string& name);
+
 /// The run that is named by its folder or its number.
 std::optional<std::string> findRun(const std::string& keep, const std::string& name);
 

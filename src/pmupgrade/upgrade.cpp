@@ -293,7 +293,7 @@ Outcome Upgrade::writeAll()
                 + ", in its working registers and in flash"
                 + (isUnknown ? "; state of the supplies unknown (pmstatus shows it)" : "")
                 + ". To return to settings " + run.record.backupVersion + ": "
-                + run.own({"--return", run.name})};
+                + run.own({"--return", run.runWord()})};
 }
 
 Outcome Upgrade::go()
