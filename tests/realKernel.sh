@@ -131,6 +131,21 @@ virtual() {
     steps
 }
 
+# upgrade - an upgrade and the way back, on a virtual chip: QEMU's gives what it gave last where pmupgrade reads the
+# registers that are common to the device, so that no backup of it can be proved.
+upgrade() {
+    printf '%s\n' '[channel 3]' 'TON_DELAY 5 ms' '[device]' 'MFR_DATE 2.6 hw 3' >up.settings
+    virtual-board true
+    virtual-board pmupgrade --keep runs --allow partial up.settings >upgrade.log
+    is 'an upgrade' 0 $?
+    virtual-board --power-cycle pmadmin -E runs/*/file.hex
+    is 'what was stored' 0 $?
+    virtual-board pmupgrade --keep runs --return 1 >return.log
+    is 'a return' 0 $?
+    virtual-board --power-cycle pmadmin -E runs/0001-*/return.hex # a chip of the factory asks for hardware 49
+    is 'what was stored then' 0 $?
+}
+
 # lock - the semaphore's key, permissions and value. A run holds the lock while it prints into a pipe that is full.
 # Without a chip it gets there at once.
 lock() {
@@ -169,7 +184,7 @@ make_file all.hex <entries
 # Settings that a chip keeps in flash; those common to the device appear once.
 awk '!/^(01|10|DD)/ && (!/^(02|9|D[18])/ || !listed[$1]++)' entries | make_file settings.hex
 printf '%s\n' '00 03' '01 5A' '42 34 12' '9E 01 02 03 04 05 06 07 08' | make_file theirs.hex
-for world in kernel virtual lock; do
+for world in kernel virtual upgrade lock; do
     mkdir $world
     unshare --mount --ipc sh "$0" $world >$world/output 2>$world/failures &
 done

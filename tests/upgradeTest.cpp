@@ -111,7 +111,8 @@ TEST_F(UpgradeTest, WhatItDoesAndRefuses)
     const std::tuple<const char*, std::string, int, Holds, Holds, std::string> cases[] = {
         {"", up + "new.hex", 0, NEW, NEW, "settings 1.1, in its working registers and in flash. To return to settings"},
         {"", up + "new.settings", 0, NEW, NEW, "The chip holds the file"},
-        {"", up + "--dry-run new.hex", 0, OLD, OLD, "Dry run: nothing was written. To upgrade: pmupgrade --keep k new.hex\n"},
+        {"", up + "--dry-run new.hex", 0, OLD, OLD,
+         "Dry run: nothing was written. To upgrade: pmupgrade --keep k new.hex\n"},
         {"", up + "old.hex", 0, OLD, OLD, nothing + " Flash can't be read; to store them: pmadmin -e old.hex\n"},
         {"", "sh -c '" + up + "new.hex && " + up + "new.hex'", 0, NEW, NEW, nothing + "\n"},
         {"", "sh -c 'cat new.hex | " + up + "/dev/stdin'", 0, NEW, NEW, "The chip holds the file"},
@@ -148,7 +149,8 @@ TEST_F(UpgradeTest, WhatItDoesAndRefuses)
         {"", "$PMUPGRADE --keep k --return", 1, OLD, OLD, "Refused: no upgrade was made from"},
         {"", "$PMUPGRADE --return --anyway", 1, OLD, OLD, "--return can't be given with"},
         {"", "$PMUPGRADE", 1, OLD, OLD, "no file is given (see pmupgrade --help)"},
-        {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return'", 1, NEW, NEW, ": pmupgrade --keep k --return 1. "},
+        {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return'", 1, NEW, NEW,
+         ": pmupgrade --keep k --return 1. "},
         {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return 1'", 0, OLD, OLD,
          "The chip holds the settings "},
         {"", "sh -c '" + up + "new.hex && $PMUPGRADE --keep k --return 1 --dry-run'", 0, NEW, NEW, "Dry run: "},
@@ -171,6 +173,52 @@ TEST_F(UpgradeTest, WhatItDoesAndRefuses)
         EXPECT_EQ(outcome.status == 3, std::filesystem::exists(path("k/under-way.json"))) << name;
         EXPECT_EQ(1, lockValue()) << name;
         run("$PMADMIN -a", "--supply all=nominal --power-cycle --hw-version 3");
+    }
+}
+
+/// The number of the last transfer of the bus log that matches.
+int lastMatch(const std::string& bus, const std::string& pattern)
+{
+    int last = 0;
+    int number = 0;
+    std::istringstream lines(bus);
+    for (std::string line; std::getline(lines, line);) {
+        ++number;
+        last = std::regex_search(line, std::regex(pattern)) ? number : last;
+    }
+    return last;
+}
+
+// A run that did not come to its end: the note is for its file and the way back, on its chip, and for nothing else.
+TEST_F(UpgradeTest, WhatANoteIsFor)
+{
+    write("other.settings", "[device]\nMFR_SERIAL \"B2\"\n");
+    run("$PMFILE make --allow all other.settings -o other.hex");
+    const std::string up = "$PMUPGRADE --keep k --allow partial ";
+    const std::string at = std::to_string(lastMatch(run(up + "new.hex").bus, "S 74w 44 [0-9A-F ]+ P$"));
+    const std::string other = "another chip than the one that was being written; to set the note aside: mv ";
+    const std::tuple<const char*, std::string, int, Holds, std::string> cases[] = {
+        {"", up + "trips.hex", 1, OTHER, "/file.hex, or return to what was before it by pmupgrade --keep k --return."},
+        {"", up + "new.hex", 0, NEW, "The chip holds the file"},
+        {"", up + "--dry-run new.hex", 0, OTHER, "Dry run: nothing was written"},
+        {"--supply 1=2.75", up + "new.hex", 1, OTHER, "; pmupgrade --keep k --return returns). Nothing was written."},
+        {"", "$PMUPGRADE --keep k --return", 0, OLD, "The chip holds the settings from before"},
+        {"", "$PMUPGRADE --keep k --return 2", 1, OTHER, "there is no run 2 in "},
+        {"", "sh -c '$PMADMIN -r other.hex; " + up + "new.hex'", 1, OTHER, other},
+        {"", "sh -c '$PMADMIN -r other.hex; $PMUPGRADE --keep k --return'", 1, OTHER, "to set the note aside: mv "},
+        {"", "sh -c 'echo {} >k/under-way.json; " + up + "new.hex'", 1, OTHER, "is not what pmupgrade writes there"},
+        {"", "sh -c 'rm k/0001*/backup.hex; " + up + "new.hex'", 1, OTHER, "backup.hex: cannot be read: "},
+    };
+    for (const auto& [options, command, status, registers, line] : cases) {
+        begin();
+        run(up + "new.hex", "--fault " + at + ":kill-run");
+        const Outcome outcome = run(command, options);
+        EXPECT_EQ(status, outcome.status) << command << outcome.output << outcome.errors;
+        EXPECT_EQ(registers, ram()) << command;
+        EXPECT_NE(std::string::npos, lastLine(outcome).find(line)) << command << ": " << lastLine(outcome);
+        const bool isOpen = status != 0 || command.find("dry-run") != std::string::npos;
+        EXPECT_EQ(isOpen, std::filesystem::exists(path("k/under-way.json"))) << command;
+        run("$PMADMIN -a", "--supply all=nominal --power-cycle");
     }
 }
 
@@ -203,19 +251,6 @@ std::vector<int> strikes(const std::string& bus)
         }
     }
     return chosen;
-}
-
-/// The number of the last transfer of the bus log that matches.
-int lastMatch(const std::string& bus, const std::string& pattern)
-{
-    int last = 0;
-    int number = 0;
-    std::istringstream lines(bus);
-    for (std::string line; std::getline(lines, line);) {
-        ++number;
-        last = std::regex_search(line, std::regex(pattern)) ? number : last;
-    }
-    return last;
 }
 
 /// Whether a supply is tripped when the file has been written, or when it has been stored, or not.

@@ -36,7 +36,7 @@ std::string Return::findUpgrade()
 {
     const std::vector<std::string> runs = listRuns(run.keep);
     const auto named = run.options.run ? findRun(run.keep, *run.options.run) : std::nullopt;
-    if (run.options.run && !named) {
+    if (run.options.run && (!named || *named == run.name)) {
         return "there is no run " + printable(*run.options.run) + " in " + run.keep;
     }
     if (run.hasNote) {
