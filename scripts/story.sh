@@ -20,7 +20,7 @@ prepare() {
     cp "$project/examples/board-a.hex" .
     virtual-board --time-scale 0 pmadmin -u board-a.hex >/dev/null
     virtual-board --supply all=nominal true
-    sed -e '/^\[channel 3 /,/^\[/s/^\(VOUT_OV_WARN_LIMIT \).*/\1 2.650 V/' \
+    sed -e '/^\[channel 3 /a VOUT_OV_WARN_LIMIT      +6 %' \
         -e 's/^\(MFR_DATE \).*/\1 2.6 hw 3/' "$project/examples/board-a.settings" >new.settings
 }
 trap 'exit 1' HUP INT TERM

@@ -163,6 +163,17 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
          "up to 255, as in 2.5 hw 3"},
         {"MFR_DATE 2,5 hw 3", "MFR_DATE '2,5 hw 3': write the version and the minimum hardware version, each number "
                               "up to 255, as in 2.5 hw 3"},
+        {"vout_ov_warn_limit 1 V", "there is no register vout_ov_warn_limit; did you mean VOUT_OV_WARN_LIMIT?"},
+        {"TOM_DELAY 1 ms", "there is no register TOM_DELAY; did you mean TON_DELAY?"},
+        {"VOUT_SCALE_MONITOR 1/8", ""},
+        {"VOUT_SCALE_MONITOR 9/8", "VOUT_SCALE_MONITOR '9/8': write a ratio above 0 and up to 1, as in 0.125"},
+        {"VOUT_SCALE_MONITOR 1/0", "VOUT_SCALE_MONITOR '1/0': write a ratio above 0 and up to 1, as in 0.125"},
+        {"MFR_CHANNEL_NOMINAL +5 %",
+         "MFR_CHANNEL_NOMINAL '+5 %': the others are in per cent of this voltage; write it in V"},
+        {"VOUT_OV_WARN_LIMIT 8 %", "VOUT_OV_WARN_LIMIT '8 %': write +8 % or -8 %: above or below the nominal voltage"},
+        {"VOUT_OV_WARN_LIMIT +8.125 %",
+         "VOUT_OV_WARN_LIMIT '+8.125 %': write a percentage with up to two decimals, as in +12 % or -8.25 %"},
+        {"TON_DELAY +8 %", "TON_DELAY '+8 %': write a number and its unit, as in 2.2 ms"},
         {"CLEAR_FAULTS 1", "CLEAR_FAULTS '1': write no value: it has no data"},
         {"raw 4", "write the command code and up to 255 data bytes, two hexadecimal digits each, as in raw 42 28 32"},
     };
@@ -216,6 +227,133 @@ const std::string UNUSED = "010003 0225FF7F 02260000 022AFF7F 0240FF7F 0242FF7F 
 const std::string VERSION = "0100FF 089D0102030000000000";
 
 // Each causes a complaint of a name at a line, which --allow silences.
+TEST_F(PmfileTest, MistakesWithTemplates)
+{
+    const std::pair<const char*, const char*> lines[] = {
+        {"[template core]", ""},
+        {"VOUT_OV_WARN_LIMIT +8 %", "VOUT_OV_WARN_LIMIT '+8 %': the list has no MFR_CHANNEL_NOMINAL of channel 1, of "
+                                    "which this would be a percentage"},
+        {"use core", "a template is used below a section such as [channel 3]; a template uses none"},
+        {"raw 00 03", "a template holds registers of any page; PAGE selects one"},
+        {"unused", "unused stands below the section line of a channel or sensor"},
+        {"[template core]", "there is a template core already, in line 1"},
+        {"[template two words]", "a template has a name of one word, as in [template core]"},
+        {"[template nobody]", "no section uses the template nobody"},
+        {"[channel 0]", ""},
+        {"use none", "there is no template none; write [template none] above its registers"},
+        {"use two words", "write the name of one template, as in use core"},
+        {"use core", "a section uses one template"},
+        {"[channel 1]", ""},
+        {"use core", ""},
+        {"VOUT_UV_WARN_LIMIT -101 %", "VOUT_UV_WARN_LIMIT '-101 %': the list has no MFR_CHANNEL_NOMINAL of channel 1, "
+                                      "of which this would be a percentage"},
+        {"[channel 2]", ""},
+        {"MFR_CHANNEL_NOMINAL 30 V", ""},
+        {"VOUT_OV_WARN_LIMIT +10 %", "VOUT_OV_WARN_LIMIT '+10 %': for channel 2 this is beyond 0.000 V to 32.767 V"},
+        {"[channel 3]", ""},
+        {"unused", "unused gives all settings of channel 3 their factory values; nothing stands beside it"},
+        {"TON_DELAY 1 ms", ""},
+        {"[channel 4]", ""},
+        {"unused now", "write unused alone in its line"},
+        {"unused", "channel 4 has another section, in line 25"},
+        {"[channel 4 AGAIN]", ""},
+        {"TON_DELAY 1 ms", ""},
+    };
+    std::string list;
+    std::string messages;
+    int number = 0;
+    for (const auto& [line, message] : lines) {
+        list += std::string(line) + "\n";
+        ++number;
+        messages += *message == '\0' ? "" : "! pmfile: list:" + std::to_string(number) + ": " + message + "\n";
+    }
+    EXPECT_EQ("status 2\n" + messages + "! pmfile: made.hex was not made\n",
+              outcome([&] { return make(write("list", list), m_folder + "/made.hex", {"all"}); }));
+}
+
+// Whatever stands in templates and sections: the voltages are those of arithmetic in whole steps.
+TEST_F(PmfileTest, TemplatesAndPercentagesStandForVoltages)
+{
+    const char* const NAMES[] = {"VOUT_OV_FAULT_LIMIT", "VOUT_OV_WARN_LIMIT", "VOUT_MARGIN_HIGH",
+                                 "VOUT_MARGIN_LOW",     "VOUT_UV_WARN_LIMIT", "POWER_GOOD_ON"};
+    std::minstd_rand random(7); // NOLINT: the same lists each time
+    const auto below = [&random](unsigned int end) { return static_cast<int>(random() % end); };
+    for (int i = 0; i < 100; ++i) {
+        const int nominal = 1 + below(16000);
+        std::string lists[2]; // the one with percentages, and what it stands for
+        const auto add = [&](std::string(&parts)[2], const char* name) {
+            const int hundredths = below(3) == 0 ? 50 * below(300) : below(10000);
+            const bool isAbove = below(2) == 0;
+            // Rounded at a half away from the nominal voltage, without the fractions of other numbers.
+            int steps = nominal * hundredths / 10000;
+            steps += 2 * (nominal * hundredths % 10000) >= 10000 ? 1 : 0;
+            char lines[2][80];
+            std::snprintf(lines[0], sizeof(lines[0]), "%s %c%d.%02d %%\n", name, isAbove ? '+' : '-', hundredths / 100,
+                          hundredths % 100);
+            std::snprintf(lines[1], sizeof(lines[1]), "%s %.3f V\n", name,
+                          (nominal + (isAbove ? steps : -steps)) / 1000.0);
+            parts[0] += lines[0];
+            parts[1] += lines[1];
+        };
+        char first[64];
+        std::snprintf(first, sizeof(first), "MFR_CHANNEL_NOMINAL %.3f V\n", nominal / 1000.0);
+        lists[0] = "[template t]\nMFR_CHANNEL_NOMINAL 1 V\n";
+        lists[1] = std::string("[channel 3]\n") + first;
+        std::string own;
+        std::string behind[2];
+        for (const char* const name : NAMES) {
+            std::string parts[2];
+            add(parts, name);
+            switch (below(4)) {
+            case 0: // in the template alone
+                lists[0] += parts[0];
+                lists[1] += parts[1];
+                break;
+            case 1: // in both: the section's, in the template's place
+                lists[0] += std::string(name) + " 1 V\n";
+                lists[1] += parts[1];
+                own += parts[0];
+                break;
+            case 2: // in the section alone
+                behind[0] += parts[0];
+                behind[1] += parts[1];
+                break;
+            default:
+                break;
+            }
+        }
+        lists[0] += "[channel 3 NAME]\n" + own + "use t\n" + behind[0] + first;
+        lists[1] += behind[1];
+        std::string files[2];
+        for (int k = 0; k < 2; ++k) {
+            const std::string made = m_folder + "/made.hex";
+            ASSERT_EQ(0, make(write("list", lists[k]), made, {"all"})) << lists[k];
+            files[k] = readAll(made);
+        }
+        ASSERT_EQ(files[1], files[0]) << lists[0] << lists[1];
+    }
+}
+
+TEST_F(PmfileTest, ListsWhereFilesGo)
+{
+    const std::string list = write("list", "# a comment\n[channel 3 CORE]\nMFR_CHANNEL_NOMINAL 2 V\nVOUT_OV_WARN_LIMIT "
+                                           "+8 %\n[sensor 0]\nunused\n");
+    EXPECT_EQ("status 0\n", outcome([&] { return make(list, m_folder + "/made.hex", {"all"}); }));
+    EXPECT_EQ("status 0\n", outcome([&] { return diff(list, m_folder + "/made.hex", false); }));
+    const std::string shown = outcome([&] { return show(list, false); });
+    EXPECT_NE(std::string::npos, shown.find("page 3: channel 3 CORE\n")) << shown;
+    EXPECT_NE(std::string::npos, shown.find("VOUT_OV_WARN_LIMIT      7008              2.160 V\n")) << shown;
+    EXPECT_NE(std::string::npos, shown.find("page 13: sensor 0, unused\n")) << shown;
+    const std::string checked = outcome([&] { return check({list}, {"partial"}); });
+    EXPECT_EQ("status 1\n> list:6: warning: no MFR_DATE, the version record (no-version)\n",
+              std::regex_replace(checked, std::regex("> [^ ]*/list"), "> list"));
+    EXPECT_EQ(
+        "status 2\n! pmfile: bad:1: there is no register X; write a register's name, or raw, its command code and "
+        "its bytes\n! pmfile: bad:3: a [section] ends with ]\n",
+        outcome([&] { return show(write("bad", "raw 01 80\n[channel 3]\nX\n[dev"), false); }));
+    boardNames.clear();
+}
+
 TEST_F(PmfileTest, EachComplaintByItsName)
 {
     const std::string sound = fileOf(CHANNEL + VERSION);

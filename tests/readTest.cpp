@@ -159,7 +159,7 @@ TEST_F(ReadTest, WhereTheOutputGoes)
         {"$PMFILE show -x", 2, "show has no option '-x'" + help},
         {"$PMFILE check x --allow", 2, "option '--allow' needs a value" + help},
         {"$PMFILE read --bus 256", 2, "--bus takes the number of an I2C bus, from 0 to 255" + help},
-        {"$PMFILE source --names list x", 2, "source has no option '--names'" + help},
+        {"$PMFILE source --json x", 2, "source has no option '--json'" + help},
         {"$PMFILE diff --names no x y", 2, "no: cannot be read: No such file or directory"},
         {"$PMFILE make x -o", 2, "option '-o' needs a value" + help},
         {"$PMFILE check --allow no-nominal,address x", 2, ""},

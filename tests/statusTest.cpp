@@ -139,6 +139,7 @@ assert sum(name[0] == "pm_sensor_celsius" for name in metrics) == 4
 TEST_F(StatusTest, WhenItCannotTell)
 {
     write("bad", "[channel 3 CORE\n");
+    write("worse", "channel 3 CORE\n");
     const std::string help = " (see pmstatus --help)";
     const std::tuple<const char*, const char*, std::string> cases[] = {
         {"", "--fault absent", "the power monitor does not answer on /dev/i2c-0: No such device or address"},
@@ -153,7 +154,8 @@ TEST_F(StatusTest, WhenItCannotTell)
         {"--names no", "", "no: cannot be read: No such file or directory"},
         {"--names bad", "", "bad:1: a [section] ends with ]"},
         {"--with no", "", "no: cannot be read: No such file or directory"},
-        {"--with bad", "", "bad:1: the line holds something other than hexadecimal digits"},
+        {"--with bad", "", "bad:1: a [section] ends with ]"},
+        {"--with worse", "", "worse:1: the line holds something other than hexadecimal digits"},
         {"--off 12", "", "--off takes channels 0 to 11 and sensors sensor0 to sensor4, for example 3,7,sensor1" + help},
         {"--off 3,", "", "--off takes channels 0 to 11 and sensors sensor0 to sensor4, for example 3,7,sensor1" + help},
         {"--bus x", "", "--bus takes the number of an I2C bus, from 0 to 255" + help},

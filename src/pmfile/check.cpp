@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "complaints.h"
+#include "listFile.h"
+#include "listLine.h"
 #include "messages.h"
 #include "text.h"
 #include "textFile.h"
@@ -77,6 +79,12 @@ bool areComplaints(const std::string& option, const Allowed& given)
     return false;
 }
 
+bool needsSection(const Allowed& allowed)
+{
+    return std::ranges::none_of(
+        allowed, [](const std::string& name) { return name == "all" || name == "before-page"; });
+}
+
 Allowed without(const Allowed& allowed, const Allowed& denied)
 {
     Allowed names;
@@ -92,6 +100,52 @@ Allowed without(const Allowed& allowed, const Allowed& denied)
     return names;
 }
 
+namespace {
+
+/// Prints what was found, in the order of the lines. Returns the exit status.
+int tellFindings(const std::string& path, const std::vector<Finding>& findings)
+{
+    int status = STATUS_GOOD;
+    for (const Finding& finding : findings) {
+        print(formatted("%s:%u: %s\n", printable(path).c_str(), finding.line,
+                        finding.inWords().c_str()));
+        status = std::max(status, finding.isError ? STATUS_TROUBLE : STATUS_DIFFERENT);
+    }
+    return status;
+}
+
+int checkFile(const std::string& path, std::string text, const Allowed& allowed)
+{
+    const PmFile file(path, std::move(text));
+    std::string error;
+    int status = STATUS_GOOD;
+    if (!hasEntries(file, error)) {
+        tell(error);
+        status = STATUS_TROUBLE;
+    }
+    return std::max(status, tellFindings(path, findComplaints(file, allowed)));
+}
+
+int checkList(const std::string& path, const std::string& text, const Allowed& allowed)
+{
+    const ListFile made = readList(path, text, needsSection(allowed));
+    knowNames(made.names);
+    for (const auto& [line, mistake] : made.mistakes) {
+        print(formatted("%s:%u: error: %s\n", printable(path).c_str(), line, mistake.c_str()));
+    }
+    if (made.file == nullptr) {
+        if (!made.trouble.empty()) {
+            tell(made.trouble);
+        }
+        return STATUS_TROUBLE;
+    }
+    const bool isRead = made.mistakes.empty();
+    const int status = tellFindings(path, findComplaints(*made.file, allowed, isRead));
+    return isRead ? status : STATUS_TROUBLE;
+}
+
+} // namespace
+
 int check(const std::vector<std::string>& paths, const Allowed& allowed)
 {
     int status = STATUS_GOOD;
@@ -103,16 +157,8 @@ int check(const std::vector<std::string>& paths, const Allowed& allowed)
             status = STATUS_TROUBLE;
             continue;
         }
-        const PmFile file(path, std::move(text));
-        if (!hasEntries(file, error)) {
-            tell(error);
-            status = STATUS_TROUBLE;
-        }
-        for (const Finding& finding : findComplaints(file, allowed)) {
-            print(formatted("%s:%u: %s\n", printable(path).c_str(), finding.line,
-                            finding.inWords().c_str()));
-            status = std::max(status, finding.isError ? STATUS_TROUBLE : STATUS_DIFFERENT);
-        }
+        status = std::max(status, isList(text) ? checkList(path, text, allowed)
+                                               : checkFile(path, std::move(text), allowed));
     }
     return finishOutput(status);
 }

@@ -27,6 +27,9 @@ struct Finding {
 std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed,
                                     bool isComplete = true);
 
+/// Whether a list needs a section line above each register.
+bool needsSection(const Allowed& allowed);
+
 /// False, with a message, if a name that was given to the option is not that of a complaint.
 bool areComplaints(const std::string& option, const Allowed& names);
 

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <vector>
 
+#include "loadFile.h"
 #include "messages.h"
 #include "pageSettings.h"
 #include "pmFile.h"

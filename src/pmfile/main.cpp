@@ -31,7 +31,7 @@ constexpr const char* HELP =
     R"(Usage: pmfile show [--json] [--names LIST] FILE
        pmfile check [--allow NAME]... [--deny NAME]... [--names LIST] FILE...
        pmfile diff [--settings] [--names LIST] OLD NEW
-       pmfile source FILE
+       pmfile source [--names LIST] FILE
        pmfile make [--allow NAME]... LIST [-o FILE]
        pmfile read [--bus N] [--like FILE] [--no-identity] [--force] [-o FILE]
        pmfile --help | --version
@@ -112,7 +112,7 @@ constexpr struct Subcommand {
      }},
     {"diff", "sN", 2, 2,
      [](const Arguments& given) { return diff(given.files[0], given.files[1], given.settings); }},
-    {"source", "", 1, 1, [](const Arguments& given) { return source(given.files[0]); }},
+    {"source", "N", 1, 1, [](const Arguments& given) { return source(given.files[0]); }},
     {"make", "ao", 1, 1,
      [](const Arguments& given) { return make(given.files[0], given.read.output, given.allowed); }},
     {"read", "blnfo", 0, 0, [](const Arguments& given) { return readChip(given.read); }},

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "chipLock.h"
+#include "loadFile.h"
 #include "messages.h"
 #include "pmFile.h"
 #include "provedChip.h"

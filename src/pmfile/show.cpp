@@ -4,6 +4,7 @@
 #include <string>
 
 #include "fileSummary.h"
+#include "loadFile.h"
 #include "messages.h"
 #include "pmFile.h"
 #include "showJson.h"

@@ -15,6 +15,7 @@
 #include <random>
 
 #include "commandLine.h"
+#include "loadFile.h"
 #include "messages.h"
 #include "names.h"
 #include "pmFile.h"

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "loadFile.h"
 #include "pmDataFile.h"
 #include "pmFile.h"
 #include "runFolder.h"

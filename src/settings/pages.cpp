@@ -4,6 +4,11 @@
 
 Names boardNames;
 
+void knowNames(const Names& names)
+{
+    boardNames.insert(names.begin(), names.end());
+}
+
 std::string boardName(int page)
 {
     const auto name = boardNames.find(page);

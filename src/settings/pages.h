@@ -22,6 +22,9 @@ using Names = std::map<int, std::string>;
 /// Those of the board that is worked on. A program that is given names sets them once.
 extern Names boardNames;
 
+/// Takes over names of pages that have none yet.
+void knowNames(const Names& names);
+
 /// The page's name on the board; empty if none is known.
 std::string boardName(int page);
 

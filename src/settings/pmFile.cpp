@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "messages.h"
 #include "text.h"
-#include "textFile.h"
 
 using pmDataFile::DIGITS_PER_BYTE;
 using pmDataFile::ENTRY_HEAD_BYTES;
@@ -95,24 +93,4 @@ bool isLoadable(const PmFile& file, std::string& error)
         }
     }
     return hasEntries(file, error);
-}
-
-std::unique_ptr<PmFile> loadFile(const std::string& path, std::string& error)
-{
-    std::string text;
-    if (!readText(path, text, error)) {
-        return nullptr;
-    }
-    auto file = std::make_unique<PmFile>(path, std::move(text));
-    return isLoadable(*file, error) ? std::move(file) : nullptr;
-}
-
-std::unique_ptr<PmFile> loadOrTell(const std::string& path)
-{
-    std::string error;
-    auto file = loadFile(path, error);
-    if (file == nullptr) {
-        tell(error);
-    }
-    return file;
 }

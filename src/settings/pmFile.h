@@ -46,9 +46,3 @@ bool hasEntries(const PmFile& file, std::string& error);
 
 /// False, with the reason in `error`, unless pmadmin loads the file and it has an entry.
 bool isLoadable(const PmFile& file, std::string& error);
-
-/// Reads a file that is loadable. Null, with the reason in `error`, if it is not.
-std::unique_ptr<PmFile> loadFile(const std::string& path, std::string& error);
-
-/// The same, with the reason as a message.
-std::unique_ptr<PmFile> loadOrTell(const std::string& path);

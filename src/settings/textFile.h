@@ -17,8 +17,8 @@ enum class Existing { REPLACE, KEEP };
 /// message, if not.
 bool mayWrite(const std::string& path, const std::vector<std::string>& inputs, Existing existing);
 
-/// Writes `text` to the file, whole or not at all, and syncs it; to a device or pipe directly. False,
-/// with errno set, if that fails: EEXIST if a file that must be kept is there.
+/// Writes `text` to the file, whole or not at all, and syncs it; to a device or pipe directly.
+/// False, with errno set, if that fails: EEXIST if a file that must be kept is there.
 bool writeFile(const std::string& path, const std::string& text, Existing existing);
 
 /// The same, or to standard output. Returns STATUS_GOOD or, with a message, STATUS_TROUBLE.

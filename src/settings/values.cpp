@@ -177,8 +177,12 @@ std::string readInUnit(const Unit& unit, std::string_view text, int& number)
 std::string readRatio(std::string_view text, int& number)
 {
     double ratio = 0;
-    const bool isRatio =
-        take(text, ratio, std::chars_format::fixed) && text.empty() && ratio > 0 && ratio <= 1;
+    bool isRatio = take(text, ratio, std::chars_format::fixed);
+    if (double divisor = 0; isRatio && skip(text, "/")) {
+        isRatio = take(text, divisor, std::chars_format::fixed) && divisor > 0;
+        ratio /= divisor;
+    }
+    isRatio = isRatio && text.empty() && ratio > 0 && ratio <= 1;
     number = isRatio ? ratioFrom(ratio) : 0;
     // 0 also for less than half a step.
     return number < 1 ? "write a ratio above 0 and up to 1, as in 0.125" : "";
