@@ -193,10 +193,11 @@ bool ListReader::beginsTemplate(std::string_view line)
     if (line.back() != ']' || takeWord(title) != "template") {
         return false;
     }
-    const std::string_view name = trimmed(title);
+    std::string_view name = trimmed(title);
     const Block* const other = findTemplate(name);
     if (name.empty() || name.find_first_of(BLANKS) != std::string_view::npos) {
         complain("a template has a name of one word, as in [template core]");
+        name = {};
     } else if (other != nullptr) {
         complain(formatted("there is a template %s already, in line %u", printable(name).c_str(),
                            other->line));
