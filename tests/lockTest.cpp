@@ -53,7 +53,8 @@ void tellHere(const std::string& what)
 {
     sigset_t blocked;
     sigprocmask(SIG_SETMASK, nullptr, &blocked);
-    fakeSystem.transcript += (sigismember(&blocked, SIGTERM) == 1 ? "signals wait: " : "") + what + "\n";
+    fakeSystem.transcript +=
+        (sigismember(&blocked, SIGTERM) + sigismember(&blocked, SIGTSTP) == 2 ? "signals wait: " : "") + what + "\n";
 }
 
 TEST_F(LockTest, OfThoseWhoWouldRatherEndThanGoOnWithout)

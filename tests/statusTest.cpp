@@ -185,6 +185,8 @@ TEST_F(StatusTest, WhenItCannotTell)
     const Outcome full = run("sh -c '$PMSTATUS --clear >/dev/full'");
     EXPECT_EQ("3pmstatus: standard output: No space left on device\n", std::to_string(full.status) + full.errors);
     EXPECT_EQ(std::string::npos, full.bus.find("S 74w 03")) << "nothing is cleared that was not shown";
+    EXPECT_EQ("pmstatus: there is no option '--none'" + help + "\n",
+              run("sh -c '$PMSTATUS --brief --none >/dev/full'").errors);
     const Outcome absent = run("$PMSTATUS --prometheus", "--fault absent");
     EXPECT_EQ("# HELP pm_up Whether the power monitor could be read.\n# TYPE pm_up gauge\npm_up 0\n", absent.output);
 }
@@ -399,6 +401,24 @@ TEST_F(StatusTest, BesideOthers)
     EXPECT_EQ(0U, watched.output.find("{\"time\":\"20")) << watched.output;
     EXPECT_LE(2, std::count(watched.output.begin(), watched.output.end(), '\n'));
     EXPECT_EQ(3, run("sh -c '$PMSTATUS --watch 9 >/dev/full'").status) << "ends when nobody can read it";
+
+    // Each start of pmadmin -a selects page 255, without the lock.
+    const std::string line = "12 supplies and 5 sensors: warning: channel 3: overvoltage warning (latched and present; "
+                             "2.750 V is above 2.700 V)\n";
+    const std::string count = SLOW ? "6" : "60";
+    const Outcome disturbed = run("sh -c 'while [ ! -e end ]; do $PMADMIN -a >activity; done & for i in $(seq " + count
+                                      + "); do $PMSTATUS --brief; done | uniq -c; >end; wait'",
+                                  "--time-scale 0.2 --supply 3=2.75");
+    EXPECT_EQ(count + " " + line, disturbed.output.substr(disturbed.output.find_first_not_of(' '))) << disturbed.errors;
+
+    // A start with page 255, where an entry before the first PAGE is meant, lies before, and the comparison behind.
+    write("mode", dataFile("02D12000"));
+    setLock(0);
+    EXPECT_EQ(line + "0\n0\n",
+              run("sh -c '$VIRTUAL_BOARD --bus-log early --time-scale 0.2 $PMADMIN -E mode >compared & "
+                  "until grep -q \"9D Sr\" early 2>/dev/null; do :; done; $PMADMIN -a; $PMSTATUS --brief; "
+                  "grep -c \"w D1\" early; wait $!; echo $?'")
+                  .output);
 }
 
 } // namespace

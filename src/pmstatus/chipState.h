@@ -12,7 +12,6 @@
 
 struct ChipState {
     std::uint8_t model = 0;             ///< MFR_MODEL
-    bool givesNominal = true;           ///< whether this model gives MFR_CHANNEL_NOMINAL back
     std::string settingsVersion;        ///< "2.5"
     std::map<std::uint8_t, int> device; ///< numbers in the device's registers, by command code
     std::vector<Rail> rails;            ///< all channels, then all sensors

@@ -169,7 +169,8 @@ bool isBeyond(const Rail& rail, const Limit& limit, int number)
 bool needsSecondReading(const Rail& rail)
 {
     return std::ranges::any_of(limitsOf(rail), [&](const Limit& limit) {
-        return (rail.status() & limit.bit) == 0 && isPresent(rail, limit);
+        return (rail.status() & limit.bit) == 0 && isPresent(rail, limit)
+               && !isExcused(rail, limit);
     });
 }
 

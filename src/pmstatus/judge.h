@@ -62,7 +62,7 @@ bool isBeyond(const Rail& rail, const Limit& limit, int number);
 /// "2.498 V", "41.5 °C", "0x1105": a number as its register means it.
 std::string registerText(std::uint8_t code, int number);
 
-/// Whether the reading is beyond a limit without its status bit: once is no proof.
+/// Whether the reading is beyond a limit without its status bit, unexpectedly: once is no proof.
 bool needsSecondReading(const Rail& rail);
 
 /// Whether the sensor's reading is a temperature: a faulty and a disabled sensor give none.

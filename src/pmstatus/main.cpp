@@ -48,7 +48,7 @@ int tellUnknown(const Options& options, const std::string& why, const std::strin
     } else if (options.form == Form::PROMETHEUS) {
         print(prometheusUp(false));
     }
-    flushOutput();
+    std::fflush(stdout); // one line on standard error is enough, whether this fails or not
     return STATUS_UNKNOWN;
 }
 

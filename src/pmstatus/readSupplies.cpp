@@ -96,15 +96,13 @@ private:
     std::map<std::uint8_t, int>& m_registers;
 };
 
-/// The settings of a channel or sensor by which it is judged; on a model that does not give it
-/// back, without the nominal voltage.
-bool isJudgedBy(const Row& row, bool givesNominal)
+/// The settings of a channel or sensor by which it is judged.
+bool isJudgedBy(const Row& row)
 {
     const bool isLimit = row.code == VoutOVFaultLimit::CODE || row.code == VoutOVWarnLimit::CODE
                          || row.code == VoutUVWarnLimit::CODE || row.code == VoutUVFaultLimit::CODE
                          || row.code == OTFaultLimit::CODE || row.code == OTWarnLimit::CODE;
-    return isLimit || row.code == VoutScaleMonitor::CODE
-           || (row.code == MfrChannelNominal::CODE && givesNominal);
+    return isLimit || row.code == VoutScaleMonitor::CODE || row.code == MfrChannelNominal::CODE;
 }
 
 /// Whether it is a setting that the page has for itself.
@@ -122,7 +120,7 @@ bool readSettings(const ProvedChip& chip, PageReader& reader, Rail& rail, std::s
     };
     for (const bool isJudging : {true, false}) {
         for (const Row& row : catalogue::ROWS) {
-            if (!isOwnSetting(row, rail.page) || isJudgedBy(row, true) != isJudging
+            if (!isOwnSetting(row, rail.page) || isJudgedBy(row) != isJudging
                 || (row.code == MfrChannelNominal::CODE && !chip.givesNominal())) {
                 continue;
             }
@@ -208,7 +206,6 @@ bool heedsPage(const ProvedChip& chip, std::string& error)
 bool identify(const ProvedChip& chip, ChipState& state, std::string& error)
 {
     state.model = chip.model();
-    state.givesNominal = chip.givesNominal();
     state.settingsVersion = chip.settingsVersion();
     return heedsPage(chip, error);
 }

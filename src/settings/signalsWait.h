@@ -1,16 +1,17 @@
-// Keeps the signals that people end programs with from leaving something half done: a file, a lock.
+// Keeps the signals that people end or stop programs with from leaving something half done: a
+// file, a lock.
 #pragma once
 
 #include <csignal>
 
-/// INT, TERM, HUP and QUIT wait while it exists.
+/// INT, TERM, HUP, QUIT and TSTP wait while it exists.
 class SignalsWait {
 public:
     SignalsWait()
     {
         sigset_t signals;
         sigemptyset(&signals);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
             sigaddset(&signals, signal);
         }
         sigprocmask(SIG_BLOCK, &signals, &m_before);
