@@ -149,7 +149,9 @@ int checkList(const std::string& path, const std::string& text, const Allowed& a
 int check(const std::vector<std::string>& paths, const Allowed& allowed)
 {
     int status = STATUS_GOOD;
+    const Names given = boardNames;
     for (const std::string& path : paths) {
+        boardNames = given; // those of one list are not another's
         std::string text;
         std::string error;
         if (!readText(path, text, error)) {

@@ -65,6 +65,7 @@ bool makeText(const std::string& listPath, const Allowed& allowed, std::string& 
         return false;
     }
     const ListFile made = readList(listPath, list, needsSection(allowed));
+    knowNames(made.names);
     ListComplaints complaints = made.mistakes;
     const bool isRead = complaints.empty();
     std::vector<Finding> findings;

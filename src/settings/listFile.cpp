@@ -134,7 +134,7 @@ public:
 
 private:
     Block& block() { return m_blocks.back(); }
-    bool beginsTemplate(std::string_view line);
+    void readTemplate(std::string_view name);
     void readSection(std::string_view line);
     void readUse(std::string_view name);
     void readUnused(std::string_view rest);
@@ -168,7 +168,10 @@ void ListReader::read(std::string_view line, unsigned int number)
         return;
     }
     if (m_text.front() == '[') {
-        if (!beginsTemplate(m_text)) {
+        const auto name = parseTemplate(m_text);
+        if (name) {
+            readTemplate(*name);
+        } else {
             readSection(m_text);
         }
         return;
@@ -186,14 +189,8 @@ void ListReader::read(std::string_view line, unsigned int number)
     }
 }
 
-/// Takes a line such as "[template core]". False if it is another one.
-bool ListReader::beginsTemplate(std::string_view line)
+void ListReader::readTemplate(std::string_view name)
 {
-    std::string_view title = line.substr(1, line.find(']') - 1);
-    if (line.back() != ']' || takeWord(title) != "template") {
-        return false;
-    }
-    std::string_view name = trimmed(title);
     const Block* const other = findTemplate(name);
     if (name.empty() || name.find_first_of(BLANKS) != std::string_view::npos) {
         complain("a template has a name of one word, as in [template core]");
@@ -203,7 +200,6 @@ bool ListReader::beginsTemplate(std::string_view line)
                            other->line));
     }
     m_blocks.push_back({Block::TEMPLATE, NO_PAGE, m_line, name, {}, {}, 0, 0});
-    return true;
 }
 
 void ListReader::readSection(std::string_view line)
@@ -363,8 +359,10 @@ void ListReader::checkTemplates()
     }
     for (const Block& one : m_blocks) {
         if (one.kind == Block::TEMPLATE && !one.name.empty() && !used.contains(one.name)) {
-            m_mistakes.emplace(one.line, formatted("no section uses the template %s",
-                                                   printable(one.name).c_str()));
+            m_mistakes.emplace(one.line,
+                               formatted("no section uses the template %s; remove it, or "
+                                         "write use %s below a section line",
+                                         printable(one.name).c_str(), printable(one.name).c_str()));
         }
     }
 }
@@ -380,7 +378,7 @@ void ListReader::checkUnused(const Block& one)
     for (const Block& other : m_blocks) {
         if (&other != &one && other.kind == Block::PAGE && other.page == one.page) {
             m_mistakes.emplace(one.unusedLine,
-                               formatted("%s has another section, in line %u",
+                               formatted("%s has another section, in line %u; keep one of them",
                                          pageNumberName(one.page).c_str(), other.line));
             return;
         }
@@ -425,8 +423,8 @@ void ListReader::resolve(Item& item, int page, const std::map<int, int>& nominal
     const auto nominal = nominals.find(page);
     if (nominal == nominals.end() || nominal->second <= 0) {
         m_mistakes.emplace(item.line,
-                           formatted("%s '%s': the list has no MFR_CHANNEL_NOMINAL of %s, of which "
-                                     "this would be a percentage",
+                           formatted("%s '%s': the list has no MFR_CHANNEL_NOMINAL above 0 V of %s "
+                                     "to reckon this from; write it, too, or a voltage here",
                                      name, item.text.c_str(), pageNumberName(page).c_str()));
         return;
     }
@@ -468,7 +466,7 @@ void ListReader::expand()
                 page = item.data[0];
             } else if (item.code == MfrChannelNominal::CODE
                        && item.data.size() == MfrChannelNominal::SIZE) {
-                nominals[page] = item.data[0] | item.data[1] << 8;
+                nominals[page] = numberOf(*catalogue::find(item.code), item.data);
             }
             items.emplace_back(page, std::move(item));
         }

@@ -22,6 +22,15 @@ constexpr SectionKind SECTIONS[] = {{"channel", Command::CHANNELS, 0},
                                     {"sensor", Command::SENSORS, Command::FIRST_SENSOR_PAGE},
                                     {"page", 256, 0}};
 
+/// Whether a line that begins with a bracket was meant as a section, as it ends with one or begins
+/// with a word that records can't have.
+bool isSectionLike(std::string_view line)
+{
+    std::string_view title = line.substr(1);
+    return line.ends_with(']')
+           || takeWord(title).find_first_not_of("0123456789ABCDEFabcdef") != std::string_view::npos;
+}
+
 } // namespace
 
 std::string_view withoutByteOrderMark(std::string_view text)
@@ -35,7 +44,7 @@ bool isList(std::string_view text)
     for (pmDataFile::Lines lines(withoutByteOrderMark(text)); lines.next();) {
         std::string_view line = trimmed(withoutComment(lines.line()));
         if (!line.empty()) {
-            return line.front() == '[' || takeWord(line) == RAW;
+            return line.front() == '[' ? isSectionLike(line) : takeWord(line) == RAW;
         }
     }
     return false;
@@ -61,6 +70,13 @@ std::string_view withoutComment(std::string_view line)
     return line;
 }
 
+std::optional<std::string_view> parseTemplate(std::string_view line)
+{
+    std::string_view title = line.substr(1, line.find(']') - 1);
+    const bool isTemplate = line.ends_with(']') && takeWord(title) == "template";
+    return isTemplate ? std::optional(trimmed(title)) : std::nullopt;
+}
+
 std::optional<Section> parseSection(std::string_view line, std::string& error)
 {
     const std::size_t end = line.find(']');
@@ -77,7 +93,7 @@ std::optional<Section> parseSection(std::string_view line, std::string& error)
     }
     const auto* const section = std::ranges::find(SECTIONS, kind, &SectionKind::name);
     if (section == std::end(SECTIONS)) {
-        error = "write [channel N], [sensor N], [device] or [page N]";
+        error = "write [channel N], [sensor N], [device], [page N] or [template NAME]";
         return std::nullopt;
     }
     const std::string_view digits = takeWord(title);

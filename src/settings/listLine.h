@@ -12,7 +12,8 @@
 std::string_view withoutByteOrderMark(std::string_view text);
 
 /// Whether a text is a list: its first line that is neither blank nor a comment is a section or a
-/// raw entry. Everything else is a PM data file, though perhaps a damaged one.
+/// raw entry. Everything else is a PM data file, though perhaps a damaged one: where a record's
+/// colon became a bracket, too.
 bool isList(std::string_view text);
 
 /// The word with which the line of an entry in hexadecimal begins.
@@ -23,6 +24,10 @@ std::string_view takeWord(std::string_view& text);
 
 /// The line without its comment; a # within quotes does not begin one.
 std::string_view withoutComment(std::string_view line);
+
+/// The name in a line such as "[template core]", empty if it has none. Nothing if the line is
+/// another one.
+std::optional<std::string_view> parseTemplate(std::string_view line);
 
 /// What a line such as "[channel 3 CORE_2V5]" begins.
 struct Section {

@@ -13,7 +13,7 @@ bool readNames(const std::string& path, Names& names, std::string& error)
     }
     for (pmDataFile::Lines lines(withoutByteOrderMark(list)); lines.next();) {
         const std::string_view line = trimmed(withoutComment(lines.line()));
-        if (!line.starts_with('[')) {
+        if (!line.starts_with('[') || parseTemplate(line)) {
             continue;
         }
         std::string mistake;
