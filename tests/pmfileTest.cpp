@@ -1,4 +1,6 @@
 // pmfile's commands on files: lists and their files, complaints, differences.
+#include <sys/stat.h>
+
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -110,7 +112,9 @@ TEST_F(PmfileTest, SourceOfACanonicalListGivesItBack)
         "\n[device]\nMFR_SERIAL              \"A #1\"\nMFR_LOCATION            0x3130313031303100\n"
         "MFR_TIME_COUNT          0x01020304\nMFR_DATE                48.49 hw 49 0x3031303130\n";
     const std::string made = m_folder + "/made.hex";
+    const mode_t mask = umask(027);
     EXPECT_EQ("status 0\n", outcome([&] { return make(write("list", list), made, {"all"}); }));
+    EXPECT_EQ(027U, umask(mask)) << "as it was before";
     EXPECT_EQ("status 0\n" + list, std::regex_replace(outcome([&] { return source(made); }), std::regex("> "), ""));
 }
 

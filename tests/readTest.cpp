@@ -60,6 +60,9 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
     }
     write("volts.hex", selections + ":070000000100030242FF7FFF\n");
     write("like.hex", ":0A0000000100030242FF7F010180FF\n");
+    write("nominal.hex", ":0700000001000302EAC409FF\n");
+    write("mode.hex", ":0400000002D12000FF\n");
+    write("action.hex", ":020000000003FF\n");
     const std::tuple<const char*, const char*, std::string> cases[] = {
         {"", "--fault open=ENOENT", "/dev/i2c-0 can't be opened: No such file or directory"},
         {"--bus 7", "", "/dev/i2c-7 can't be opened: No such file or directory"},
@@ -72,6 +75,8 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
          "the chip on /dev/i2c-0 answers 0xFF, as one does that is locked or without power"},
         {"--like volts.hex", "--fault stuck=42:FFFF=FFFF",
          "every setting reads 0xFF, as from a chip that is locked or without power"},
+        {"--like nominal.hex", "--model 0x57",
+         "MFR_CHANNEL_NOMINAL can't be read back on this model and is left out\npmfile: no setting is left to read"},
         {"", "--fault code=43@5:nack", "VOUT_UV_WARN_LIMIT of channel 5 can't be read: No such device or address"},
         {"", "--fault code=00@4:timeout", "PAGE can't be read on channel 4: Connection timed out"},
         {"", "--fault 45-47:timeout", "channel 1 can't be selected: Connection timed out"},
@@ -90,6 +95,11 @@ TEST_F(ReadTest, ItIsTheWholeTruthOrNoFile)
     const Outcome like = run("$PMFILE read --like like.hex");
     EXPECT_EQ("pmfile: like.hex:1: OPERATION is left out: it is not a setting, or not one of channel 3\n", like.errors);
     EXPECT_EQ(like.output, run("$PMFILE read --like volts.hex").output) << "no page without a setting";
+    EXPECT_EQ("pmfile: action.hex:1: CLEAR_FAULTS is left out: it is not a setting, or not one of device\n"
+              "pmfile: action.hex: contains no settings that can be read\n",
+              run("$PMFILE read --like action.hex").errors);
+    EXPECT_EQ("", run("$PMFILE read --like mode.hex", "--fault stuck=D1:FFFF=FFFF").errors) << "no unit, no board";
+    EXPECT_EQ(m_good, run("$PMFILE read", "--fault open=EINTR*2").output);
 }
 
 TEST_F(ReadTest, WhatOthersDoMeanwhile)
@@ -179,6 +189,11 @@ TEST_F(ReadTest, WhereTheOutputGoes)
          0, ""},
         {"sh -c '$PMFILE make - -o list <list'", 2,
          "list: is the input, which would be lost\npmfile: list is left as it was"},
+        {"$PMFILE make no -o no", 2, "no: cannot be read: No such file or directory\npmfile: no was not made"},
+        {"sh -c ': >none; $PMFILE make none -o /dev/null'", 2, "none: contains no registers\npmfile: no file was made"},
+        {"$PMFILE make --allow identity list -o /dev/null", 0, ""},
+        {"sh -c 'head -c 2000000 /dev/zero >large; $PMFILE show large; rm large'", 0,
+         "large: is too large for a PM data file"},
         {"sh -c 'umask 027; $PMFILE make list --allow identity -o fresh; [ $(stat -c %a fresh) = 640 ]'", 0, ""},
         // Counts of a build that measures coverage are files as well, which find no room.
         {"sh -c 'export GCOV_PREFIX=$PWD GCOV_ERROR_FILE=/dev/null; ulimit -f 1; $PMFILE make list --allow identity "
