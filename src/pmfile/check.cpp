@@ -59,7 +59,7 @@ std::vector<Finding> findComplaints(const PmFile& file, const Allowed& allowed, 
     return findings;
 }
 
-bool areComplaints(const std::string& option, const Allowed& given)
+bool areComplaints(const std::string& option, const Allowed& names)
 {
     const std::vector<Complaint> complaints = listComplaints();
     const auto isComplaint = [&](const std::string& name) {
@@ -67,15 +67,15 @@ bool areComplaints(const std::string& option, const Allowed& given)
                || std::any_of(complaints.begin(), complaints.end(),
                               [&](const Complaint& one) { return one.name == name; });
     };
-    const auto wrong = std::find_if_not(given.begin(), given.end(), isComplaint);
-    if (wrong == given.end()) {
+    const auto wrong = std::find_if_not(names.begin(), names.end(), isComplaint);
+    if (wrong == names.end()) {
         return true;
     }
-    std::string names;
+    std::string known;
     for (const Complaint& complaint : complaints) {
-        names.append(complaint.name).append(", ");
+        known.append(complaint.name).append(", ");
     }
-    tell("--" + option + " '" + *wrong + "': expected one of " + names + "or all");
+    tell("--" + option + " '" + *wrong + "': expected one of " + known + "or all");
     return false;
 }
 

@@ -51,7 +51,7 @@ constexpr option LONG_OPTIONS[] = {{"dry-run", no_argument, nullptr, DRY_RUN},
 /// OPERATION on page 255 reaches all twelve supplies, and what the chip refuses is never equal.
 constexpr const char* NEVER_ALLOWED[] = {"no-setting", "access"};
 
-std::string takeOption(int given, Options& options)
+std::string takeOption(int given, UpgradeOptions& options)
 {
     switch (given) {
     case DRY_RUN:
@@ -95,7 +95,7 @@ std::string refuseOption(const std::string& argument)
 }
 
 /// Takes what stands beside the options. Returns what is wrong with it.
-std::string takeOperands(const std::vector<std::string>& operands, Options& options)
+std::string takeOperands(const std::vector<std::string>& operands, UpgradeOptions& options)
 {
     if (options.isReturn) {
         if (options.isAnyway || options.hasNoReturn || !options.allowed.empty()) {
@@ -115,14 +115,14 @@ std::string takeOperands(const std::vector<std::string>& operands, Options& opti
 
 } // namespace
 
-std::string takeOptions(int argc, char** argv, Options& options)
+std::string takeOptions(int argc, char** argv, UpgradeOptions& options)
 {
     opterr = 0;
     for (int given = 0; (given = getopt_long(argc, argv, ":", LONG_OPTIONS, nullptr)) != -1;) {
-        const std::string wrong =
-            given == ':'   ? std::string("option '") + argv[optind - 1] + "' needs a value"
-            : given == '?' ? refuseOption(argv[optind - 1])
-                           : takeOption(given, options);
+        std::string wrong = given == ':'
+                                ? std::string("option '") + argv[optind - 1] + "' needs a value"
+                            : given == '?' ? refuseOption(argv[optind - 1])
+                                           : takeOption(given, options);
         if (!wrong.empty()) {
             return wrong;
         }

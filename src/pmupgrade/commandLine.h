@@ -8,7 +8,7 @@
 /// Where runs are kept if nothing else is said.
 inline constexpr const char* DEFAULT_KEEP = "/var/lib/pmupgrade";
 
-struct Options {
+struct UpgradeOptions {
     bool help = false;
     bool version = false;
     bool isReturn = false;
@@ -24,4 +24,4 @@ struct Options {
 extern const char* const HELP;
 
 /// Takes the options. Returns what is wrong with them, in words; empty if nothing is.
-std::string takeOptions(int argc, char** argv, Options& options);
+std::string takeOptions(int argc, char** argv, UpgradeOptions& options);

@@ -29,7 +29,7 @@ struct SupplyStates {
 };
 
 /// Empty if the text is nothing that pmstatus prints.
-std::optional<SupplyStates> parseStates(const std::string& json);
+std::optional<SupplyStates> parseStates(const std::string& text);
 
 /// What `pmfile show --json` says of a file.
 struct FileFacts {
@@ -41,7 +41,7 @@ struct FileFacts {
     std::string locationText;
 };
 
-std::optional<FileFacts> parseFile(const std::string& json);
+std::optional<FileFacts> parseFile(const std::string& text);
 
 /// Which chip it is. All chips bear the same from the factory.
 struct Identity {

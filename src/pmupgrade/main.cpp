@@ -36,7 +36,7 @@ int refuse(const std::string& why)
     return static_cast<int>(End::REFUSED);
 }
 
-int work(const Options& options)
+int work(const UpgradeOptions& options)
 {
     std::string error;
     if (!takeRunLock(error)) {
@@ -71,7 +71,7 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     std::set_new_handler(endWithoutMemory);
     programName = "pmupgrade";
-    Options options;
+    UpgradeOptions options;
     const std::string wrong = takeOptions(argc, argv, options);
     if (!wrong.empty()) {
         return refuse(wrong + " (see pmupgrade --help)");

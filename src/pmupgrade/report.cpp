@@ -28,7 +28,7 @@ std::string indented(std::string_view text)
 
 } // namespace
 
-Ended Report::step(const std::string& title, const Words& command, Shows shows)
+Ended RunReport::step(const std::string& title, const Words& command, Shows shows)
 {
     const std::string begin = title + ": " + typed(command) + ": ";
     show(begin);
@@ -40,7 +40,7 @@ Ended Report::step(const std::string& title, const Words& command, Shows shows)
     return ended;
 }
 
-void Report::tell(const std::string& line)
+void RunReport::tell(const std::string& line)
 {
     show(line + "\n");
     m_text += line + "\n";

@@ -8,7 +8,7 @@
 /// What is shown of what a program wrote, unless it is JSON for us.
 enum class Shows { ERRORS, ALL };
 
-class Report {
+class RunReport {
 public:
     /// Runs a program as a step of the run: its line says what it is for and how it can be typed,
     /// then how it ended; what the program wrote follows where it matters.

@@ -218,8 +218,8 @@ std::string Run::hashOf(const std::string& file)
     const Ended ended = report.step("Hash it", {"sha256sum", file});
     constexpr std::size_t DIGITS = 64;
     // A backslash stands before it where the name that follows has escapes.
-    const std::size_t begin = ended.output.starts_with('\\') ? 1 : 0;
-    return ended.status == 0 ? ended.output.substr(begin, DIGITS) : "";
+    const std::size_t first = ended.output.starts_with('\\') ? 1 : 0;
+    return ended.status == 0 ? ended.output.substr(first, DIGITS) : "";
 }
 
 std::optional<FileFacts> Run::factsOf(const std::string& file)

@@ -30,10 +30,10 @@ extern volatile std::sig_atomic_t g_isInterrupted;
 
 class Run {
 public:
-    explicit Run(Options given) : options(std::move(given)) {}
+    explicit Run(UpgradeOptions given) : options(std::move(given)) {}
 
-    const Options options;
-    Report report;
+    const UpgradeOptions options;
+    RunReport report;
     std::string fileText; ///< FILE, which may be a pipe, as it was read in the beginning
     std::string keep;     ///< DIR, absolute
     std::string name;     ///< of this run's folder in it

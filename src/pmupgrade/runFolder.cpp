@@ -68,7 +68,7 @@ std::optional<std::string> openKeep(const std::string& folder, std::string& erro
         error = folder + ": is no folder";
         return std::nullopt;
     }
-    return real.get();
+    return std::string(real.get());
 }
 
 std::vector<std::string> listRuns(const std::string& keep)

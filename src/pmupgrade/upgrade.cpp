@@ -299,9 +299,9 @@ Outcome Upgrade::writeAll()
 Outcome Upgrade::go()
 {
     // In this order; the first that fails refuses the run.
-    std::string (Upgrade::*const steps[])() = {&Upgrade::takeFile, &Upgrade::checkFile,
-                                               &Upgrade::checkNote};
-    for (const auto step : steps) {
+    using Step = std::string (Upgrade::*)();
+    constexpr Step STEPS[] = {&Upgrade::takeFile, &Upgrade::checkFile, &Upgrade::checkNote};
+    for (const Step step : STEPS) {
         if (const std::string error = (this->*step)(); !error.empty()) {
             return refuse(error);
         }
@@ -311,9 +311,8 @@ Outcome Upgrade::go()
         && run.report.step("Check the hardware version", {"pmadmin", "-m", file}).status != 0) {
         error = "the file is for newer hardware, or the board's version can't be read";
     }
-    std::string (Upgrade::*const looks[])() = {&Upgrade::takeBackup, &Upgrade::lookBefore,
-                                               &Upgrade::lookAhead};
-    for (const auto look : looks) {
+    constexpr Step LOOKS[] = {&Upgrade::takeBackup, &Upgrade::lookBefore, &Upgrade::lookAhead};
+    for (const Step look : LOOKS) {
         error = error.empty() ? (this->*look)() : error;
     }
     if (error.empty()) {

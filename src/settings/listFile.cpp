@@ -87,7 +87,7 @@ const Row* findSimilar(std::string_view name)
     std::ranges::transform(capital, capital.begin(), [](char c) {
         return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c == '-' ? '_' : c;
     });
-    const auto nearest = std::ranges::min_element(
+    const auto* const nearest = std::ranges::min_element(
         catalogue::ROWS, {}, [&](const Row& row) { return distance(capital, row.name.text); });
     return distance(capital, nearest->name.text) <= std::min(FARTHEST, name.size() / 3) ? nearest
                                                                                         : nullptr;

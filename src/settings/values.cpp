@@ -178,7 +178,8 @@ std::string readRatio(std::string_view text, int& number)
 {
     double ratio = 0;
     bool isRatio = take(text, ratio, std::chars_format::fixed);
-    if (double divisor = 0; isRatio && skip(text, "/")) {
+    if (isRatio && skip(text, "/")) {
+        double divisor = 0;
         isRatio = take(text, divisor, std::chars_format::fixed) && divisor > 0;
         ratio /= divisor;
     }
