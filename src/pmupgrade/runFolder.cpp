@@ -116,7 +116,7 @@ void clearFolder(const std::string& folder, const std::vector<std::string>& kept
 {
     for (const std::string& name : namesIn(folder)) {
         if (name != "." && name != ".." && std::ranges::find(kept, name) == kept.end()) {
-            unlink((folder + "/" + name).c_str());
+            unlink(formatted("%s/%s", folder.c_str(), name.c_str()).c_str());
         }
     }
     rmdir(folder.c_str());
