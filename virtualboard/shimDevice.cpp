@@ -27,6 +27,7 @@
 #include "bus.h"
 #include "command.h"
 #include "i2cDevice.h"
+#include "pmupgrade/runLock.h"
 #include "session.h"
 
 namespace virtualboard {
@@ -36,10 +37,6 @@ namespace {
 constexpr const char* BUS_FOLDER = "/dev";
 constexpr const char* BUS_PREFIX = "i2c-";
 constexpr const char* BUS_NAME = "i2c-0"; // there is one bus
-
-// pmupgrade's lock, for which the board's own file stands: a rehearsal keeps nobody from a real
-// board.
-constexpr const char* UPGRADE_LOCK = "/run/lock/pmupgrade";
 
 // Mode of a bus's file. The sticky bit, which means nothing on a file, distinguishes it.
 constexpr mode_t BUS_FILE_MODE = S_ISVTX | S_IRUSR | S_IWUSR;
@@ -104,7 +101,8 @@ int openPath(const char* function, int folder, const char* path, int flags, mode
     if (const char* name = busName(folder, path)) {
         return openBus(name, flags);
     }
-    if (path != nullptr && std::strcmp(path, UPGRADE_LOCK) == 0 && joinSession() != nullptr) {
+    // The board's own file stands for the lock: a rehearsal keeps nobody from a real board.
+    if (path != nullptr && std::strcmp(path, RUN_LOCK) == 0 && joinSession() != nullptr) {
         return next<int(int, const char*, int, ...)>(function)(AT_FDCWD, joinSession()->board,
                                                                O_RDONLY | (flags & O_CLOEXEC));
     }

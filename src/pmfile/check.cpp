@@ -34,6 +34,48 @@ Needs soundness(const PmFile& file, bool isComplete)
     return whole && isComplete ? Needs::ENTRIES : Needs::RECORDS;
 }
 
+/// Prints what was found, in the order of the lines. Returns the exit status.
+int tellFindings(const std::string& path, const std::vector<Finding>& findings)
+{
+    int status = STATUS_GOOD;
+    for (const Finding& finding : findings) {
+        print(formatted("%s:%u: %s\n", printable(path).c_str(), finding.line,
+                        finding.inWords().c_str()));
+        status = std::max(status, finding.isError ? STATUS_TROUBLE : STATUS_DIFFERENT);
+    }
+    return status;
+}
+
+int checkFile(const std::string& path, std::string text, const Allowed& allowed)
+{
+    const PmFile file(path, std::move(text));
+    std::string error;
+    int status = STATUS_GOOD;
+    if (!hasEntries(file, error)) {
+        tell(error);
+        status = STATUS_TROUBLE;
+    }
+    return std::max(status, tellFindings(path, findComplaints(file, allowed)));
+}
+
+int checkList(const std::string& path, const std::string& text, const Allowed& allowed)
+{
+    const ListFile made = readList(path, text, needsSection(allowed));
+    knowNames(made.names);
+    for (const auto& [line, mistake] : made.mistakes) {
+        print(formatted("%s:%u: error: %s\n", printable(path).c_str(), line, mistake.c_str()));
+    }
+    if (made.file == nullptr) {
+        if (!made.trouble.empty()) {
+            tell(made.trouble);
+        }
+        return STATUS_TROUBLE;
+    }
+    const bool isRead = made.mistakes.empty();
+    const int status = tellFindings(path, findComplaints(*made.file, allowed, isRead));
+    return isRead ? status : STATUS_TROUBLE;
+}
+
 } // namespace
 
 std::string Finding::inWords() const
@@ -99,52 +141,6 @@ Allowed without(const Allowed& allowed, const Allowed& denied)
     }
     return names;
 }
-
-namespace {
-
-/// Prints what was found, in the order of the lines. Returns the exit status.
-int tellFindings(const std::string& path, const std::vector<Finding>& findings)
-{
-    int status = STATUS_GOOD;
-    for (const Finding& finding : findings) {
-        print(formatted("%s:%u: %s\n", printable(path).c_str(), finding.line,
-                        finding.inWords().c_str()));
-        status = std::max(status, finding.isError ? STATUS_TROUBLE : STATUS_DIFFERENT);
-    }
-    return status;
-}
-
-int checkFile(const std::string& path, std::string text, const Allowed& allowed)
-{
-    const PmFile file(path, std::move(text));
-    std::string error;
-    int status = STATUS_GOOD;
-    if (!hasEntries(file, error)) {
-        tell(error);
-        status = STATUS_TROUBLE;
-    }
-    return std::max(status, tellFindings(path, findComplaints(file, allowed)));
-}
-
-int checkList(const std::string& path, const std::string& text, const Allowed& allowed)
-{
-    const ListFile made = readList(path, text, needsSection(allowed));
-    knowNames(made.names);
-    for (const auto& [line, mistake] : made.mistakes) {
-        print(formatted("%s:%u: error: %s\n", printable(path).c_str(), line, mistake.c_str()));
-    }
-    if (made.file == nullptr) {
-        if (!made.trouble.empty()) {
-            tell(made.trouble);
-        }
-        return STATUS_TROUBLE;
-    }
-    const bool isRead = made.mistakes.empty();
-    const int status = tellFindings(path, findComplaints(*made.file, allowed, isRead));
-    return isRead ? status : STATUS_TROUBLE;
-}
-
-} // namespace
 
 int check(const std::vector<std::string>& paths, const Allowed& allowed)
 {

@@ -51,15 +51,10 @@ inline std::string valueOf(const Entry& entry)
     return spokenValue(*entry.row, entry.value());
 }
 
-/// Words are signed.
-inline constexpr int HIGHEST_WORD = 0x7FFF;
-
 /// A number of 0 to HIGHEST_WORD, as the value of a word.
 inline std::string valueOfNumber(const catalogue::Row& row, int number)
 {
-    const std::uint8_t value[] = {static_cast<std::uint8_t>(number),
-                                  static_cast<std::uint8_t>(number >> 8)};
-    return spokenValue(row, value);
+    return spokenValue(row, toBytes(row, static_cast<unsigned int>(number)));
 }
 
 /// The line at which something missing is reported.

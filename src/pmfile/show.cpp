@@ -20,10 +20,6 @@ void showEntry(const Entry& entry)
     const std::string index = entry.index < 0 ? "-" : std::to_string(entry.index);
     const std::string value =
         entry.row == nullptr || entry.selectsPage() ? "" : spokenValue(*entry.row, entry.value());
-    std::string marks;
-    for (const std::string& mark : marksOf(entry)) {
-        marks += (marks.empty() ? "" : ", ") + mark;
-    }
     std::string bytes = hexBytes(entry.data);
     std::erase(bytes, ' ');
     std::string row = formatted("%5s  %02X  ", index.c_str(), entry.code) + commandName(entry);
@@ -33,7 +29,7 @@ void showEntry(const Entry& entry)
     };
     column(35, bytes);
     column(53, value);
-    column(66, marks);
+    column(66, joined(marksOf(entry)));
     print(row + "\n");
 }
 
@@ -47,11 +43,6 @@ std::size_t count(const Summary& summary, bool (*belongs)(std::uint8_t page))
 std::ptrdiff_t countUnused(const Summary& summary)
 {
     return std::ranges::count_if(summary.unused, [](const auto& page) { return page.second; });
-}
-
-std::string counted(std::size_t number, const char* one, const char* several)
-{
-    return formatted("%zu %s", number, number == 1 ? one : several);
 }
 
 std::string totals(const PmFile& file, const Summary& summary)

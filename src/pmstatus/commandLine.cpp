@@ -2,10 +2,10 @@
 
 #include <getopt.h>
 
-#include <climits>
 #include <string>
 #include <string_view>
 
+#include "longOptions.h"
 #include "pages.h"
 #include "selectedPage.h"
 #include "text.h"
@@ -44,7 +44,7 @@ constexpr unsigned int LONGEST_INTERVAL_S = 86400;
 
 /// What getopt_long returns; no option has a letter.
 enum Option {
-    ALL = UCHAR_MAX + 1,
+    ALL = FIRST_LONG_OPTION,
     OFF,
     BUS,
     NAMES,
@@ -141,17 +141,6 @@ std::string takeOption(int given, Options& options)
     }
 }
 
-/// What is wrong with what getopt_long did not understand: an option with a value that it does not
-/// take, a letter, or an option that there is not, which is the argument before the next one.
-std::string refuseOption(const std::string& argument)
-{
-    if (optopt >= ALL) {
-        return std::string("option '--") + LONG_OPTIONS[optopt - ALL].name + "' takes no value";
-    }
-    return "there is no option '"
-           + (optopt == 0 ? argument : std::string{'-', static_cast<char>(optopt)}) + "'";
-}
-
 /// What is wrong with options that are right one by one.
 std::string findConflict(const Options& options)
 {
@@ -169,14 +158,8 @@ std::string takeOptions(int argc, char** argv, Options& options)
     opterr = 0;
     std::string error;
     for (int given = 0; (given = getopt_long(argc, argv, ":", LONG_OPTIONS, nullptr)) != -1;) {
-        std::string wrong;
-        if (given == ':') {
-            wrong = std::string("option '") + argv[optind - 1] + "' needs a value";
-        } else if (given == '?') {
-            wrong = refuseOption(argv[optind - 1]);
-        } else {
-            wrong = takeOption(given, options);
-        }
+        std::string wrong = refusedOption(LONG_OPTIONS, given, argv[optind - 1]);
+        wrong = wrong.empty() ? takeOption(given, options) : wrong;
         error = error.empty() ? wrong : error; // the form of what is told is that of all options
     }
     if (error.empty() && optind < argc) {

@@ -140,17 +140,6 @@ int showOnce(const Task& task)
     return status;
 }
 
-std::string timeText()
-{
-    const std::time_t now = std::time(nullptr);
-    std::tm local = {};
-    char text[32] = "";
-    if (localtime_r(&now, &local) != nullptr) {
-        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S%z", &local);
-    }
-    return text;
-}
-
 /// Lets the time pass, but ends at a signal that `mask` lets through, also if that came before.
 void pause(double seconds, const sigset_t& mask)
 {
@@ -169,26 +158,11 @@ double secondsNow()
            + static_cast<double>(now.tv_nsec) / NANOSECONDS_A_SECOND;
 }
 
-/// What ends a program ends the watching behind the block that is under way; who started it with a
-/// signal ignored, meant that.
-void endBySignals()
-{
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction action = {};
-        sigaction(signal, nullptr, &action);
-        if (action.sa_handler != SIG_IGN) {
-            action.sa_handler = [](int) { g_isEnding = 1; };
-            action.sa_flags = 0;
-            sigaction(signal, &action, nullptr);
-        }
-    }
-}
-
 /// The first block at once, each other one at a random moment of its interval: whoever tries to get
 /// the lock at regular times does not meet it each time.
 int watch(const Task& task)
 {
-    endBySignals();
+    handleEnding([](int) { g_isEnding = 1; }); // behind the block that is under way
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);
     const SignalsWait signalsWait; // for the pause

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "pmFile.h"
+#include "text.h"
 
 namespace {
 
@@ -40,20 +41,6 @@ std::vector<std::string> namesOf(unsigned int bits, const Bit (&known)[Count])
                                                : "bit " + std::to_string(std::countr_zero(mask)));
     }
     return names;
-}
-
-std::string joined(const std::vector<std::string>& parts)
-{
-    std::string text;
-    for (const std::string& part : parts) {
-        text += (text.empty() ? "" : ", ") + part;
-    }
-    return text;
-}
-
-std::string counted(std::size_t number, const char* one, const char* several)
-{
-    return std::to_string(number) + " " + (number == 1 ? one : several);
 }
 
 /// A sensor or channel is used if a setting is not the factory's, or if a fault is latched.

@@ -3,7 +3,8 @@
 #include <getopt.h>
 
 #include <algorithm>
-#include <climits>
+
+#include "longOptions.h"
 
 const char* const HELP =
     R"(Usage: pmupgrade [--dry-run] [--keep DIR] [--allow NAME]... [--anyway]
@@ -36,7 +37,16 @@ nothing was written, 2 if it failed and the settings from before are back, and
 namespace {
 
 /// What getopt_long returns; no option has a letter.
-enum Option { DRY_RUN = UCHAR_MAX + 1, KEEP, ALLOW, ANYWAY, NO_RETURN, RETURN, HELP_TEXT, VERSION };
+enum Option {
+    DRY_RUN = FIRST_LONG_OPTION,
+    KEEP,
+    ALLOW,
+    ANYWAY,
+    NO_RETURN,
+    RETURN,
+    HELP_TEXT,
+    VERSION
+};
 
 constexpr option LONG_OPTIONS[] = {{"dry-run", no_argument, nullptr, DRY_RUN},
                                    {"keep", required_argument, nullptr, KEEP},
@@ -84,16 +94,6 @@ std::string takeOption(int given, UpgradeOptions& options)
     return "";
 }
 
-/// What is wrong with what getopt_long did not understand, `argument` being the last that it took.
-std::string refuseOption(const std::string& argument)
-{
-    if (optopt >= DRY_RUN) {
-        return std::string("option '--") + LONG_OPTIONS[optopt - DRY_RUN].name + "' takes no value";
-    }
-    return "there is no option '"
-           + (optopt == 0 ? argument : std::string{'-', static_cast<char>(optopt)}) + "'";
-}
-
 /// Takes what stands beside the options. Returns what is wrong with it.
 std::string takeOperands(const std::vector<std::string>& operands, UpgradeOptions& options)
 {
@@ -119,10 +119,8 @@ std::string takeOptions(int argc, char** argv, UpgradeOptions& options)
 {
     opterr = 0;
     for (int given = 0; (given = getopt_long(argc, argv, ":", LONG_OPTIONS, nullptr)) != -1;) {
-        std::string wrong = given == ':'
-                                ? std::string("option '") + argv[optind - 1] + "' needs a value"
-                            : given == '?' ? refuseOption(argv[optind - 1])
-                                           : takeOption(given, options);
+        std::string wrong = refusedOption(LONG_OPTIONS, given, argv[optind - 1]);
+        wrong = wrong.empty() ? takeOption(given, options) : wrong;
         if (!wrong.empty()) {
             return wrong;
         }

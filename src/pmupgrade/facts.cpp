@@ -130,13 +130,9 @@ bool isBetween(const Identity& chip, const Identity& one, const Identity& other)
 
 bool isFactory(const Identity& identity)
 {
-    const auto factoryBytes = [](const catalogue::Row& row) {
-        std::vector<std::uint8_t> bytes;
-        for (unsigned int i = 0; i < row.size; ++i) {
-            bytes.push_back(catalogue::factoryByte(row, i));
-        }
-        return hexBytes(bytes);
+    const auto factoryBytes = [](std::uint8_t code) {
+        return hexBytes(factoryValue(*catalogue::find(code)));
     };
-    return identity.serial == factoryBytes(*catalogue::find(MfrSerial::CODE))
-           && identity.location == factoryBytes(*catalogue::find(MfrLocation::CODE));
+    return identity.serial == factoryBytes(MfrSerial::CODE)
+           && identity.location == factoryBytes(MfrLocation::CODE);
 }

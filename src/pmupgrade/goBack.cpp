@@ -26,11 +26,6 @@ private:
     RunRecord upgrade; ///< what is taken back
 };
 
-Outcome refuse(const std::string& why)
-{
-    return {End::REFUSED, "Refused: " + why + ". Nothing was written."};
-}
-
 /// What a note is for, or else the run that is named, or the last upgrade that wrote.
 std::string Return::findUpgrade()
 {
@@ -127,7 +122,7 @@ Outcome Return::writeAll()
     underWay.hasStoreBegun = run.hasNote && run.note.hasStoreBegun;
     std::string error = run.begin(underWay);
     if (!error.empty()) {
-        return refuse(error);
+        return run.refuse(error);
     }
     const std::string again = ". To try again: " + run.own({"--return"});
     error = run.write(run.wayBack);
@@ -183,7 +178,7 @@ Outcome Return::go()
         error = checkIdentity();
     }
     if (!error.empty()) {
-        return refuse(error);
+        return run.refuse(error);
     }
     if (const auto states = run.look("Look at the supplies", 1)) {
         run.record.model = states->model;
@@ -194,7 +189,7 @@ Outcome Return::go()
         error = confirm();
     }
     if (!error.empty()) {
-        return refuse(error);
+        return run.refuse(error);
     }
     if (run.options.isDryRun) {
         return {End::DONE,

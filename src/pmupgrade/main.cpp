@@ -10,25 +10,11 @@
 #include "messages.h"
 #include "run.h"
 #include "runLock.h"
+#include "signalsWait.h"
 #include "standardStreams.h"
 #include "textFile.h"
 
 namespace {
-
-/// Before anything is written, a signal ends the run at the next step; who started it with the
-/// signal ignored, meant that.
-void noteSignals()
-{
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction action = {};
-        sigaction(signal, nullptr, &action);
-        if (action.sa_handler != SIG_IGN) {
-            action.sa_handler = [](int) { g_isInterrupted = 1; };
-            action.sa_flags = 0;
-            sigaction(signal, &action, nullptr);
-        }
-    }
-}
 
 int refuse(const std::string& why)
 {
@@ -80,6 +66,6 @@ int main(int argc, char** argv)
         print(options.help ? HELP : "pmupgrade " PMUPGRADE_VERSION "\n");
         return flushOutput() ? 0 : static_cast<int>(End::REFUSED);
     }
-    noteSignals();
+    handleEnding([](int) { g_isInterrupted = 1; }); // before the first write
     return work(options);
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "loadFile.h"
+#include "max34460.h"
 #include "pmDataFile.h"
 #include "pmFile.h"
 #include "runFolder.h"
@@ -22,6 +23,7 @@ constexpr int ATTEMPTS = 5;
 /// How long the chip may be silent after a store, or pmstatus unable to tell: 5 s.
 constexpr int CHIP_ATTEMPTS = 50;
 constexpr unsigned int CHIP_PAUSE_US = 100000;
+constexpr int LOOK_ATTEMPTS = 10;
 constexpr unsigned int LOOK_PAUSE_US = 500000;
 
 /// For supplies to settle and temperatures to be measured.
@@ -51,24 +53,9 @@ std::string stateText(const RailState& rail)
     return rail.place + (rail.now.empty() ? "" : ", " + rail.now) + ", " + rail.state;
 }
 
-/// Looks for a note in a folder.
-Found findNote(const std::string& folder, RunRecord& note, std::string& error)
-{
-    return readRecord(folder + "/" + NOTE_NAME, note, error);
-}
-
 } // namespace
 
 volatile std::sig_atomic_t g_isInterrupted = 0;
-
-std::string joined(const std::vector<std::string>& texts)
-{
-    std::string all;
-    for (const std::string& text : texts) {
-        all += (all.empty() ? "" : ", ") + text;
-    }
-    return all;
-}
 
 std::vector<std::string> newTroubles(const RailStates& before, const RailStates& after,
                                      const std::set<int>& spared)
@@ -99,7 +86,7 @@ std::string Run::open()
     m_keepWord = options.keep;
     // What is under way counts wherever it was begun.
     for (const std::string& other : {keep, std::string(DEFAULT_KEEP)}) {
-        const Found found = findNote(other, note, error);
+        const Found found = readRecord(other + "/" + NOTE_NAME, note, error);
         if (found == Found::BROKEN) {
             return error;
         }
@@ -173,7 +160,6 @@ std::string Run::reportText(const Outcome& outcome) const
 
 void Run::tellNotReturned(bool hasStored)
 {
-    constexpr int MODEL_WITHOUT_NOMINAL = 0x57;
     if (record.model == MODEL_WITHOUT_NOMINAL) {
         report.tell("Not returned: MFR_CHANNEL_NOMINAL, which can't be read on model 0x57.");
     }
@@ -201,6 +187,11 @@ std::string Run::runWord() const
 std::string Run::fileWord() const
 {
     return !m_fileWord.empty() ? m_fileWord : hasWritten ? folder() + "/file.hex" : options.file;
+}
+
+Outcome Run::refuse(const std::string& why) const
+{
+    return {End::REFUSED, "Refused: " + why + ". Nothing was written."};
 }
 
 Ended Run::repeat(const std::string& title, const Words& command, int times, unsigned int pauseUs)
@@ -279,9 +270,7 @@ std::string Run::backUp()
     record.chip = {*facts->serial, *facts->location};
     serialText = facts->serialText;
     locationText = facts->locationText;
-    std::string error;
-    syncFolder(folder(), error);
-    return error;
+    return "";
 }
 
 std::string Run::makeWayBack(const std::string& backup)
@@ -351,9 +340,9 @@ std::string Run::begin(const RunRecord& underWay)
         return "it was interrupted";
     }
     std::string error;
-    // The folders before the note that leads to them.
-    if (!syncFolder(folder(), error) || !syncFolder(keep, error)
-        || !writeRecord(RECORD_NAME, record, error) || !writeRecord(notePath(), underWay, error)) {
+    // Before the note the folder that it leads to, which is synced with its record.
+    if (!writeRecord(RECORD_NAME, record, error) || !syncFolder(keep, error)
+        || !writeRecord(notePath(), underWay, error)) {
         return error;
     }
     for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGPIPE, SIGTSTP}) {
@@ -378,17 +367,14 @@ std::string Run::write(const std::string& file)
 std::string Run::judgeSupplies(const RailStates& before, const std::set<int>& spared)
 {
     sleep(SETTLE_TIME_S);
-    const auto states = look("Look at the supplies", CHIP_ATTEMPTS / ATTEMPTS);
-    if (!states) {
-        return "it can't be told how the supplies are";
-    }
-    statesAfter = states->rails;
-    return joined(newTroubles(before, states->rails, spared));
+    bool isUnknown = false;
+    const std::string troubles = judgeStored(before, spared, isUnknown);
+    return isUnknown ? "it can't be told how the supplies are" : troubles;
 }
 
 std::string Run::judgeStored(const RailStates& before, const std::set<int>& spared, bool& isUnknown)
 {
-    const auto states = look("Look at the supplies", CHIP_ATTEMPTS / ATTEMPTS);
+    const auto states = look("Look at the supplies", LOOK_ATTEMPTS);
     isUnknown = !states.has_value();
     if (isUnknown) {
         return "";

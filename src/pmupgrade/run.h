@@ -58,6 +58,8 @@ public:
     /// The run's number, by which --return knows it.
     std::string runWord() const;
 
+    Outcome refuse(const std::string& why) const;
+
     /// Runs a program until it ends with 0, up to so many times.
     Ended repeat(const std::string& title, const Words& command, int times,
                  unsigned int pauseUs = 0);
@@ -110,9 +112,6 @@ private:
 /// What is worse than before, in words; the rails that are `spared` judge nothing.
 std::vector<std::string> newTroubles(const RailStates& before, const RailStates& after,
                                      const std::set<int>& spared);
-
-/// Texts with ", " between them.
-std::string joined(const std::vector<std::string>& texts);
 
 Outcome upgrade(Run& run);
 Outcome goBack(Run& run);

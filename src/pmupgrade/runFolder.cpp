@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <memory>
 
 #include "text.h"
@@ -95,13 +94,7 @@ std::optional<std::string> findRun(const std::string& keep, const std::string& n
 std::optional<std::string> makeRunFolder(const std::string& keep, std::string& date,
                                          std::string& error)
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm local = {};
-    char text[32] = "";
-    if (localtime_r(&now, &local) != nullptr) {
-        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S%z", &local);
-    }
-    date = text;
+    date = timeText();
     const std::vector<std::string> runs = listRuns(keep);
     const unsigned int number = runs.empty() ? 1 : numberOfRun(runs.front()) + 1;
     const std::string name = formatted("%04u-%s", number, date.substr(0, date.find('T')).c_str());

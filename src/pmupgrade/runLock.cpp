@@ -9,16 +9,15 @@
 
 namespace {
 
-constexpr const char* LOCK_PATH = "/run/lock/pmupgrade";
 constexpr mode_t LOCK_MODE = 0644;
 
 /// Opens the lock, which is made where it is not there. In a folder that everybody may write to,
 /// the kernel refuses to make what somebody else has made.
 int openLock()
 {
-    const int fd = open(LOCK_PATH, O_RDONLY | O_NOFOLLOW);
+    const int fd = open(RUN_LOCK, O_RDONLY | O_NOFOLLOW);
     return fd >= 0 || errno != ENOENT ? fd
-                                      : open(LOCK_PATH, O_RDONLY | O_CREAT | O_NOFOLLOW, LOCK_MODE);
+                                      : open(RUN_LOCK, O_RDONLY | O_CREAT | O_NOFOLLOW, LOCK_MODE);
 }
 
 } // namespace
@@ -27,7 +26,7 @@ bool takeRunLock(std::string& error)
 {
     const int fd = openLock();
     if (fd < 0) {
-        error = std::string(LOCK_PATH) + ": can't be opened: " + std::strerror(errno);
+        error = std::string(RUN_LOCK) + ": can't be opened: " + std::strerror(errno);
         return false;
     }
     if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
@@ -35,7 +34,7 @@ bool takeRunLock(std::string& error)
     }
     error = errno == EWOULDBLOCK
                 ? "another pmupgrade is at work, or what a killed one has started still is"
-                : std::string(LOCK_PATH) + ": can't be locked: " + std::strerror(errno);
+                : std::string(RUN_LOCK) + ": can't be locked: " + std::strerror(errno);
     close(fd);
     return false;
 }

@@ -28,7 +28,6 @@ private:
     Outcome endWithNothing();
     Outcome writeAll();
     Outcome fail(const std::string& why, bool hasStored);
-    Outcome refuse(const std::string& why) const;
 
     /// The options of check and make.
     Words withAllowed(const Words& begin, const Words& rest) const;
@@ -39,7 +38,6 @@ private:
     FileFacts facts;
     std::set<int> spared;
     bool madeFromList = false;
-    bool isUnknown = false; ///< in the end it can't be told how the supplies are
 };
 
 Words Upgrade::withAllowed(const Words& begin, const Words& rest) const
@@ -57,11 +55,6 @@ bool Upgrade::allows(const std::string& problem) const
     return std::ranges::any_of(run.options.allowed, [&](const std::string& allowed) {
         return allowed == problem || allowed == "all";
     });
-}
-
-Outcome Upgrade::refuse(const std::string& why) const
-{
-    return {End::REFUSED, "Refused: " + why + ". Nothing was written."};
 }
 
 std::string Upgrade::takeFile()
@@ -268,7 +261,7 @@ Outcome Upgrade::writeAll()
 {
     std::string error = run.begin(run.record);
     if (!error.empty()) {
-        return refuse(error);
+        return run.refuse(error);
     }
     error = run.write(file);
     if (error.empty()) {
@@ -281,6 +274,7 @@ Outcome Upgrade::writeAll()
     if (!writeRecord(run.notePath(), run.record, error)) {
         return fail(error, run.hasNote && run.note.hasStoreBegun);
     }
+    bool isUnknown = false;
     error = run.store(file);
     if (error.empty()) {
         error = run.judgeStored(run.record.states, spared, isUnknown);
@@ -303,7 +297,7 @@ Outcome Upgrade::go()
     constexpr Step STEPS[] = {&Upgrade::takeFile, &Upgrade::checkFile, &Upgrade::checkNote};
     for (const Step step : STEPS) {
         if (const std::string error = (this->*step)(); !error.empty()) {
-            return refuse(error);
+            return run.refuse(error);
         }
     }
     std::string error = run.askChip();
@@ -322,7 +316,7 @@ Outcome Upgrade::go()
         error = compareIdentity();
     }
     if (!error.empty()) {
-        return refuse(error);
+        return run.refuse(error);
     }
     const bool isEqual =
         run.report.step("Compare the chip with the file", {"pmadmin", "-E", file}).status == 0;

@@ -1,6 +1,9 @@
 #include "entry.h"
 
+#include <algorithm>
+
 #include "text.h"
+#include "values.h"
 
 int registerPage(const Entry& entry)
 {
@@ -23,12 +26,7 @@ std::string registerName(const Entry& entry)
 
 bool isFactoryValue(const Entry& entry)
 {
-    for (unsigned int i = 0; i < entry.row->size; ++i) {
-        if (entry.data[i] != factoryByte(*entry.row, i)) {
-            return false;
-        }
-    }
-    return true;
+    return std::ranges::equal(entry.value(), factoryValue(*entry.row));
 }
 
 bool isIdentity(const Entry& entry)

@@ -1,7 +1,6 @@
 #include "listFile.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <iterator>
 #include <optional>
@@ -31,7 +30,6 @@ constexpr std::string_view UNUSED = "unused";
 
 /// Of the nominal voltage.
 constexpr int HUNDREDTHS_IN_ALL = 10000;
-constexpr int HIGHEST_WORD = 0x7FFF;
 
 /// A line that makes an entry.
 struct Item {
@@ -53,12 +51,6 @@ struct Block {
     unsigned int useLine;
     unsigned int unusedLine; ///< 0 if it does not say so
 };
-
-/// The data of a nominal voltage or another word.
-std::vector<std::uint8_t> wordBytes(int number)
-{
-    return {static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(number >> 8)};
-}
 
 /// How many letters have to be changed, added or left out to make one word of another.
 std::size_t distance(std::string_view one, std::string_view other)
@@ -392,11 +384,7 @@ std::vector<Item> ListReader::itemsOf(const Block& one) const
     std::vector<Item> items = one.items;
     if (one.unusedLine != 0) {
         for (const Row* row : settingsOf(one.page)) {
-            std::vector<std::uint8_t> data;
-            for (unsigned int i = 0; i < row->size; ++i) {
-                data.push_back(catalogue::factoryByte(*row, i));
-            }
-            items.push_back({row->code, data, one.unusedLine, std::nullopt, ""});
+            items.push_back({row->code, factoryValue(*row), one.unusedLine, std::nullopt, ""});
         }
     }
     const Block* const used = one.useLine == 0 ? nullptr : findTemplate(one.used);
@@ -419,25 +407,25 @@ std::vector<Item> ListReader::itemsOf(const Block& one) const
 /// Makes a voltage of a percentage: the nearest step, halves away from the nominal voltage.
 void ListReader::resolve(Item& item, int page, const std::map<int, int>& nominals)
 {
-    const char* const name = catalogue::find(item.code)->name.text;
+    const Row& row = *catalogue::find(item.code);
     const auto nominal = nominals.find(page);
     if (nominal == nominals.end() || nominal->second <= 0) {
-        m_mistakes.emplace(item.line,
-                           formatted("%s '%s': the list has no MFR_CHANNEL_NOMINAL above 0 V of %s "
-                                     "to reckon this from; write it, too, or a voltage here",
-                                     name, item.text.c_str(), pageNumberName(page).c_str()));
+        m_mistakes.emplace(
+            item.line, formatted("%s '%s': the list has no MFR_CHANNEL_NOMINAL above 0 V of %s "
+                                 "to reckon this from; write it, too, or a voltage here",
+                                 row.name.text, item.text.c_str(), pageNumberName(page).c_str()));
         return;
     }
     const long long part = 1LL * nominal->second * std::abs(*item.percent);
     const long long steps = (part + HUNDREDTHS_IN_ALL / 2) / HUNDREDTHS_IN_ALL;
     const long long number = nominal->second + (*item.percent < 0 ? -steps : steps);
     if (number < 0 || number > HIGHEST_WORD) {
-        m_mistakes.emplace(item.line,
-                           formatted("%s '%s': for %s this is beyond 0.000 V to 32.767 V", name,
-                                     item.text.c_str(), pageNumberName(page).c_str()));
+        m_mistakes.emplace(
+            item.line, formatted("%s '%s': for %s this is beyond 0.000 V to 32.767 V",
+                                 row.name.text, item.text.c_str(), pageNumberName(page).c_str()));
         return;
     }
-    item.data = wordBytes(static_cast<int>(number));
+    item.data = toBytes(row, static_cast<unsigned int>(number));
 }
 
 void ListReader::emit(const Item& item)

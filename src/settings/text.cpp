@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <ctime>
 #include <iterator>
 
 namespace {
@@ -74,6 +75,20 @@ std::optional<unsigned int> takeNumber(std::string_view text, unsigned int lowes
     return isNumber && number >= lowest && number <= highest ? std::optional(number) : std::nullopt;
 }
 
+std::string joined(const std::vector<std::string>& texts)
+{
+    std::string all;
+    for (const std::string& text : texts) {
+        all += (all.empty() ? "" : ", ") + text;
+    }
+    return all;
+}
+
+std::string counted(std::size_t number, const char* one, const char* several)
+{
+    return formatted("%zu %s", number, number == 1 ? one : several);
+}
+
 // So that the compiler checks the format. NOLINTNEXTLINE(cert-dcl50-cpp)
 std::string formatted(const char* format, ...)
 {
@@ -85,6 +100,17 @@ std::string formatted(const char* format, ...)
     std::vsnprintf(text.data(), text.size() + 1, format, again);
     va_end(again);
     va_end(arguments);
+    return text;
+}
+
+std::string timeText()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local = {};
+    char text[32] = "";
+    if (localtime_r(&now, &local) != nullptr) {
+        std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S%z", &local);
+    }
     return text;
 }
 

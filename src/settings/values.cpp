@@ -29,7 +29,6 @@ constexpr Unit UNITS[] = {
     {Format::TIME, "ms", 5, 1, 0, 0, {"MS", "Ms"}},
     {Format::CELSIUS, "°C", 100, 2, 0, -0x8000, {"C", "degC", "deg C", "℃"}},
 };
-constexpr int HIGHEST = 0x7FFF;
 
 /// The bytes of the version record that hold versions; the rest has no meaning.
 constexpr std::size_t VERSION_BYTES = 3;
@@ -39,16 +38,6 @@ const Unit* unitOf(const Row& row)
     const auto* unit = std::find_if(std::begin(UNITS), std::end(UNITS),
                                     [&](const Unit& one) { return one.format == row.format; });
     return unit == std::end(UNITS) ? nullptr : unit;
-}
-
-/// The bytes of a register of one or two bytes.
-std::vector<std::uint8_t> toBytes(const Row& row, unsigned int number)
-{
-    std::vector<std::uint8_t> bytes(row.size);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<std::uint8_t>(number >> (8 * i));
-    }
-    return bytes;
 }
 
 std::string inUnit(const Unit& unit, int number)
@@ -156,9 +145,10 @@ std::string readInUnit(const Unit& unit, std::string_view text, int& number)
     }
     // Two numbers are equal if their nearest double is the same.
     const auto unitsOf = [&unit](int steps) { return static_cast<double>(steps) / unit.steps; };
-    std::string range = formatted("it has steps of %s, from %s to %s", inUnit(unit, 1).c_str(),
-                                  inUnit(unit, unit.lowest).c_str(), inUnit(unit, HIGHEST).c_str());
-    if (value < unitsOf(unit.lowest) || value > unitsOf(HIGHEST)) {
+    std::string range =
+        formatted("it has steps of %s, from %s to %s", inUnit(unit, 1).c_str(),
+                  inUnit(unit, unit.lowest).c_str(), inUnit(unit, HIGHEST_WORD).c_str());
+    if (value < unitsOf(unit.lowest) || value > unitsOf(HIGHEST_WORD)) {
         return range;
     }
     number = static_cast<int>(std::lround(value * unit.steps));
@@ -282,6 +272,24 @@ std::string refuseBits(const Row& row, std::string_view text)
 }
 
 } // namespace
+
+std::vector<std::uint8_t> toBytes(const Row& row, unsigned int number)
+{
+    std::vector<std::uint8_t> bytes(row.size);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<std::uint8_t>(number >> (8 * i));
+    }
+    return bytes;
+}
+
+std::vector<std::uint8_t> factoryValue(const Row& row)
+{
+    std::vector<std::uint8_t> bytes(row.size);
+    for (unsigned int i = 0; i < row.size; ++i) {
+        bytes[i] = catalogue::factoryByte(row, i);
+    }
+    return bytes;
+}
 
 std::string hexValue(const Row& row, std::span<const std::uint8_t> value)
 {

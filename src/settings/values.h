@@ -13,6 +13,9 @@
 /// The number of the ratio 1.
 inline constexpr double RATIO_ONE = 32767;
 
+/// The highest number in a register of two bytes, which is signed.
+inline constexpr int HIGHEST_WORD = 0x7FFF;
+
 /// The value as in a list; in hexadecimal if its unit can't express it. readValue turns the text
 /// back into the value. Empty for a command without data.
 std::string valueText(const catalogue::Row& row, std::span<const std::uint8_t> value);
@@ -27,6 +30,12 @@ std::string hexValue(const catalogue::Row& row, std::span<const std::uint8_t> va
 /// right.
 std::string readValue(const catalogue::Row& row, std::string_view text,
                       std::vector<std::uint8_t>& value);
+
+/// The bytes of a register of one or two bytes; numberOf is the way back.
+std::vector<std::uint8_t> toBytes(const catalogue::Row& row, unsigned int number);
+
+/// The bytes of a register as they come from the factory.
+std::vector<std::uint8_t> factoryValue(const catalogue::Row& row);
 
 /// The number in a register of one or two bytes; words are signed, as limits and times are.
 int numberOf(const catalogue::Row& row, std::span<const std::uint8_t> value);
