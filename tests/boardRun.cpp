@@ -30,13 +30,17 @@ BoardRun::BoardRun()
     setenv("PMSTATUS", (build + "/src/pmstatus").c_str(), 1);
     setenv("PMUPGRADE", (build + "/src/pmupgrade").c_str(), 1);
     // pmupgrade finds the others in PATH, where an emulator has to be started for them.
-    std::filesystem::create_directory(path("bin"));
-    for (const std::string name : {"pmadmin", "pmfile", "pmstatus", "pmupgrade"}) {
-        write("bin/" + name, "#!/bin/sh\nexec " + build + "/src/" + name + " \"$@\"\n");
-        std::filesystem::permissions(path("bin/" + name), std::filesystem::perms::owner_all);
+    std::string programs = path("build/src");
+    if (EMULATOR[0] != '\0') {
+        programs = path("bin");
+        std::filesystem::create_directory(programs);
+        for (const std::string name : {"pmadmin", "pmfile", "pmstatus", "pmupgrade"}) {
+            write("bin/" + name, "#!/bin/sh\nexec " + build + "/src/" + name + " \"$@\"\n");
+            std::filesystem::permissions(programs + "/" + name, std::filesystem::perms::owner_all);
+        }
     }
     static const std::string PATH = std::getenv("PATH");
-    setenv("PATH", ((EMULATOR[0] == '\0' ? path("build/src") : path("bin")) + ":" + PATH).c_str(), 1);
+    setenv("PATH", (programs + ":" + PATH).c_str(), 1);
     setenv("BUS_USER", (build + "/tests/busUser").c_str(), 1);
     setenv("VIRTUAL_BOARD", (build + "/virtualboard/virtual-board --board board").c_str(), 1);
     setenv("EXAMPLES", path("examples").c_str(), 1);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <random>
 #include <regex>
+#include <span>
 
 #include "check.h"
 #include "diff.h"
@@ -35,6 +36,21 @@ protected:
             std::regex_replace(record([&] { fakeSystem.transcript += "status " + std::to_string(command()); }),
                                std::regex(m_folder + "/"), "");
         return text.substr(text.find("status")) + "\n" + text.substr(0, text.find("status"));
+    }
+
+    /// Makes a file of a list, its lines given with what has to be said of them, and nothing where that is empty.
+    void expectMistakes(std::span<const std::pair<const char*, const char*>> lines, const Allowed& allowed) const
+    {
+        std::string list;
+        std::string messages;
+        int number = 0;
+        for (const auto& [line, message] : lines) {
+            list += std::string(line) + "\n";
+            ++number;
+            messages += *message == '\0' ? "" : "! pmfile: list:" + std::to_string(number) + ": " + message + "\n";
+        }
+        EXPECT_EQ("status 2\n" + messages + "! pmfile: made.hex was not made\n",
+                  outcome([&] { return make(write("list", list), m_folder + "/made.hex", allowed); }));
     }
 };
 
@@ -187,17 +203,8 @@ TEST_F(PmfileTest, MakeTellsEachMistakeOfAListAndWhatWouldBeRight)
         {"CLEAR_FAULTS 1", "CLEAR_FAULTS '1': write no value: it has no data"},
         {"raw 4", "write the command code and up to 255 data bytes, two hexadecimal digits each, as in raw 42 28 32"},
     };
-    std::string list;
-    std::string messages;
-    int number = 0;
-    for (const auto& [line, message] : lines) {
-        list += std::string(line) + "\n";
-        ++number;
-        messages += *message == '\0' ? "" : "! pmfile: list:" + std::to_string(number) + ": " + message + "\n";
-    }
+    expectMistakes(lines, {});
     const std::string made = m_folder + "/made.hex";
-    EXPECT_EQ("status 2\n" + messages + "! pmfile: made.hex was not made\n",
-              outcome([&] { return make(write("list", list), made, {}); }));
     const std::string complaint = "! pmfile: list:2: error: OPERATION of channel 0 is not a setting: the chip does not "
                                   "keep it in flash (no-setting)\n"
                                   "! pmfile: add --allow no-setting to make the file anyway\n";
@@ -270,16 +277,7 @@ TEST_F(PmfileTest, MistakesWithTemplates)
         {"[channel 4 AGAIN]", ""},
         {"TON_DELAY 1 ms", ""},
     };
-    std::string list;
-    std::string messages;
-    int number = 0;
-    for (const auto& [line, message] : lines) {
-        list += std::string(line) + "\n";
-        ++number;
-        messages += *message == '\0' ? "" : "! pmfile: list:" + std::to_string(number) + ": " + message + "\n";
-    }
-    EXPECT_EQ("status 2\n" + messages + "! pmfile: made.hex was not made\n",
-              outcome([&] { return make(write("list", list), m_folder + "/made.hex", {"all"}); }));
+    expectMistakes(lines, {"all"});
 }
 
 // Whatever stands in templates and sections: the voltages are those of arithmetic in whole steps.

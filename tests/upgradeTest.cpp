@@ -59,10 +59,13 @@ protected:
         write("trips.settings", list(40, 60, "1.2 hw 1"));
         for (const std::string name : {"old", "new", "trips"}) {
             EXPECT_EQ(0, run("$PMFILE make --allow all " + name + ".settings -o " + name + ".hex").status);
-            EXPECT_EQ(0, run("sh -c '$PMADMIN -r " + name + ".hex && $PMADMIN -e " + name + ".hex'").status);
-            (name == "new" ? m_new : m_old) = name == "trips" ? m_old : settingsAlone(memory().ram);
         }
-        run("sh -c '$PMADMIN -r old.hex && $PMADMIN -e old.hex'");
+        const auto store = [this](const std::string& file) {
+            EXPECT_EQ(0, run("sh -c '$PMADMIN -r " + file + " && $PMADMIN -e " + file + "'").status);
+            return settingsAlone(memory().ram);
+        };
+        m_new = store("new.hex");
+        m_old = store("old.hex");
         run("$PMADMIN -a", "--supply all=nominal --sensor 0=30 --power-cycle");
         m_start = memory();
     }
@@ -141,8 +144,10 @@ TEST_F(UpgradeTest, WhatItDoesAndRefuses)
         {"", "$PMUPGRADE --keep /proc/k new.hex", 1, OLD, OLD, "/proc/k: cannot be made: "},
         {"", "$PMUPGRADE --keep new.hex new.hex", 1, OLD, OLD, "new.hex: is no folder; nothing was written"},
         {"", "env PATH=/nowhere " + up + "new.hex", 1, OLD, OLD, "Refused: the file has problems, or can't be"},
-        {"", "sh -c 'cp kills bin/pmstatus; chmod +x bin/pmstatus; PATH=$PWD/bin:$PATH " + up + "new.hex'", 1, OLD, OLD,
-         "Refused: it can't be told how the supplies are"},
+        {"",
+         "sh -c 'mkdir -p fake; cp kills fake/pmstatus; chmod +x fake/pmstatus; PATH=$PWD/fake:$PATH " + up
+             + "new.hex'",
+         1, OLD, OLD, "Refused: it can't be told how the supplies are"},
         {"", "sh -c 'PATH=$PWD/-r:$PATH " + up + "new.hex'", 0, NEW, NEW, "The chip holds the file"},
         {"", "sh -c 'PATH=$PWD/-a:$PATH " + up + "new.hex'", 1, OLD, OLD, "Refused: it was interrupted"},
         {"", "flock board " + up + "new.hex", 1, OLD, OLD, "another pmupgrade is at work"},
