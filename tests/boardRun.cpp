@@ -62,12 +62,12 @@ Outcome BoardRun::run(const std::string& command, const std::string& boardOption
     const std::string line = "cd " + m_folder + " && $VIRTUAL_BOARD --log log --bus-log bus --time-scale 0 "
                              + boardOptions + " -- " + command + " >output 2>errors </dev/null";
     const int status = std::system(line.c_str());
-    std::string errors = readFile(path("errors"));
-    if (EMULATOR[0] != '\0') {
-        // From host programs, such as a shell, that can't preload the library.
-        errors = std::regex_replace(errors, std::regex("ERROR: ld\\.so.*\n"), "");
-    }
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(path("output")), errors,
+    const auto read = [this](const char* name) {
+        const std::string text = readFile(path(name));
+        // From host programs, such as a shell, that can't preload the library; a terminal shows both.
+        return EMULATOR[0] == '\0' ? text : std::regex_replace(text, std::regex("ERROR: ld\\.so[^\n]*\n"), "");
+    };
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read("output"), read("errors"),
             std::regex_replace(readFile(path("log")), std::regex("(\\.cpp):[0-9]+"), "$1"), readFile(path("bus"))};
 }
 

@@ -143,7 +143,9 @@ TEST_F(UpgradeTest, WhatItDoesAndRefuses)
         {"--fault store-silent=500", up + "new.hex", 0, NEW, NEW, "The chip holds the file"},
         {"", "$PMUPGRADE --keep /proc/k new.hex", 1, OLD, OLD, "/proc/k: cannot be made: "},
         {"", "$PMUPGRADE --keep new.hex new.hex", 1, OLD, OLD, "new.hex: is no folder; nothing was written"},
-        {"", "env PATH=/nowhere " + up + "new.hex", 1, OLD, OLD, "Refused: the file has problems, or can't be"},
+        // With nothing on the path but what the program itself is started with.
+        {"", "sh -c 'set -- " + up + "new.hex; mkdir -p none; ln -sf \"$(command -v $1)\" none; PATH=$PWD/none \"$@\"'",
+         1, OLD, OLD, "Refused: the file has problems, or can't be"},
         {"",
          "sh -c 'mkdir -p fake; cp kills fake/pmstatus; chmod +x fake/pmstatus; PATH=$PWD/fake:$PATH " + up
              + "new.hex'",
