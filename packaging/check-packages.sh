@@ -84,10 +84,10 @@ in_root '
     expect 0 virtual-board --supply all=nominal pmstatus --brief
 
     version=$(virtual-board --version | cut -d " " -f 2)
-    for page in man8/pmadmin.8 man1/pmfile.1 man1/pmfile-plot.1 man1/pmstatus.1 man1/virtual-board.1; do
+    for page in man8/pmadmin.8 man1/pmfile.1 man1/pmfile-plot.1 man1/pmstatus.1 man8/pmupgrade.8 man1/virtual-board.1; do
         expect 0 zgrep "pmadmin $version" /usr/share/man/$page.gz
     done
-    for program in pmadmin pmfile pmfile-plot pmstatus virtual-board; do
+    for program in pmadmin pmfile pmfile-plot pmstatus pmupgrade virtual-board; do
         expect 0 bash -c ". /usr/share/bash-completion/completions/$program; complete -p $program"
     done
     rm -r "$folder"
